@@ -1,0 +1,28 @@
+# Asks a Qt Test program for its test functions and writes one add_test() for each (see QtTests.cmake).
+string(REPLACE "|" ";" wrapper "${WRAPPER}")
+string(REPLACE "|" ";" environment "${ENVIRONMENT}")
+string(REPLACE "|" ";" labels "${LABELS}")
+
+execute_process(
+    COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen "${PROGRAM}" -functions
+    OUTPUT_VARIABLE functions
+    RESULT_VARIABLE result
+    OUTPUT_STRIP_TRAILING_WHITESPACE)
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${NAME}: cannot list its test functions (${result})")
+endif()
+
+set(script "")
+string(REGEX MATCHALL "[A-Za-z_0-9]+\\(\\)" functions "${functions}")
+foreach(function IN LISTS functions)
+    string(REPLACE "()" "" function "${function}")
+    set(test "${NAME}.${function}")
+    set(command "")
+    foreach(word IN LISTS wrapper)
+        string(APPEND command " [==[${word}]==]")
+    endforeach()
+    string(APPEND script "add_test([==[${test}]==]${command} [==[${PROGRAM}]==] ${function})\n")
+    string(APPEND script "set_tests_properties([==[${test}]==] PROPERTIES TIMEOUT ${TIMEOUT}")
+    string(APPEND script " ENVIRONMENT [==[${environment}]==] LABELS [==[${labels}]==])\n")
+endforeach()
+file(WRITE "${OUTPUT}" "${script}")

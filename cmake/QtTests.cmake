@@ -1,0 +1,33 @@
+# capso_qt_test(name SOURCES a.cpp ... [LINKS lib ...] [LABELS l ...] [WRAPPER command ...]
+#               [TIMEOUT seconds] [ENVIRONMENT VAR=value ...])
+#
+# Builds a Qt Test program and registers each of its test functions as a ctest test of its own, called
+# NAME.FUNCTION. An update pauses for seconds because the device needs them; with a process for each
+# function, many of them wait at the same time. WRAPPER is put in front of the program.
+function(capso_qt_test name)
+    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
+    if(NOT TEST_TIMEOUT)
+        set(TEST_TIMEOUT 120)
+    endif()
+    add_executable(${name} ${TEST_SOURCES})
+    target_link_libraries(${name} PRIVATE ${TEST_LINKS} Qt5::Test)
+    capso_target_defaults(${name})
+
+    set(list_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_functions.cmake)
+    string(REPLACE ";" "|" wrapper "${TEST_WRAPPER}")
+    string(REPLACE ";" "|" environment "QT_QPA_PLATFORM=offscreen;${TEST_ENVIRONMENT}")
+    string(REPLACE ";" "|" labels "${TEST_LABELS}")
+    add_custom_command(TARGET ${name} POST_BUILD
+        COMMAND ${CMAKE_COMMAND}
+            "-DPROGRAM=$<TARGET_FILE:${name}>" "-DNAME=${name}" "-DOUTPUT=${list_file}"
+            "-DWRAPPER=${wrapper}" "-DENVIRONMENT=${environment}" "-DLABELS=${labels}"
+            "-DTIMEOUT=${TEST_TIMEOUT}" -P ${CMAKE_SOURCE_DIR}/cmake/ListQtTests.cmake
+        BYPRODUCTS ${list_file}
+        VERBATIM)
+    # A program that was not built must not make its tests vanish from the summary.
+    set(include_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_tests.cmake)
+    file(WRITE ${include_file}
+        "if(EXISTS \"${list_file}\")\n  include(\"${list_file}\")\n"
+        "else()\n  add_test(${name}_NOT_BUILT ${name}_NOT_BUILT)\nendif()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${include_file})
+endfunction()
