@@ -1,0 +1,32 @@
+#pragma once
+
+#include "devicedescription.h"
+
+#include <QObject>
+#include <QThread>
+
+// Finds the recognised capture devices on the USB buses, on a thread of its own.
+//
+// Emit scan() to start a scan; scans run one after another in the order in which they were asked
+// for. Each ends with exactly one complete(), which follows its newDevice() and error() signals.
+// Register the meta-type "DeviceDescription" before the first scan. Destroying the scanner waits
+// for the scan that is under way, and for those that are queued up behind it not at all.
+class DeviceScanner : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit DeviceScanner(QObject *parent = nullptr);
+    ~DeviceScanner() override;
+
+signals:
+    void newDevice(const DeviceDescription &description);
+    void error(const QString &text);
+    void complete();
+    void scan();
+
+private:
+    class Worker;
+
+    QThread workerThread;
+};

@@ -1,0 +1,82 @@
+#include "bootimage.h"
+
+#include "ziparchive.h"
+
+#include <QtEndian>
+
+#include <cstddef>
+
+namespace {
+
+constexpr std::uint32_t WordSize = 4;
+
+} // namespace
+
+BootImage::BootImage(ZipFile &source) : file(source)
+{
+}
+
+bool BootImage::readSignature()
+{
+    char signature[2] = {};
+    return readExactly(signature, sizeof(signature)) && signature[0] == 'C' && signature[1] == 'Y';
+}
+
+bool BootImage::skipControlBytes()
+{
+    char controlAndType[2];
+    return readExactly(controlAndType, sizeof(controlAndType));
+}
+
+BootImage::Record BootImage::readRecord()
+{
+    std::uint32_t words = 0;
+    if (!readNumber(words) || !readNumber(address)) {
+        return Record::Broken;
+    }
+    if (words == 0) {
+        return Record::Entry;
+    }
+    // Compared in words: the length in bytes may not fit into 32 bits.
+    if (words > LongestSection / WordSize) {
+        return Record::Broken;
+    }
+    data.resize(std::size_t(words) * WordSize);
+    if (!readExactly(data.data(), data.size())) {
+        return Record::Broken;
+    }
+    for (std::size_t at = 0; at < data.size(); at += WordSize) {
+        sum += qFromLittleEndian<quint32>(&data[at]);
+    }
+    return Record::Section;
+}
+
+bool BootImage::verifyChecksum()
+{
+    std::uint32_t expected = 0;
+    return readNumber(expected) && expected == sum;
+}
+
+bool BootImage::readExactly(void *buffer, std::uint64_t length)
+{
+    auto *at = static_cast<std::uint8_t *>(buffer);
+    while (length > 0) {
+        const std::int32_t got = file.read(at, length);
+        if (got <= 0) {
+            return false;
+        }
+        at += got;
+        length -= std::uint64_t(got);
+    }
+    return true;
+}
+
+bool BootImage::readNumber(std::uint32_t &number)
+{
+    std::uint8_t bytes[WordSize];
+    if (!readExactly(bytes, sizeof(bytes))) {
+        return false;
+    }
+    number = qFromLittleEndian<quint32>(bytes);
+    return true;
+}

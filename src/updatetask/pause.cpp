@@ -1,0 +1,8 @@
+#include "pause.h"
+
+#include <QThread>
+
+void pause_seconds(unsigned seconds)
+{
+    QThread::sleep(seconds);
+}

@@ -1,0 +1,22 @@
+#ifndef DRIVERINSTALLER_H
+#define DRIVERINSTALLER_H
+
+namespace usb {
+
+// Whether this platform has a driver installer at all (Windows does). Only there can the failure of
+// install_driver() be cured by the user; elsewhere it is the normal answer.
+bool has_driver_installer();
+
+// Installs WinUSB for every connected device with these ids.
+//
+// interfaceNumber chooses the interface of a composite device and is ignored for any other.
+// deviceDescription (UTF-8) names the device in the Device Manager; null takes the name by which
+// Windows lists it now. Returns 0, or -2 when administrator rights are missing, or -1 for every
+// other failure: among them a platform without an installer, and Windows without libwdi.dll.
+// Progress is printed to standard output. Blocks the calling (worker) thread, for minutes at worst.
+int install_driver(unsigned short vendorId, unsigned short productId, unsigned char interfaceNumber,
+                   bool composite, char *deviceDescription);
+
+} // namespace usb
+
+#endif
