@@ -77,5 +77,8 @@ int main(int argc, char **argv)
     } catch (const std::exception &reason) {
         std::cerr << "capso-config: " << reason.what() << std::endl;
         return EXIT_FAILURE;
+    } catch (...) {
+        std::cerr << "capso-config: unknown exception" << std::endl;
+        return EXIT_FAILURE;
     }
 }

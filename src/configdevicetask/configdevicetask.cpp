@@ -150,6 +150,7 @@ void ConfigDeviceAction::init(std::error_code &ec)
         ec = std::make_error_code(std::errc::invalid_argument);
         return;
     }
+    ec.clear();
     ConfigDeviceTask::connectToWorker(this, worker);
 }
 

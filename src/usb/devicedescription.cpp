@@ -23,6 +23,9 @@ DeviceDescription::DeviceDescription(const DeviceDescription &other)
 
 DeviceDescription &DeviceDescription::operator=(const DeviceDescription &other)
 {
+    if (this == &other) {
+        return *this;
+    }
     // The new reference is taken before the old one is dropped: both may be the same device.
     libusb_device *taken = other.device ? libusb_ref_device(other.device) : nullptr;
     forgetDevice();

@@ -146,7 +146,7 @@ bool device_addressing_compare(Device device, const DeviceDescription &descripti
 {
     constexpr quint16 wildcardBit = 0x8000;
     DeviceDescription live;
-    if (device_adressing_fill(std::move(device), live) < 0) {
+    if (device_adressing_fill(device, live) < 0) {
         return false;
     }
     return live.vendorId == description.vendorId && live.productId == description.productId &&

@@ -1,0 +1,106 @@
+#!/usr/bin/env python3
+"""Checks who includes whom in src/ and simulator/ against the table of docs/architecture.md.
+
+CMake keeps a room from seeing the project headers of rooms that it does not link. It cannot keep a
+room from a system header, nor a header from being included by more than its room: that is checked here.
+"""
+
+import pathlib
+import re
+import sys
+import tempfile
+
+# Which rooms a room may include, and which libraries' headers (by pattern of the include).
+QT_WIDGETS = r"Q(Application|Dialog|Widget|MessageBox|FileDialog|ListWidget.*|.*Button|CheckBox|.*Layout|Label)"
+RULES = {
+    "usb": {"rooms": {"usb"}, "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS]},
+    "zip": {"rooms": {"zip"}, "never": [r"Q[A-Z].*", r"libusb\.h", r"zlib\.h"]},
+    "devicescanner": {"rooms": {"devicescanner", "usb"}, "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS]},
+    "configdevicetask": {
+        "rooms": {"configdevicetask", "usb"},
+        "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS],
+    },
+    "updatetask": {"rooms": {"updatetask", "usb", "zip"}, "never": [r"zip\.h", QT_WIDGETS]},
+    "updaterepair": {
+        "rooms": {"updaterepair", "devicescanner", "updatetask", "configdevicetask", "usb"},
+        "never": [r"zip\.h", r"libusb\.h", r"zlib\.h"],
+    },
+    "main.cpp": {"rooms": {"usb", "updaterepair"}, "never": [r"zip\.h", r"zlib\.h"]},
+    "simulator": {"rooms": {"simulator"}, "never": [r"Q[A-Z].*", r"libusb\.h"]},
+}
+# C libraries' headers stay out of our headers, so that nobody gets them by accident.
+NEVER_IN_HEADERS = [r"libusb\.h", r"zip\.h", r"zlib\.h"]
+# Headers that only their own room may include.
+PRIVATE = {"updateworker.h": "updatetask", "probes.h": "devicescanner"}
+
+INCLUDE = re.compile(r'^\s*#\s*include\s+[<"]([^>"]+)[>"]', re.MULTILINE)
+
+
+def room_of(path, root):
+    parts = path.relative_to(root).parts
+    return parts[1] if parts[0] == "src" else parts[0]
+
+
+def check(root):
+    files = [p for top in ("src", "simulator") for p in sorted((root / top).rglob("*")) if p.suffix in (".h", ".cpp")]
+    home = {p.name: room_of(p, root) for p in files if p.suffix == ".h"}
+    problems = []
+    for path in files:
+        room = room_of(path, root)
+        rule = RULES.get(room)
+        if rule is None:
+            problems.append(f"{path.relative_to(root)}: no rule for the room '{room}'")
+            continue
+        for include in INCLUDE.findall(path.read_text(encoding="utf-8")):
+            name = include.split("/")[-1]
+            offence = None
+            if name in home and home[name] not in rule["rooms"]:
+                offence = f"the room '{home[name]}' is out of its reach"
+            elif name in PRIVATE and room != PRIVATE[name]:
+                offence = f"private to '{PRIVATE[name]}'"
+            elif any(re.fullmatch(pattern, name) for pattern in rule["never"]):
+                offence = "a library that this room must not know"
+            elif path.suffix == ".h" and any(re.fullmatch(p, name) for p in NEVER_IN_HEADERS):
+                offence = "a C library's header inside a header"
+            if offence:
+                problems.append(f"{path.relative_to(root)}: includes {include}: {offence}")
+    return len(files), problems
+
+
+def self_test():
+    """Every kind of offence is found, and nothing but the offences."""
+    offences = {
+        "src/zip/a.cpp": "#include <QString>\n",
+        "src/usb/b.cpp": '#include "dialog.h"\n',
+        "src/updaterepair/c.cpp": "#include <libusb.h>\n",
+        "src/usb/d.h": "#include <libusb.h>\n",
+        "simulator/e.cpp": '#include "record.h"\n',
+        "src/attic/f.cpp": "",
+    }
+    fine = {
+        "src/usb/record.h": "#include <QString>\n",
+        "src/updaterepair/dialog.h": '#include "record.h"\n',
+        "src/usb/g.cpp": "#include <libusb.h>\n",
+    }
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder)
+        for name, text in {**offences, **fine}.items():
+            (root / name).parent.mkdir(parents=True, exist_ok=True)
+            (root / name).write_text(text, encoding="utf-8")
+        _, problems = check(root)
+    found = {problem.split(":")[0] for problem in problems}
+    if found != set(offences):
+        sys.exit(f"expected {sorted(offences)}, found {sorted(found)}")
+
+
+def main():
+    if sys.argv[1:] == ["--self-test"]:
+        self_test()
+        return
+    count, problems = check(pathlib.Path(sys.argv[1]))
+    print("\n".join(problems) or f"{count} files, every include within its room's reach")
+    sys.exit(1 if problems or count == 0 else 0)
+
+
+if __name__ == "__main__":
+    main()
