@@ -1,0 +1,119 @@
+#include "zipcalls.h"
+
+#include <optional>
+
+namespace {
+
+QStringList s_log;
+std::optional<quint64> s_failingStat;
+std::function<void(zip_stat_t &)> s_change;
+bool s_countFails = false;
+
+} // namespace
+
+void zipcalls::reset()
+{
+    s_log.clear();
+    s_failingStat.reset();
+    s_change = nullptr;
+    s_countFails = false;
+}
+
+QStringList zipcalls::log()
+{
+    return s_log;
+}
+
+void zipcalls::failStat(quint64 index)
+{
+    s_failingStat = index;
+}
+
+void zipcalls::changeStat(std::function<void(zip_stat_t &)> change)
+{
+    s_change = std::move(change);
+}
+
+void zipcalls::failCount()
+{
+    s_countFails = true;
+}
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+extern "C" {
+
+zip_t *__real_zip_open(const char *path, int flags, int *error);
+int __real_zip_close(zip_t *archive);
+zip_int64_t __real_zip_get_num_entries(zip_t *archive, zip_flags_t flags);
+int __real_zip_stat(zip_t *archive, const char *name, zip_flags_t flags, zip_stat_t *stat);
+int __real_zip_stat_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags, zip_stat_t *stat);
+zip_file_t *__real_zip_fopen(zip_t *archive, const char *name, zip_flags_t flags);
+zip_file_t *__real_zip_fopen_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags);
+zip_int64_t __real_zip_fread(zip_file_t *file, void *buffer, zip_uint64_t length);
+int __real_zip_fclose(zip_file_t *file);
+
+zip_t *__wrap_zip_open(const char *path, int flags, int *error)
+{
+    s_log.append(QStringLiteral("zip_open flags %1").arg(flags));
+    return __real_zip_open(path, flags, error);
+}
+
+int __wrap_zip_close(zip_t *archive)
+{
+    s_log.append(QStringLiteral("zip_close"));
+    return __real_zip_close(archive);
+}
+
+zip_int64_t __wrap_zip_get_num_entries(zip_t *archive, zip_flags_t flags)
+{
+    s_log.append(QStringLiteral("zip_get_num_entries"));
+    return s_countFails ? -1 : __real_zip_get_num_entries(archive, flags);
+}
+
+int __wrap_zip_stat(zip_t *archive, const char *name, zip_flags_t flags, zip_stat_t *stat)
+{
+    s_log.append(QStringLiteral("zip_stat ") + QString::fromUtf8(name));
+    const int result = __real_zip_stat(archive, name, flags, stat);
+    if (result == 0 && s_change)
+        s_change(*stat);
+    return result;
+}
+
+int __wrap_zip_stat_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags, zip_stat_t *stat)
+{
+    s_log.append(QStringLiteral("zip_stat_index %1").arg(index));
+    // An index far past the end is how libzip itself comes to fail, with its error set.
+    const bool fails = s_failingStat && *s_failingStat == index;
+    const int result =
+        __real_zip_stat_index(archive, fails ? ~zip_uint64_t(0) : index, flags, stat);
+    if (result == 0 && s_change)
+        s_change(*stat);
+    return result;
+}
+
+zip_file_t *__wrap_zip_fopen(zip_t *archive, const char *name, zip_flags_t flags)
+{
+    s_log.append(QStringLiteral("zip_fopen ") + QString::fromUtf8(name));
+    return __real_zip_fopen(archive, name, flags);
+}
+
+zip_file_t *__wrap_zip_fopen_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags)
+{
+    s_log.append(QStringLiteral("zip_fopen_index %1").arg(index));
+    return __real_zip_fopen_index(archive, index, flags);
+}
+
+zip_int64_t __wrap_zip_fread(zip_file_t *file, void *buffer, zip_uint64_t length)
+{
+    s_log.append(QStringLiteral("zip_fread"));
+    return __real_zip_fread(file, buffer, length);
+}
+
+int __wrap_zip_fclose(zip_file_t *file)
+{
+    s_log.append(QStringLiteral("zip_fclose"));
+    return __real_zip_fclose(file);
+}
+
+} // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

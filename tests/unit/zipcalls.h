@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QStringList>
+
+#include <zip.h>
+
+#include <functional>
+
+// The program's calls of libzip, seen at the link (--wrap): each is logged and passed on, and a few
+// can be made to fail in ways that no archive file brings about.
+namespace zipcalls {
+
+void reset();
+QStringList log();
+// zip_stat_index of this entry fails.
+void failStat(quint64 index);
+// Each successful stat passes through this.
+void changeStat(std::function<void(zip_stat_t &)> change);
+// zip_get_num_entries gives -1.
+void failCount();
+
+} // namespace zipcalls
