@@ -119,6 +119,17 @@ CapturedStdout::~CapturedStdout()
     finish();
 }
 
+std::string CapturedStdout::flushedText() const
+{
+    // pread leaves the file's position alone, at which the process goes on writing.
+    std::string text;
+    char piece[4096];
+    const auto position = [&text] { return static_cast<off_t>(text.size()); };
+    for (ssize_t size = 0; (size = pread(fileno(file), piece, sizeof(piece), position())) > 0;)
+        text.append(piece, static_cast<std::size_t>(size));
+    return text;
+}
+
 std::string CapturedStdout::finish()
 {
     if (file == nullptr)

@@ -54,6 +54,8 @@ public:
     CapturedStdout(const CapturedStdout &) = delete;
     CapturedStdout &operator=(const CapturedStdout &) = delete;
 
+    // What has left the process's buffers so far. The capture goes on.
+    std::string flushedText() const;
     // Ends the capture and returns what was written.
     std::string finish();
 
