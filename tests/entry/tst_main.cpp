@@ -1,0 +1,190 @@
+#include "capturedoutput.h"
+#include "scriptedlibusb.h"
+#include "updaterepair.h"
+
+#include <QApplication>
+#include <QListWidget>
+#include <QMetaType>
+#include <QTest>
+#include <QTimer>
+
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+int capsoMain(int argc, char **argv);
+
+// A timer can only be set once there is an application object, so the first event that it sends to
+// anybody is where a test gets hold of the running program.
+static std::function<void()> s_whenRunning;
+
+static void startWhenRunning()
+{
+    if (auto start = std::exchange(s_whenRunning, nullptr)) {
+        QTimer::singleShot(0, qApp, start);
+    }
+}
+Q_COREAPP_STARTUP_FUNCTION(startWhenRunning)
+
+class TestMain : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void libusbIsInitialisedFirstAndGivenBackLast();
+    void dialogIsGoneBeforeTheApplicationObject();
+    void resultIsThatOfTheEventLoop();
+    void withoutLibusbTheDialogStartsAndItsScanFindsNothing();
+    void exceptionInTheEventLoopStillCleansUp_data();
+    void exceptionInTheEventLoopStillCleansUp();
+    void metaTypesAreKnownBeforeTheFirstScan();
+
+private:
+    int run(std::function<void()> whenRunning);
+    static UpdateRepair *dialog();
+};
+
+int TestMain::run(std::function<void()> whenRunning)
+{
+    s_whenRunning = std::move(whenRunning);
+    char name[] = "capso-config";
+    char *arguments[] = {name, nullptr};
+    return capsoMain(1, arguments);
+}
+
+UpdateRepair *TestMain::dialog()
+{
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *found = qobject_cast<UpdateRepair *>(widget)) {
+            return found;
+        }
+    }
+    return nullptr;
+}
+
+void TestMain::libusbIsInitialisedFirstAndGivenBackLast()
+{
+    ScriptedUsb usb;
+    usb.plug("grabber", 0xE5C1, 0x3601);
+    run([] { QTimer::singleShot(200, qApp, &QCoreApplication::quit); });
+
+    const QStringList calls = usb.calls();
+    QCOMPARE(calls.value(0), QStringLiteral("init"));
+    QCOMPARE(calls.value(1), QStringLiteral("set_debug 2"));
+    QVERIFY2(calls.contains(QStringLiteral("get_device_list")), "the first scan is under way");
+    QCOMPARE(calls.last(), QStringLiteral("exit"));
+    QCOMPARE(calls.filter(QStringLiteral("exit")).size(), 1);
+}
+
+void TestMain::dialogIsGoneBeforeTheApplicationObject()
+{
+    ScriptedUsb usb;
+    QStringList order;
+    usb.onCall([&order](const QString &call) {
+        if (call == QLatin1String("exit")) {
+            order += qApp ? QStringLiteral("exit, application alive") : QStringLiteral("exit");
+        }
+    });
+    run([&order] {
+        QObject::connect(dialog(), &QObject::destroyed, [&order] {
+            order += qApp ? QStringLiteral("dialog") : QStringLiteral("dialog without application");
+        });
+        QObject::connect(qApp, &QObject::destroyed,
+                         [&order] { order += QStringLiteral("application"); });
+        QCoreApplication::quit();
+    });
+
+    QCOMPARE(order, QStringList({"dialog", "application", "exit"}));
+}
+
+void TestMain::resultIsThatOfTheEventLoop()
+{
+    ScriptedUsb usb;
+    QCOMPARE(run([] { QCoreApplication::exit(7); }), 7);
+}
+
+void TestMain::withoutLibusbTheDialogStartsAndItsScanFindsNothing()
+{
+    ScriptedUsb usb;
+    usb.plug("grabber", 0xE5C1, 0x3601); // to be seen only by a scan that should not happen
+    usb.failCall(0, LIBUSB_ERROR_OTHER);
+    bool shown = false;
+    bool unlocked = false;
+    int rows = -1;
+    run([&] {
+        shown = dialog() && dialog()->isVisible();
+        QTimer::singleShot(300, dialog(), [&] {
+            auto *list = dialog()->findChild<QListWidget *>(QStringLiteral("devicesList"));
+            rows = list->count();
+            // The tabs open for a row only when no scan is running any more.
+            list->addItem(QStringLiteral("row"));
+            list->setCurrentRow(0);
+            unlocked = dialog()->findChild<QWidget *>(QStringLiteral("tabWidget"))->isEnabled();
+            QCoreApplication::quit();
+        });
+    });
+
+    QVERIFY(shown);
+    QVERIFY(unlocked);
+    QCOMPARE(rows, 0);
+    QCOMPARE(usb.calls(), QStringList({"init"}));
+}
+
+void TestMain::exceptionInTheEventLoopStillCleansUp_data()
+{
+    QTest::addColumn<bool>("known");
+    QTest::addColumn<QString>("said");
+    QTest::newRow("std::exception") << true << "capso-config: lost a cable\n";
+    QTest::newRow("anything else") << false << "capso-config: unknown exception\n";
+}
+
+void TestMain::exceptionInTheEventLoopStillCleansUp()
+{
+    QFETCH(bool, known);
+    QFETCH(QString, said);
+
+    ScriptedUsb usb;
+    CapturedStream errors(std::cerr);
+    QStringList order;
+    usb.onCall([&order](const QString &call) {
+        if (call == QLatin1String("exit")) {
+            order += QStringLiteral("exit");
+        }
+    });
+    const int result = run([&order, known] {
+        QObject::connect(dialog(), &QObject::destroyed,
+                         [&order] { order += QStringLiteral("dialog"); });
+        QObject::connect(qApp, &QObject::destroyed,
+                         [&order] { order += QStringLiteral("application"); });
+        if (known) {
+            throw std::runtime_error("lost a cable");
+        }
+        throw 17;
+    });
+
+    QCOMPARE(result, EXIT_FAILURE);
+    QCOMPARE(order, QStringList({"dialog", "application", "exit"}));
+    QVERIFY2(QString::fromStdString(errors.text()).endsWith(said), errors.text().c_str());
+}
+
+void TestMain::metaTypesAreKnownBeforeTheFirstScan()
+{
+    ScriptedUsb usb;
+    int description = QMetaType::UnknownType;
+    int byte = QMetaType::UnknownType;
+    usb.onCall([&](const QString &call) {
+        if (call == QLatin1String("get_device_list")) {
+            description = QMetaType::type("DeviceDescription");
+            byte = QMetaType::type("uint8_t");
+        }
+    });
+    run([] { QTimer::singleShot(200, qApp, &QCoreApplication::quit); });
+
+    QVERIFY(description != QMetaType::UnknownType);
+    QCOMPARE(byte, int(QMetaType::UChar));
+}
+
+// The program makes its own application object.
+QTEST_APPLESS_MAIN(TestMain)
+
+#include "tst_main.moc"
