@@ -1,0 +1,26 @@
+#pragma once
+
+#include "capturedevice.h"
+
+#include <string>
+
+namespace sim {
+
+// What a device itself does not know of its place on the bus.
+struct Presence
+{
+    bool plugged = false;
+    unsigned port = 0;
+    unsigned address = 0;
+    unsigned transfers = 0;
+    size_t openFiles = 0;
+};
+
+// state.json, in one line.
+std::string stateJson(const CaptureDevice &device, const Presence &presence);
+
+// Writes fx3.bin, fpga.bin, edid.bin and state.json. Throws std::runtime_error.
+void writeMemoryFiles(const CaptureDevice &device, const std::string &state,
+                      const std::string &directory);
+
+} // namespace sim

@@ -1,0 +1,129 @@
+#include "simulation.h"
+
+#include "controlsocket.h"
+#include "machine.h"
+#include "outputdirectory.h"
+#include "program.h"
+
+#include <glib-unix.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <linux/magic.h>
+
+namespace sim {
+namespace {
+
+constexpr int s_sceneFailed = 90;
+constexpr size_t s_longestTemporaryPath = 60;
+
+bool isMemoryFileSystem(const char *path)
+{
+    struct statfs info = {};
+    return statfs(path, &info) == 0 && info.f_type == TMPFS_MAGIC && access(path, W_OK) == 0;
+}
+
+// umockdev makes its directory below TMPDIR. In memory an unplug costs half a millisecond instead
+// of tens, and the sockets in it need a short path.
+void chooseTemporaryDirectory()
+{
+    const char *chosen = std::getenv("TMPDIR");
+    if (isMemoryFileSystem("/dev/shm"))
+        chosen = "/dev/shm";
+    else if (!chosen || std::string(chosen).size() > s_longestTemporaryPath)
+        chosen = "/tmp";
+    setenv("TMPDIR", chosen, 1);
+}
+
+// Makes the test bed while TMPDIR is as umockdev needs it; the program keeps its own.
+std::unique_ptr<TestBed> makeTestBed()
+{
+    const char *variable = std::getenv("TMPDIR");
+    const std::string before = variable ? variable : "";
+    chooseTemporaryDirectory();
+    auto bed = std::make_unique<TestBed>();
+    if (variable)
+        setenv("TMPDIR", before.c_str(), 1);
+    else
+        unsetenv("TMPDIR");
+    return bed;
+}
+
+void say(const std::string &text)
+{
+    std::fprintf(stderr, "capso-sim: %s\n", text.c_str());
+}
+
+// The main loop, and what ends it.
+class Loop
+{
+public:
+    Loop() : loop(g_main_loop_new(nullptr, FALSE)) {}
+    ~Loop() { g_main_loop_unref(loop); }
+    Loop(const Loop &) = delete;
+    Loop &operator=(const Loop &) = delete;
+
+    int run()
+    {
+        g_main_loop_run(loop);
+        return code;
+    }
+    void quit(int exitCode)
+    {
+        code = exitCode;
+        g_main_loop_quit(loop);
+    }
+    // What the program left behind, such as the end of its files, is still worked off.
+    static void drain()
+    {
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+    }
+
+private:
+    GMainLoop *loop;
+    int code = 0;
+};
+
+int endProgram(void *program)
+{
+    static_cast<Program *>(program)->end();
+    return G_SOURCE_CONTINUE;
+}
+
+} // namespace
+
+int runSimulation(const Scene &scene, const std::vector<std::string> &program, bool verbose)
+{
+    const OutputDirectory output;
+    Transcript transcript(output.path() + "/transcript.jsonl", scene.fullTranscript);
+    const std::unique_ptr<TestBed> bed = makeTestBed();
+    Machine machine(*bed, transcript, scene, output.path());
+    if (verbose) {
+        say("outputs are in " + output.path());
+        machine.setNewsSink(say);
+    }
+    machine.plugAll();
+
+    Loop loop;
+    Program child([&loop](int code) { loop.quit(code); });
+    const ControlSocket control(
+        output.path(), [&machine](const std::string &line) { return machine.command(line); });
+    machine.onQuit = [&child] { child.end(); };
+    std::signal(SIGINT, SIG_IGN);
+    g_unix_signal_add(SIGTERM, &endProgram, &child);
+    g_unix_signal_add(SIGHUP, &endProgram, &child);
+
+    child.start(program, {bed->root(), output.path(), scene.deniesAccess() && geteuid() == 0});
+    const int code = loop.run();
+    Loop::drain();
+    machine.dump();
+    return scene.strict && machine.sawViolation() ? s_sceneFailed : code;
+}
+
+} // namespace sim

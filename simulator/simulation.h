@@ -1,0 +1,14 @@
+#pragma once
+
+#include "scene.h"
+
+#include <string>
+#include <vector>
+
+namespace sim {
+
+// Shows the scene to the program, runs it to its end, and returns the exit code for it. Throws
+// std::runtime_error when the simulator itself cannot work.
+int runSimulation(const Scene &scene, const std::vector<std::string> &program, bool verbose);
+
+} // namespace sim

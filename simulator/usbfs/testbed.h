@@ -1,0 +1,63 @@
+#pragma once
+
+#include "bytes.h"
+#include "uevents.h"
+
+#include <memory>
+#include <set>
+#include <string>
+
+using UMockdevTestbed = struct _UMockdevTestbed;
+using UMockdevIoctlBase = struct _UMockdevIoctlBase;
+
+namespace sim {
+
+// What sysfs says of a plugged device.
+struct SysfsEntry
+{
+    unsigned bus = 1;
+    unsigned port = 1;
+    unsigned address = 2;
+    Bytes descriptors; // device and configuration
+};
+
+// /dev/bus/usb/001/002
+std::string devicePath(unsigned bus, unsigned address);
+
+// The file system in which the programs under test live: /dev and /sys in a directory, with
+// umockdev's preload leading them there.
+class TestBed
+{
+public:
+    TestBed();
+    ~TestBed();
+    TestBed(const TestBed &) = delete;
+    TestBed &operator=(const TestBed &) = delete;
+
+    // Where the root of the test bed is.
+    const std::string &root() const { return rootDirectory; }
+
+    // Leads ioctls on a device path to a handler. Throws std::runtime_error.
+    void attach(const std::string &path, UMockdevIoctlBase *handler);
+    void detach(const std::string &path);
+
+    // Shows the device in sysfs and says so to the programs; removes it again.
+    void add(const SysfsEntry &entry);
+    void remove(const SysfsEntry &entry);
+
+private:
+    void addRootHub(unsigned bus);
+    void addFromString(const std::string &description);
+    void notify(const char *action, const SysfsEntry &entry);
+
+    struct Unref
+    {
+        void operator()(UMockdevTestbed *bed) const;
+    };
+    std::unique_ptr<UMockdevTestbed, Unref> bed;
+    std::string rootDirectory;
+    std::set<unsigned> hubs; // buses that have their root hub
+    unsigned sequence = 0;   // of uevents
+};
+
+} // namespace sim

@@ -1,0 +1,237 @@
+#include "usbnode.h"
+
+#include <umockdev.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+
+namespace sim {
+namespace {
+
+constexpr unsigned s_interface = 0; // the only one
+constexpr int s_superSpeed = 5;     // as USBDEVFS_GET_SPEED counts
+constexpr uint32_t s_capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
+                                    USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
+                                    USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+
+const char *statusText(int result)
+{
+    switch (result) {
+    case -EBUSY:
+        return "busy";
+    case -ENOENT:
+    case -ENODATA:
+        return "not-found";
+    case -ENODEV:
+        return "no-device";
+    default:
+        return result < 0 ? "error" : "ok";
+    }
+}
+
+} // namespace
+
+UsbNode::UsbNode(TestBed &testBed, SysfsEntry sysfsEntry, NodeOwner &nodeOwner,
+                 NodeOptions nodeOptions)
+    : bed(testBed),
+      sysfs(std::move(sysfsEntry)),
+      owner(nodeOwner),
+      options(std::move(nodeOptions)),
+      path(devicePath(sysfs.bus, sysfs.address)),
+      boundDriver(options.kernelDriver),
+      pipe(bed.root() + path),
+      handler(umockdev_ioctl_base_new())
+{
+    pipe.setAccess(!options.denied);
+    if (options.missing)
+        pipe.removeNode();
+    g_signal_connect(handler, "handle-ioctl", G_CALLBACK(&UsbNode::onIoctl), this);
+    // Programs learn of the device only when everything behind it is in place.
+    bed.attach(path, handler);
+    bed.add(sysfs);
+}
+
+UsbNode::~UsbNode()
+{
+    unplug();
+    for (const auto &[client, file] : files)
+        g_object_weak_unref(G_OBJECT(client), &UsbNode::onClientGone, this);
+    g_signal_handlers_disconnect_by_data(handler, this);
+    g_object_unref(handler);
+}
+
+void UsbNode::unplug()
+{
+    if (gone)
+        return;
+    gone = true;
+    pipe.removeNode();
+    bed.detach(path);
+    bed.remove(sysfs);
+    for (const auto &[client, file] : files)
+        file->disconnect();
+}
+
+int UsbNode::onIoctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, void *self)
+{
+    auto *node = static_cast<UsbNode *>(self);
+    const unsigned long request = umockdev_ioctl_client_get_request(client);
+    const int result = node->dispatch(node->fileOf(client), request, client);
+    if (result < 0)
+        umockdev_ioctl_client_complete(client, -1, -result);
+    else
+        umockdev_ioctl_client_complete(client, result, 0);
+    return TRUE;
+}
+
+void UsbNode::onClientGone(void *self, GObject *client)
+{
+    // umockdev tells neither of a close nor of a program's death in every case; the end of the
+    // client object does.
+    auto *node = static_cast<UsbNode *>(self);
+    node->files.erase(reinterpret_cast<UMockdevIoctlClient *>(client));
+    node->updateReady();
+    node->owner.filesChanged();
+}
+
+UsbFile &UsbNode::fileOf(UMockdevIoctlClient *client)
+{
+    std::unique_ptr<UsbFile> &file = files[client];
+    if (!file) {
+        file = std::make_unique<UsbFile>(owner, sysfs.address, [this] { updateReady(); });
+        g_object_weak_ref(G_OBJECT(client), &UsbNode::onClientGone, this);
+        owner.filesChanged();
+    }
+    return *file;
+}
+
+int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient *client)
+{
+    const auto argument = [client](size_t size) { return ClientMemory::ofArgument(client, size); };
+    // A device that is gone leaves only finished transfers to fetch.
+    if (request == USBDEVFS_REAPURBNDELAY || request == USBDEVFS_REAPURB) {
+        const int result = file.reap(argument(sizeof(void *)));
+        return gone && result == EAGAIN ? -ENODEV : -result;
+    }
+    if (request == USBDEVFS_DISCARDURB)
+        return -file.discard(ClientMemory::argumentValue(client));
+    if (gone)
+        return -ENODEV;
+    switch (request) {
+    case USBDEVFS_SUBMITURB:
+        return -file.submit(argument(sizeof(usbdevfs_urb)));
+    case USBDEVFS_CLAIMINTERFACE:
+        return claim(file, argument(sizeof(unsigned)).as<unsigned>());
+    case USBDEVFS_RELEASEINTERFACE:
+        return release(file, argument(sizeof(unsigned)).as<unsigned>());
+    case USBDEVFS_GETDRIVER:
+        return getDriver(argument(sizeof(usbdevfs_getdriver)));
+    case USBDEVFS_IOCTL:
+        return driverIoctl(file, argument(sizeof(usbdevfs_ioctl)));
+    case USBDEVFS_GET_CAPABILITIES:
+        argument(sizeof s_capabilities).write(0, &s_capabilities, sizeof s_capabilities);
+        return 0;
+    case USBDEVFS_GET_SPEED:
+        return s_superSpeed;
+    case USBDEVFS_SETCONFIGURATION:
+    case USBDEVFS_SETINTERFACE:
+    case USBDEVFS_CLEAR_HALT:
+    case USBDEVFS_RESET:
+        return 0;
+    default:
+        return -ENOTTY;
+    }
+}
+
+bool UsbNode::isClaimed() const
+{
+    return std::any_of(files.begin(), files.end(),
+                       [](const auto &entry) { return entry.second->claimed(); });
+}
+
+int UsbNode::claim(UsbFile &file, unsigned interface)
+{
+    int result = -owner.claimFault();
+    if (result == 0 && interface != s_interface)
+        result = -ENOENT;
+    else if (result == 0 && !file.claimed() && (isClaimed() || !boundDriver.empty()))
+        result = -EBUSY;
+    if (result == 0)
+        file.setClaimed(true);
+    return report(file, "claim", interface, result);
+}
+
+int UsbNode::release(UsbFile &file, unsigned interface)
+{
+    int result = 0;
+    if (interface != s_interface)
+        result = -ENOENT;
+    else if (!file.claimed())
+        result = -EINVAL;
+    file.setClaimed(file.claimed() && result != 0);
+    return report(file, "release", interface, result);
+}
+
+int UsbNode::getDriver(const ClientMemory &memory) const
+{
+    if (memory.as<usbdevfs_getdriver>().interface != s_interface)
+        return -EINVAL;
+    const std::string driver = isClaimed() ? "usbfs" : boundDriver;
+    if (driver.empty())
+        return -ENODATA;
+    memory.write(offsetof(usbdevfs_getdriver, driver), driver.c_str(), driver.size() + 1);
+    return 0;
+}
+
+int UsbNode::driverIoctl(const UsbFile &file, const ClientMemory &memory)
+{
+    const auto command = memory.as<usbdevfs_ioctl>();
+    const auto interface = static_cast<unsigned>(command.ifno);
+    if (interface != s_interface)
+        return -EINVAL;
+    if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_DISCONNECT)
+        return report(file, "driver-detach", interface, detachDriver());
+    if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_CONNECT)
+        return report(file, "driver-attach", interface, attachDriver());
+    return -ENOTTY;
+}
+
+int UsbNode::detachDriver()
+{
+    if (boundDriver.empty())
+        return -ENODATA;
+    boundDriver.clear();
+    return 0;
+}
+
+// 1: a driver was bound; 0: none fits, which libusb calls NOT_FOUND.
+int UsbNode::attachDriver()
+{
+    if (isClaimed() || !boundDriver.empty())
+        return -EBUSY;
+    boundDriver = options.kernelDriver;
+    return boundDriver.empty() ? 0 : 1;
+}
+
+int UsbNode::report(const UsbFile &file, const char *event, unsigned interface, int result)
+{
+    const bool noDriver = std::strcmp(event, "driver-attach") == 0 && result == 0;
+    owner.event(sysfs.address, event,
+                JsonObject()
+                    .add("file", file.number())
+                    .add("interface", interface)
+                    .add("status", noDriver ? "not-found" : statusText(result)));
+    return result;
+}
+
+void UsbNode::updateReady()
+{
+    pipe.setReady(std::any_of(files.begin(), files.end(),
+                              [](const auto &entry) { return entry.second->canReap(); }));
+}
+
+} // namespace sim

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "readypipe.h"
+#include "testbed.h"
+#include "usbfile.h"
+
+#include <map>
+#include <memory>
+#include <string>
+
+struct _GObject;
+
+namespace sim {
+
+// How a plugged device appears beyond its descriptors.
+struct NodeOptions
+{
+    std::string kernelDriver; // bound to interface 0; empty: none
+    bool denied = false;      // opening fails for lack of rights
+    bool missing = false;     // the node is not there, though sysfs shows the device
+};
+
+// A device as it is plugged in once, at one address: its node and those who have it open. After
+// unplug() it lives on until the last file is closed, answering that the device is gone.
+class UsbNode
+{
+public:
+    UsbNode(TestBed &bed, SysfsEntry entry, NodeOwner &owner, NodeOptions options);
+    ~UsbNode();
+    UsbNode(const UsbNode &) = delete;
+    UsbNode &operator=(const UsbNode &) = delete;
+
+    void unplug();
+    void setDenied(bool denied) { pipe.setAccess(!denied); }
+
+    const SysfsEntry &entry() const { return sysfs; }
+    size_t openFiles() const { return files.size(); }
+
+private:
+    static int onIoctl(UMockdevIoctlBase *handler, UMockdevIoctlClient *client, void *self);
+    static void onClientGone(void *self, _GObject *client);
+
+    UsbFile &fileOf(UMockdevIoctlClient *client);
+    // The result of an ioctl: 0 or more, or a negative errno.
+    int dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient *client);
+    int claim(UsbFile &file, unsigned interface);
+    int release(UsbFile &file, unsigned interface);
+    int getDriver(const ClientMemory &memory) const;
+    int driverIoctl(const UsbFile &file, const ClientMemory &memory);
+    int detachDriver();
+    int attachDriver();
+    bool isClaimed() const;
+    int report(const UsbFile &file, const char *event, unsigned interface, int result);
+    void updateReady();
+
+    TestBed &bed;
+    SysfsEntry sysfs;
+    NodeOwner &owner;
+    NodeOptions options;
+    std::string path;
+    std::string boundDriver;
+    ReadyPipe pipe;
+    UMockdevIoctlBase *handler;
+    bool gone = false;
+    std::map<UMockdevIoctlClient *, std::unique_ptr<UsbFile>> files;
+};
+
+} // namespace sim
