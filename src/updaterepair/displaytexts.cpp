@@ -39,9 +39,9 @@ QString deviceRowText(const DeviceDescription &desc)
 {
     // One call for all five: with a chain of calls, a "%4" in the serial number would be filled
     // next.
-    const QString text = translated(QT_TRANSLATE_NOOP("UpdateRepair", "%4 (%3, %5) [%1:%2]"))
-                             .arg(usbIdText(desc.vendorId), usbIdText(desc.productId),
-                                  desc.serialNumber, desc.productName, desc.versionString);
+    QString text = translated(QT_TRANSLATE_NOOP("UpdateRepair", "%4 (%3, %5) [%1:%2]"))
+                       .arg(usbIdText(desc.vendorId), usbIdText(desc.productId), desc.serialNumber,
+                            desc.productName, desc.versionString);
     if (desc.modeText.isEmpty()) {
         return text;
     }

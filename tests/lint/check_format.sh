@@ -3,5 +3,5 @@
 # Usage: check_format.sh CLANG_FORMAT, in the project's root.
 set -euo pipefail
 
-find src simulator tests bench \( -name '*.cpp' -o -name '*.h' \) -print0 |
+find . -name build -prune -o \( -name '*.cpp' -o -name '*.h' \) -print0 |
     xargs -0 -r "$1" --dry-run --Werror
