@@ -1,0 +1,220 @@
+// Every text that a user can see must reach the translators: lupdate collects them from the
+// sources, and the list here, written by hand, tells what it must find and under which context.
+
+#include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QXmlStreamReader>
+
+namespace {
+
+using Texts = QMap<QString, QSet<QString>>; // of each context
+
+const char s_dialog[] = "UpdateRepair";
+const char s_scanner[] = "DeviceScanner::Worker";
+const char s_probes[] = "DeviceProbes";
+const char s_update[] = "UpdateTask::Worker";
+const char s_configuration[] = "ConfigDeviceTask::Worker";
+
+struct Expected
+{
+    const char *context;
+    const char *text;
+};
+
+const Expected s_expected[] = {
+    {s_dialog, "Capso Config"},
+    {s_dialog, "Devices:"},
+    {s_dialog, "Refresh device list"},
+    {s_dialog, "Firmware"},
+    {s_dialog, "Firmware:"},
+    {s_dialog, "Select"},
+    {s_dialog, "Browse for firmware file"},
+    {s_dialog, "UPDATE"},
+    {s_dialog, "Update firmware"},
+    {s_dialog, "Settings"},
+    {s_dialog, "Use input signal resolution"},
+    {s_dialog, "Preserve aspect ratio"},
+    {s_dialog, "Performance mode"},
+    {s_dialog, "Audio selector for multichannel inputs"},
+    {s_dialog, "Apply"},
+    {s_dialog, "User Modes"},
+    {s_dialog, "User mode 1"},
+    {s_dialog, "User mode 2"},
+    {s_dialog, "User mode 3"},
+    {s_dialog, "Width:"},
+    {s_dialog, "Height:"},
+    {s_dialog, "Input signal: "},
+    {s_dialog,
+     "<html><head/><body><p><span style=\" font-weight:600;\">Use input signal "
+     "resolution</span><br/>"
+     "<br/>When selected, Capso adds the exact resolution of your input signal to the list of "
+     "supported "
+     "output resolutions. This is the only way to enable 1:1 capture for special frame sizes. The "
+     "disadvantage of selecting this mode is that any change in input signal "
+     "(programmatic\xC2\xA0or by "
+     "connecting a different input) causes Capso to renegotiate its resolution with the "
+     "application. "
+     "This can cause an interruption in the captured stream.\xC2\xA0</p></body></html>"},
+    {s_dialog,
+     "<html><head/><body><p><span style=\" font-weight:600;\">Preserve aspect ratio</span>"
+     "<br/><br/>When selected, Capso preserves the aspect ratio of your input signal by adding "
+     "black bars to the sides or top and bottom of the frame if the application using the "
+     "signal requests a frame size with a different aspect ratio.</p></body></html>"},
+    {s_dialog,
+     "<html><head/><body><p><span style=\" font-weight:600;\">Performance mode</span></p><p>"
+     "When selected, Capso enters and exits system suspend mode (i.e. sleep) faster by "
+     "disabling support for the Suspend/U3 USB power state. This means Capso starts working "
+     "again faster after your computer wakes from a sleep state, at the cost of increased "
+     "power consumption.</p></body></html>"},
+    {s_dialog, "%4 (%3, %5) [%1:%2]"},
+    {s_dialog, " (%1)"},
+    {s_dialog, "device not selected"},
+    {s_dialog, "request not supported"},
+    {s_dialog, "no signal"},
+    {s_dialog, "Device Scanning Error"},
+    {s_dialog, "Device Access Error"},
+    {s_dialog, "Quorlin Updater"},
+    {s_dialog, "Please select a device from the list"},
+    {s_dialog, "Please select the firmware file"},
+    {s_dialog, "Select firmware update file"},
+    {s_dialog, "DO NOT INTERRUPT"},
+    {s_dialog, "Update Error"},
+    {s_dialog, "Update Completed"},
+    {s_dialog, "Do not disconnect. Retry. Call Support."},
+
+    {s_scanner, "Access Denied: Administrative privilegies are required to access the device"},
+    {s_probes, "Soft Repair Mode"},
+    {s_probes, "Hard Repair Mode"},
+
+    {s_update, "Cannot open firmware package: %1"},
+    {s_update, "Product info file found but can't be opened: %1"},
+    {s_update, "Can't read Product info file: %1"},
+    {s_update, "Unsupported product: '%1'"},
+    {s_update, "Invalid firmware package. File(s) not found: %1"},
+    {s_update, "Selected device and firmware incompatible"},
+    {s_update, "Cannot Access Device. Administrative privilegies may be required"},
+    {s_update, "Error: failed to connect to FPGA: %1"},
+    {s_update, "Error: failed to start microcode reflashing: %1"},
+    {s_update, "Error: failed to find microcode image"},
+    {s_update, "Error: failed to read archieve %d"},
+    {s_update, "Error: failed to write microcode block: %1"},
+    {s_update, "Error: failed to complete microcode reflash: %1"},
+    {s_update, "Error: failed to start FPGA reflashing: %1"},
+    {s_update, "Error: failed to find FPGA image"},
+    {s_update, "Error: failed to read FPGA image: %1"},
+    {s_update, "Error: failed to write FPGA header block:  %1"},
+    {s_update, "Error: failed to write FPGA block:  %1"},
+    {s_update, "Error: failed FPGA CRC check: %1"},
+    {s_update, "Error: failed to complete FPGA reflash: %1"},
+    {s_update, "Can't open EDID file"},
+    {s_update, "EDID data has incorrect format"},
+    {s_update, "EDID data has incorrect checksum"},
+    {s_update, "EDID data is empty"},
+    {s_update, "Can't initiate EDID IO access (err: %1)"},
+    {s_update, "Can't send EDID data to the device (err: %1)"},
+    {s_update, "Can't finalize EDID IO access (err: %1)"},
+    {s_update, "Error: failed to verify microcode signature"},
+    {s_update, "Error: failed to write microcode: %1"},
+    {s_update, "Fail to verify image"},
+    {s_update, "FX3 checksum error"},
+    {s_update, "Error: failed to start microcode: %1"},
+    {s_update, "Access Denied: Administrative privilegies are required to access the device"},
+    {s_update, "Error: Failed to install driver"},
+    {s_update, "Error: Failed to init device for repair"},
+
+    {s_configuration, "Cannot access USB. Administrative rights may be required."},
+    {s_configuration, "Error retreiving config device data: req=%1, status: %2"},
+    {s_configuration, "Error setting device flags: %1"},
+};
+
+// Shown as they are in every language.
+const char *const s_untranslated[] = {
+    "Firmware files (*.fw);; All (*)", "%1 %2x%3%4@%5, %6", "unknown", "i", "p", "%p%",
+};
+
+// What lupdate makes of the sources.
+Texts collect()
+{
+    QTemporaryDir directory;
+    const QString file = directory.filePath("texts.ts");
+    QProcess lupdate;
+    lupdate.setProcessChannelMode(QProcess::MergedChannels);
+    lupdate.start(CAPSO_LUPDATE, {"-recursive", CAPSO_SOURCES, "-ts", file});
+    if (!lupdate.waitForFinished(60000) || lupdate.exitCode() != 0) {
+        qFatal("lupdate: %s", lupdate.readAll().constData());
+    }
+    QFile ts(file);
+    if (!ts.open(QIODevice::ReadOnly)) {
+        qFatal("lupdate wrote nothing");
+    }
+    Texts texts;
+    QString context;
+    QXmlStreamReader reader(&ts);
+    while (!reader.atEnd()) {
+        reader.readNext();
+        if (reader.isStartElement() && reader.name() == QLatin1String("name")) {
+            context = reader.readElementText();
+        } else if (reader.isStartElement() && reader.name() == QLatin1String("source")) {
+            texts[context].insert(reader.readElementText());
+        }
+    }
+    return texts;
+}
+
+} // namespace
+
+class TestTranslations : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { texts = collect(); }
+    void everyTextIsFoundInItsContext();
+    void everyTextFoundIsOnTheList();
+    void someTextsAreNotForTranslators();
+
+private:
+    Texts texts;
+};
+
+void TestTranslations::everyTextIsFoundInItsContext()
+{
+    QStringList missing;
+    for (const Expected &expected : s_expected) {
+        if (!texts.value(expected.context).contains(QString::fromUtf8(expected.text))) {
+            missing += QStringLiteral("%1: %2").arg(QLatin1String(expected.context),
+                                                    QString::fromUtf8(expected.text));
+        }
+    }
+    QCOMPARE(missing, QStringList());
+}
+
+// A text that is added has to be added here too, by someone who has thought about its context.
+void TestTranslations::everyTextFoundIsOnTheList()
+{
+    Texts listed;
+    for (const Expected &expected : s_expected) {
+        listed[expected.context].insert(QString::fromUtf8(expected.text));
+    }
+    for (auto found = texts.cbegin(); found != texts.cend(); ++found) {
+        QVERIFY2(listed.contains(found.key()), qPrintable(found.key()));
+        const QSet<QString> unlisted = found.value() - listed.value(found.key());
+        QCOMPARE(unlisted, QSet<QString>());
+    }
+}
+
+void TestTranslations::someTextsAreNotForTranslators()
+{
+    for (const char *text : s_untranslated) {
+        for (const QSet<QString> &found : texts) {
+            QVERIFY2(!found.contains(QLatin1String(text)), text);
+        }
+    }
+}
+
+QTEST_GUILESS_MAIN(TestTranslations)
+#include "tst_translations.moc"

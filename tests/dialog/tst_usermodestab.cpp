@@ -1,0 +1,388 @@
+// The User Modes tab: three sizes read and written one after another. And the input signal's line.
+
+#include "dialogdriver.h"
+
+#include <QGroupBox>
+#include <QLabel>
+#include <QListWidget>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QTest>
+
+namespace {
+
+QString readOf(int mode)
+{
+    return QStringLiteral("get 179 Grabber size 5 index %1 value 0").arg(mode);
+}
+
+QString writeOf(int mode, const char *bytes)
+{
+    return QStringLiteral("set 179 Grabber size 5 index %1 value 0 %2")
+        .arg(QString::number(mode), QLatin1String(bytes));
+}
+
+// A driver that shows the User Modes page; the read of mode 0 has been asked for.
+class ReadyDriver : public DialogDriver
+{
+public:
+    ReadyDriver()
+    {
+        listDevices({"Grabber"});
+        selectRow(0);
+        openTab("tabUserMode");
+    }
+
+    void answerRead(const char *bytes)
+    {
+        emit userModes->getRequestComplete(179, configData(QByteArray::fromHex(bytes)), 5);
+    }
+
+    void answerAllReads()
+    {
+        for (const char *bytes : {"80 07 38 04 00", "00 05 d0 02 01", "d0 02 40 02 00"}) {
+            answerRead(bytes);
+        }
+        takeAsked();
+    }
+
+    // "x1920x1080": checked, width, height.
+    QString shown(int mode)
+    {
+        const auto name = [mode](const char *end) {
+            return QStringLiteral("userMode%1%2").arg(mode + 1).arg(QLatin1String(end)).toLatin1();
+        };
+        return (find<QGroupBox>(name(""))->isChecked() ? u'x' : u'-') +
+               QString::number(find<QSpinBox>(name("Width"))->value()) + u'x' +
+               QString::number(find<QSpinBox>(name("Height"))->value());
+    }
+
+    QStringList allShown() { return {shown(0), shown(1), shown(2)}; }
+
+    void answerStatus(const char *bytes)
+    {
+        emit inputStatus->getRequestComplete(178, configData(QByteArray::fromHex(bytes)), 29);
+    }
+};
+
+const char s_poll[] = "get 178 Grabber size 29 index 0 value 0";
+
+// "RGB" and "HDMI", 1920x1080, progressive, 59.94 frames a second.
+const char s_signal[] = "52474200 00000000 00000000 48444d49 00000000 24ea0000 8007 3804 00";
+const char s_noSignal[] = "52474200 00000000 00000000 48444d49 00000000 24ea0000 8007 0000 00";
+
+int s_logged = 0; // lines, while a test counts them
+
+} // namespace
+
+class TestUserModesTab : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { prepareWithoutUsb(); }
+
+    void threeModesAreReadInTurn();
+    void switchedOffModesKeepTheirSizes();
+    void numbersAreLittleEndianAndUnsigned();
+    void failedReadDisablesThePageWithoutABox();
+    void failedReadOfALaterModeStopsTheSequence();
+    void disabledPageComesBackWithTheNextRequest();
+    void emptyAnswerUnlocksAndKeepsTheWidgets();
+
+    void threeModesAreWrittenInTurn();
+    void uncheckedModesAreWrittenAsSwitchedOff();
+    void refusedModeStopsTheWritesAndIsShownOnce();
+    void writeToADeviceThatCannotBeOpened();
+    void writeCompletionMayArriveWhileTheErrorIsShown();
+    void readErrorAfterAWriteIsNotShown();
+    void applyWithoutARowAsksForADevice();
+
+    void pollShowsTheSignal();
+    void failedPollShowsThatItIsNotSupported();
+    void pollNeitherLocksNorLogs();
+    void noSecondPollWhileOneIsUnanswered();
+    void timerPollsOnlyWhileUnlocked();
+};
+
+void TestUserModesTab::threeModesAreReadInTurn()
+{
+    ReadyDriver driver;
+    QCOMPARE(driver.takeAsked(), QStringList{readOf(0)});
+    QVERIFY(!driver.tabs()->isEnabled());
+    driver.answerRead("80 07 38 04 00");
+    QCOMPARE(driver.takeAsked(), QStringList{readOf(1)});
+    driver.answerRead("00 05 d0 02 01");
+    QCOMPARE(driver.takeAsked(), QStringList{readOf(2)});
+    QVERIFY(!driver.tabs()->isEnabled());
+    driver.answerRead("d0 02 40 02 00");
+    QCOMPARE(driver.takeAsked(), QStringList());
+    QVERIFY(driver.tabs()->isEnabled());
+    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-1280x720", "x720x576"}));
+}
+
+void TestUserModesTab::switchedOffModesKeepTheirSizes()
+{
+    ReadyDriver driver;
+    driver.answerRead("80 07 38 04 01");
+    driver.answerRead("00 05 d0 02 ff");
+    driver.answerRead("d0 02 40 02 02");
+    QCOMPARE(driver.allShown(), (QStringList{"-1920x1080", "-1280x720", "-720x576"}));
+}
+
+void TestUserModesTab::numbersAreLittleEndianAndUnsigned()
+{
+    ReadyDriver driver;
+    driver.answerRead("ff ff 00 80 00");
+    driver.answerRead("01 00 00 01 00");
+    driver.answerRead("00 00 00 00 00");
+    QCOMPARE(driver.allShown(), (QStringList{"x65535x32768", "x1x256", "x0x0"}));
+}
+
+void TestUserModesTab::failedReadDisablesThePageWithoutABox()
+{
+    ReadyDriver driver;
+    driver.takeAsked();
+    QTest::ignoreMessage(QtDebugMsg, "Setting/getting user mode error \"no\"");
+    emit driver.userModes->error(179, "no");
+    QVERIFY(!driver.tabs()->isEnabled());
+    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
+    QVERIFY(driver.tabs()->isEnabled());
+    QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
+    QCOMPARE(driver.takeAsked(), QStringList());
+}
+
+void TestUserModesTab::failedReadOfALaterModeStopsTheSequence()
+{
+    ReadyDriver driver;
+    driver.answerRead("80 07 38 04 00");
+    driver.takeAsked();
+    emit driver.userModes->error(179, "no");
+    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    QCOMPARE(driver.takeAsked(), QStringList());
+    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-0x0", "-0x0"}));
+    QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
+}
+
+void TestUserModesTab::disabledPageComesBackWithTheNextRequest()
+{
+    ReadyDriver driver;
+    emit driver.userModes->error(179, "no");
+    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    driver.takeAsked();
+    driver.openTab("tabFirmware");
+    driver.openTab("tabUserMode");
+    QCOMPARE(driver.takeAsked(), QStringList{readOf(0)});
+    driver.answerAllReads();
+    QVERIFY(driver.find<QWidget>("tabUserMode")->isEnabled());
+    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-1280x720", "x720x576"}));
+}
+
+void TestUserModesTab::emptyAnswerUnlocksAndKeepsTheWidgets()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.openTab("tabFirmware");
+    driver.openTab("tabUserMode");
+    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    QVERIFY(driver.tabs()->isEnabled());
+    QVERIFY(driver.find<QWidget>("tabUserMode")->isEnabled());
+    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-1280x720", "x720x576"}));
+}
+
+void TestUserModesTab::threeModesAreWrittenInTurn()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.find<QSpinBox>("userMode1Width")->setValue(65535);
+    driver.find<QSpinBox>("userMode1Height")->setValue(256);
+    driver.find<QGroupBox>("userMode2")->setChecked(true);
+    QTest::ignoreMessage(QtDebugMsg, "Selected device: \"Grabber\"");
+    driver.click("updateUserModesButton");
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(0, "ff ff 00 01 00")});
+    QVERIFY(!driver.tabs()->isEnabled());
+    emit driver.userModes->setRequestComplete(179);
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(1, "00 05 d0 02 00")});
+    emit driver.userModes->setRequestComplete(179);
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(2, "d0 02 40 02 00")});
+    QVERIFY(!driver.tabs()->isEnabled());
+    emit driver.userModes->setRequestComplete(179);
+    QCOMPARE(driver.takeAsked(), QStringList());
+    QVERIFY(driver.tabs()->isEnabled());
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
+}
+
+void TestUserModesTab::uncheckedModesAreWrittenAsSwitchedOff()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    for (const char *group : {"userMode1", "userMode2", "userMode3"}) {
+        driver.find<QGroupBox>(group)->setChecked(false);
+    }
+    driver.click("updateUserModesButton");
+    for (int i = 0; i < 3; ++i) {
+        emit driver.userModes->setRequestComplete(179);
+    }
+    QCOMPARE(driver.takeAsked(),
+             (QStringList{writeOf(0, "80 07 38 04 01"), writeOf(1, "00 05 d0 02 01"),
+                          writeOf(2, "d0 02 40 02 01")}));
+}
+
+void TestUserModesTab::refusedModeStopsTheWritesAndIsShownOnce()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.click("updateUserModesButton");
+    emit driver.userModes->setRequestComplete(179);
+    driver.takeAsked();
+    QTest::ignoreMessage(QtDebugMsg, "Setting/getting user mode error \"refused\"");
+    emit driver.userModes->error(179, "refused");
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
+    const ShownBox &box = driver.boxes.shown.front();
+    QCOMPARE(box.icon, QMessageBox::Critical);
+    QCOMPARE(box.title, QString("Device Access Error"));
+    QCOMPARE(box.text, QString("refused"));
+    QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+    QCOMPARE(box.parent, &driver.dialog);
+    QVERIFY(!driver.tabs()->isEnabled());
+    emit driver.userModes->setRequestComplete(179);
+    QVERIFY(driver.tabs()->isEnabled());
+    QVERIFY(driver.find<QWidget>("tabUserMode")->isEnabled());
+    QCOMPARE(driver.takeAsked(), QStringList());
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
+}
+
+void TestUserModesTab::writeToADeviceThatCannotBeOpened()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.click("updateUserModesButton");
+    driver.takeAsked();
+    emit driver.userModes->error(179, "not open");
+    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
+    QVERIFY(driver.tabs()->isEnabled());
+    QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
+    QCOMPARE(driver.takeAsked(), QStringList());
+}
+
+void TestUserModesTab::writeCompletionMayArriveWhileTheErrorIsShown()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.click("updateUserModesButton");
+    driver.takeAsked();
+    driver.boxes.whileOpen = [&driver] { emit driver.userModes->setRequestComplete(179); };
+    emit driver.userModes->error(179, "refused");
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
+    QVERIFY(driver.tabs()->isEnabled());
+    QCOMPARE(driver.takeAsked(), QStringList());
+}
+
+void TestUserModesTab::readErrorAfterAWriteIsNotShown()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.click("updateUserModesButton");
+    for (int i = 0; i < 3; ++i) {
+        emit driver.userModes->setRequestComplete(179);
+    }
+    driver.openTab("tabFirmware");
+    driver.openTab("tabUserMode");
+    emit driver.userModes->error(179, "no");
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
+}
+
+void TestUserModesTab::applyWithoutARowAsksForADevice()
+{
+    DialogDriver driver;
+    QMetaObject::invokeMethod(&driver.dialog, "on_updateUserModesButton_clicked");
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
+    QCOMPARE(driver.boxes.shown.front().icon, QMessageBox::Warning);
+    QCOMPARE(driver.boxes.shown.front().title, QString("Quorlin Updater"));
+    QCOMPARE(driver.boxes.shown.front().text, QString("Please select a device from the list"));
+    QCOMPARE(driver.takeAsked(), QStringList());
+}
+
+void TestUserModesTab::pollShowsTheSignal()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.pollNow();
+    QCOMPARE(driver.takeAsked(), QStringList{s_poll});
+    driver.answerStatus(s_signal);
+    QCOMPARE(driver.statusLine(), QString("HDMI 1920x1080p@60, RGB"));
+    driver.pollNow();
+    driver.answerStatus(s_noSignal);
+    QCOMPARE(driver.statusLine(), QString("no signal"));
+}
+
+void TestUserModesTab::failedPollShowsThatItIsNotSupported()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.pollNow();
+    emit driver.inputStatus->error(178, "refused");
+    QCOMPARE(driver.statusLine(), QString("device not selected")); // the error itself shows nothing
+    emit driver.inputStatus->getRequestComplete(178, ConfigDeviceDataPtr(), 0);
+    QCOMPARE(driver.statusLine(), QString("request not supported"));
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
+}
+
+void TestUserModesTab::pollNeitherLocksNorLogs()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    s_logged = 0;
+    const QtMessageHandler before = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &) { ++s_logged; });
+    driver.pollNow();
+    const bool enabledDuringThePoll = driver.tabs()->isEnabled() && driver.list()->isEnabled();
+    driver.answerStatus(s_signal);
+    qInstallMessageHandler(before);
+    QVERIFY(enabledDuringThePoll);
+    QVERIFY(driver.tabs()->isEnabled());
+    QCOMPARE(s_logged, 0);
+}
+
+void TestUserModesTab::noSecondPollWhileOneIsUnanswered()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.pollNow();
+    driver.pollNow();
+    QCOMPARE(driver.takeAsked(), QStringList{s_poll});
+    driver.answerStatus(s_signal);
+    driver.pollNow();
+    QCOMPARE(driver.takeAsked(), QStringList{s_poll});
+}
+
+// Real time: the timer is the dialog's own. Two polls are 2 s apart; a loaded machine may be late,
+// never early.
+void TestUserModesTab::timerPollsOnlyWhileUnlocked()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    QElapsedTimer clock;
+    clock.start();
+    QTRY_COMPARE_WITH_TIMEOUT(driver.asked, QStringList{s_poll}, 30000);
+    QVERIFY2(clock.elapsed() >= 1800, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY2(clock.elapsed() < 20000, qPrintable(QString::number(clock.elapsed())));
+    driver.answerStatus(s_signal);
+    QTRY_COMPARE_WITH_TIMEOUT(driver.asked, (QStringList{s_poll, s_poll}), 30000);
+    driver.answerStatus(s_signal);
+
+    driver.click("updateUserModesButton");
+    driver.takeAsked();
+    QTest::qWait(2600);
+    QCOMPARE(driver.takeAsked(), QStringList());
+    for (int i = 0; i < 3; ++i) {
+        emit driver.userModes->setRequestComplete(179);
+    }
+    driver.takeAsked();
+    QTRY_COMPARE_WITH_TIMEOUT(driver.asked, QStringList{s_poll}, 30000);
+}
+
+QTEST_MAIN(TestUserModesTab)
+#include "tst_usermodestab.moc"
