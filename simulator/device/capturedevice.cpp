@@ -12,6 +12,7 @@ constexpr uint8_t s_getStatus = 0;
 constexpr uint8_t s_getDescriptor = 6;
 constexpr uint8_t s_getConfiguration = 8;
 constexpr size_t s_longestVersion = 31;
+constexpr size_t s_keptViolations = 100;
 
 std::unique_ptr<ImageMemory> makeBitstreamMemory(unsigned generation)
 {
@@ -305,7 +306,8 @@ Outcome CaptureDevice::judge(const Setup &setup, const Verdict &verdict, size_t 
 
 Outcome CaptureDevice::violation(const std::string &text)
 {
-    violationTexts.push_back(text);
+    if (violationTexts.size() < s_keptViolations)
+        violationTexts.push_back(text);
     if (onViolation)
         onViolation(text);
     return Outcome::stall();

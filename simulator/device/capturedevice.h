@@ -74,6 +74,7 @@ public:
     // Whether microcode, bitstream or EDID was completed since power was last cycled.
     bool wasUpdated() const { return updated; }
 
+    // The first hundred; a program that repeats itself without end must not fill the memory.
     const std::vector<std::string> &violations() const { return violationTexts; }
     std::function<void(const std::string &)> onViolation;
 
