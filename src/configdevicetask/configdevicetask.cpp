@@ -1,5 +1,6 @@
 #include "configdevicetask.h"
 
+#include "qtcompat.h"
 #include "usbaccess.h"
 #include "vendorrequests.h"
 
@@ -74,6 +75,8 @@ ConfigDeviceBase::ConfigDeviceBase(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<ConfigDeviceDataPtr>("ConfigDeviceDataPtr");
     qRegisterMetaType<DeviceDescription>("DeviceDescription");
+    // Without it a request is never queued: moc knows the argument by this name only.
+    qtcompat::register_alias<unsigned short>("uint16_t");
 }
 
 bool ConfigDeviceBase::filterRequest(uint8_t) const
