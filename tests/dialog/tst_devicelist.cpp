@@ -233,6 +233,8 @@ void TestDeviceList::completionWithNothingRunningUnlocks()
     emit driver.scanner->newDevice(describedDevice("A"));
     driver.selectRow(0);
     QVERIFY(!driver.tabs()->isEnabled());
+    emit driver.scanner->complete();
+    QVERIFY(driver.tabs()->isEnabled());
 }
 
 void TestDeviceList::selectionHidesTheProgressOfAnEarlierUpdate()
