@@ -1,7 +1,7 @@
 #pragma once
 
-#include "bootimage.h"
 #include "bytes.h"
+#include "fx3image.h"
 
 #include <array>
 #include <bitset>

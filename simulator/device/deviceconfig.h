@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bootimage.h"
+#include "fx3image.h"
 #include "inputtimeline.h"
 #include "product.h"
 #include "protocol.h"

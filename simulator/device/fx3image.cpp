@@ -1,4 +1,4 @@
-#include "bootimage.h"
+#include "fx3image.h"
 
 namespace sim {
 namespace {
