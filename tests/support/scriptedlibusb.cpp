@@ -28,6 +28,7 @@ struct ScriptedUsb::State
     int failingCall = -1;
     int failingCallCode = 0;
     int fallible = 0;
+    QString failedCall;
     TransferHook transferHook;
     std::function<void(const QString &)> callHook;
     bool nullTexts = false;
@@ -101,6 +102,7 @@ bool ScriptedUsb::State::failsNow(int &code)
     if (fallible++ != failingCall)
         return false;
     code = failingCallCode;
+    failedCall = log.last();
     return true;
 }
 
@@ -259,20 +261,31 @@ QStringList ScriptedUsb::calls() const
     return copy;
 }
 
+void ScriptedUsb::note(const QString &line)
+{
+    const std::lock_guard<std::mutex> currentLock(s_currentMutex);
+    if (s_current == nullptr)
+        return;
+    const std::lock_guard<std::mutex> lock(s_current->mutex);
+    s_current->log.append(line);
+}
+
 QStringList ScriptedUsb::handleCalls() const
 {
-    static const QStringList wanted{QStringLiteral("open"),
-                                    QStringLiteral("close"),
-                                    QStringLiteral("kernel_driver_active"),
-                                    QStringLiteral("detach_kernel_driver"),
-                                    QStringLiteral("attach_kernel_driver"),
-                                    QStringLiteral("claim_interface"),
-                                    QStringLiteral("release_interface"),
-                                    QStringLiteral("control_transfer"),
-                                    QStringLiteral("get_string_descriptor_ascii")};
+    static const QStringList unwanted{QStringLiteral("init"),
+                                      QStringLiteral("exit"),
+                                      QStringLiteral("set_debug"),
+                                      QStringLiteral("get_device_list"),
+                                      QStringLiteral("free_device_list"),
+                                      QStringLiteral("ref_device"),
+                                      QStringLiteral("unref_device"),
+                                      QStringLiteral("get_device_descriptor"),
+                                      QStringLiteral("get_bus_number"),
+                                      QStringLiteral("get_device_address"),
+                                      QStringLiteral("get_port_number")};
     QStringList lines;
     for (const QString &line : calls())
-        if (wanted.contains(line.section(QLatin1Char(' '), 0, 0)))
+        if (!unwanted.contains(line.section(QLatin1Char(' '), 0, 0)))
             lines.append(line);
     return lines;
 }
@@ -301,6 +314,12 @@ int ScriptedUsb::fallibleCalls() const
 {
     const std::lock_guard<std::mutex> lock(state->mutex);
     return state->fallible;
+}
+
+QString ScriptedUsb::failedCall() const
+{
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    return state->failedCall;
 }
 
 int ScriptedUsb::openHandles() const

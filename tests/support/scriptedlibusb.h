@@ -110,17 +110,22 @@ public:
     // As many handles are to be open at the end (0 unless set).
     void expectOpenHandles(int count);
 
+    // Adds a line to the call log of the bus that exists now, if any; for other doubles, whose
+    // place among the calls matters.
+    static void note(const QString &line);
+
     // ---- what happened ----
 
     // Every call in order, arguments included: "open a", "claim_interface a 0",
     // "control_transfer a 40 c5 0000 0000 0 1000".
     QStringList calls() const;
-    // Only the calls that concern an open handle or open one.
+    // Only the calls that concern an open handle or open one, and the notes.
     QStringList handleCalls() const;
     QStringList callsOf(const QString &function) const;
     std::vector<ScriptedTransfer> transfers() const;
     QStringList describedTransfers() const;
-    int fallibleCalls() const; // how many calls failCall() could have named
+    int fallibleCalls() const;  // how many calls failCall() could have named
+    QString failedCall() const; // the line of the call that failCall() hit; empty if none was
     int openHandles() const;
     int opens() const;
     int closes() const;

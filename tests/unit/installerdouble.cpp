@@ -9,6 +9,7 @@ namespace {
 std::mutex s_mutex;
 std::deque<int> s_results;
 QStringList s_calls;
+bool s_exists = false;
 
 } // namespace
 
@@ -17,6 +18,7 @@ void installer::reset()
     const std::lock_guard<std::mutex> lock(s_mutex);
     s_results.clear();
     s_calls.clear();
+    s_exists = false;
 }
 
 void installer::answer(std::deque<int> results)
@@ -25,12 +27,24 @@ void installer::answer(std::deque<int> results)
     s_results = std::move(results);
 }
 
+void installer::existsOnThisPlatform(bool exists)
+{
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    s_exists = exists;
+}
+
 QStringList installer::calls()
 {
     const std::lock_guard<std::mutex> lock(s_mutex);
     QStringList copy = s_calls;
     copy.detach();
     return copy;
+}
+
+bool usb::has_driver_installer()
+{
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    return s_exists;
 }
 
 int usb::install_driver(unsigned short vendorId, unsigned short productId,

@@ -1,0 +1,550 @@
+#include "updaterun.h"
+
+#include "updatetask.h"
+
+#include <QSemaphore>
+#include <QtTest>
+
+// The regular update: what reaches the device, in which order, and what the user is told.
+class TestUpdate : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void theCheckValueOfTheChecksumIsRight();
+
+    void anUpdateReachesTheDeviceAsPublished_data();
+    void anUpdateReachesTheDeviceAsPublished();
+    void aVelk3UpdateByteForByte();
+    void progressFollowsTheBytes_data();
+    void progressFollowsTheBytes();
+    void logLinesOfAWholeUpdate();
+
+    void everyFailingRequestEndsTheUpdateWithItsOwnText_data();
+    void everyFailingRequestEndsTheUpdateWithItsOwnText();
+    void aMessageWithoutLibusbTextIsStillAMessage_data();
+    void aMessageWithoutLibusbTextIsStillAMessage();
+    void aRefusedChecksumIsReportedAndTheUpdateGoesOn();
+    void aRefusedChecksumAndAFailedPollAreBothReported();
+    void aRefusedRawCompletionEndsTheUpdate();
+    void anyFailingCallGivesTheDeviceBack();
+
+    void statusIsPolledUntilTheDeviceIsReady_data();
+    void statusIsPolledUntilTheDeviceIsReady();
+    void aStatusWithoutBytesCountsAsBusy();
+    void anyStatusButZeroIsReady();
+
+    void anUnknownModeTouchesNothing_data();
+    void anUnknownModeTouchesNothing();
+    void aDeviceThatIsGoneIsReported();
+    void aFailedClaimIsReportedAndLeavesTheHandleOpen();
+    void theInterfaceOfTheRecordIsUsed();
+    void aKernelDriverIsDetached();
+
+    void twoUpdatesFollowEachOther();
+    void destroyingTheTaskWaitsForTheUpdate();
+};
+
+// The signals that end an update with an error.
+static QStringList ending(const QString &text)
+{
+    return {"error " + text, "complete"};
+}
+
+void TestUpdate::theCheckValueOfTheChecksumIsRight()
+{
+    QCOMPARE(slowCrc32("123456789"), 0xCBF43926U);
+    QCOMPARE(slowCrc32(QByteArray()), 0U);
+}
+
+void TestUpdate::anUpdateReachesTheDeviceAsPublished_data()
+{
+    QTest::addColumn<QByteArray>("product");
+    QTest::addColumn<int>("productId");
+    QTest::newRow("legacy") << QByteArray("legacy") << 0x3601;
+    QTest::newRow("velk3") << QByteArray("velk3") << 0x3601;
+    QTest::newRow("sorn3") << QByteArray("sorn3") << 0x3621;
+    QTest::newRow("velk3_4k, first id") << QByteArray("velk3_4k") << 0x3631;
+    QTest::newRow("velk3_4k, second id") << QByteArray("velk3_4k") << 0x3641;
+}
+
+void TestUpdate::anUpdateReachesTheDeviceAsPublished()
+{
+    QFETCH(QByteArray, product);
+    QFETCH(int, productId);
+    Images images = smallImages(product);
+    images.fx3 = patternBytes(10000, 2);
+    images.fpga = patternBytes(9000, 3);
+    const QByteArray edid = edidBlocks(2);
+    if (images.edid)
+        images.edid = edidText(edid);
+
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, static_cast<quint16>(productId));
+    const QStringList events = run.run(recordOf(device), packageEntries(product, images));
+    QCOMPARE(events.mid(events.size() - 2), (QStringList{"progress 100", "complete"}));
+    QVERIFY(events.filter("error").isEmpty());
+
+    QStringList expected = opening("a");
+    expected += transferLines("a", fx3Requests(*images.fx3));
+    expected += "pause 1";
+    expected += transferLines("a", product == "velk3_4k" ? fpgaV2Requests(*images.fpga)
+                                                         : fpgaV1Requests(*images.fpga));
+    if (product != "sorn3") {
+        expected += "pause 1";
+        expected += transferLines("a", edidRequests(edid));
+    }
+    expected += givingBack("a");
+    QCOMPARE(run.bus.handleCalls(), expected);
+}
+
+void TestUpdate::aVelk3UpdateByteForByte()
+{
+    Images images = smallImages("velk3");
+    images.fx3 = QByteArray("123456781234");
+    images.fpga = QByteArray("123456789");
+    images.edid = "1\n2\n3\n" + QByteArray("|0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n").repeated(8);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const QStringList events = run.run(recordOf(device), packageEntries("velk3", images));
+    QCOMPARE(events,
+             progressLines({1, 2, 34, 66, 72, 78, 84, 90, 96, 100}) + QStringList("complete"));
+
+    QCOMPARE(
+        run.bus.handleCalls(),
+        (QStringList{
+            "open a",
+            "kernel_driver_active a 0",
+            "claim_interface a 0",
+            "control_transfer a 40 c5 0000 0000 0 1000",
+            "control_transfer a c0 c8 0000 0000 1 1000",
+            "control_transfer a 40 c6 0000 0000 12 1000 313233343536373831323334",
+            "control_transfer a c0 c8 0000 0000 1 1000",
+            "control_transfer a 40 c7 0000 0000 0 1000",
+            "pause 1",
+            "control_transfer a 40 c1 0000 0000 0 1000",
+            "control_transfer a c0 c4 0000 0000 1 1000",
+            // CRC-32 of 46 50 47 41 09 00 00 00 by an independent tool: 0xa3c3f913
+            "control_transfer a 40 c2 0000 0000 12 1000 465047410900000013f9c3a3",
+            "control_transfer a 40 c2 0000 0000 9 1000 313233343536373839",
+            "control_transfer a c0 c4 0000 0000 1 1000",
+            "control_transfer a 40 c2 0000 0000 4 1000 2639f4cb",
+            "control_transfer a c0 c4 0000 0000 1 1000",
+            "control_transfer a 40 c3 0000 0000 0 1000",
+            "pause 1",
+            "control_transfer a 40 cf 0000 0000 0 10000",
+            // SHA-1 of 128 zero bytes, by an independent tool
+            "control_transfer a 40 d2 0000 0000 128 10000 0ae4f711ef5d6e9d26c611fd2c8c8ac45ecbf9e7",
+            "control_transfer a 40 d4 0000 0000 0 10000",
+            "attach_kernel_driver a 0",
+            "release_interface a 0",
+            "close a",
+        }));
+}
+
+void TestUpdate::progressFollowsTheBytes_data()
+{
+    QTest::addColumn<QByteArray>("product");
+    QTest::addColumn<int>("productId");
+    QTest::addColumn<bool>("edidOnly");
+    QTest::addColumn<QStringList>("expected");
+    // Microcode of 10000 bytes, bitstream of 5000.
+    QTest::newRow("with EDID: 2 to 34 to 66 to 98")
+        << QByteArray("velk3") << 0x3601 << false
+        << progressLines({1, 2, 15, 28, 34, 60, 66, 72, 78, 84, 90, 96, 100});
+    QTest::newRow("raw bitstream")
+        << QByteArray("velk3_4k") << 0x3631 << false
+        << progressLines({1, 2, 15, 28, 34, 60, 66, 72, 78, 84, 90, 96, 100});
+    QTest::newRow("without EDID: 2 to 51 to 100")
+        << QByteArray("sorn3") << 0x3621 << false
+        << progressLines({1, 2, 22, 42, 51, 91, 100, 100});
+    QTest::newRow("EDID only: 2 to 100")
+        << QByteArray("velk3") << 0x3601 << true << progressLines({1, 2, 21, 40, 59, 78, 97, 100});
+}
+
+void TestUpdate::progressFollowsTheBytes()
+{
+    QFETCH(QByteArray, product);
+    QFETCH(int, productId);
+    QFETCH(bool, edidOnly);
+    QFETCH(QStringList, expected);
+    Images images = smallImages(product);
+    images.fx3 = patternBytes(10000);
+    images.fpga = patternBytes(5000);
+    if (edidOnly)
+        images = Images{{}, {}, {}, images.edid};
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, static_cast<quint16>(productId));
+    QCOMPARE(run.run(recordOf(device), packageEntries(product, images)),
+             expected + QStringList("complete"));
+    if (edidOnly) {
+        QCOMPARE(run.bus.handleCalls(), opening("a") + QStringList("pause 1") +
+                                            transferLines("a", edidRequests(edidBlocks(1))) +
+                                            givingBack("a"));
+        QVERIFY(run.debugLines().contains("Update steps: 1"));
+    }
+}
+
+void TestUpdate::logLinesOfAWholeUpdate()
+{
+    Images images = smallImages("velk3");
+    images.fx3 = patternBytes(5000);
+    images.fpga = patternBytes(4097);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    run.run(recordOf(device), packageEntries("velk3", images));
+    QCOMPARE(run.debugLines(),
+             (QStringList{"Updater start", "Deal with product:  velk3",
+                          "optional file found:  edid_velk3_uvc.edid", "Update steps: 3",
+                          "Initing flash...", "Flashing FX3 firmware...",
+                          "Write chunk [ 1 ] size:  4096", "Write chunk [ 2 ] size:  904",
+                          "Flashing complete.", "Initing flash...", "Flashing Fpga...",
+                          "Write chunk [ 1 ] size:  4096", "Write chunk [ 2 ] size:  1",
+                          "Flashing complete."}));
+    // The sentinel update adds nothing to these streams.
+    QVERIFY(QString::fromStdString(run.standardLog.flushedText()).endsWith("FPGA size: 4097\n"));
+    QCOMPARE(run.standardLog.text(), run.standardLog.flushedText());
+    QCOMPARE(run.standardError.text(), std::string());
+}
+
+void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText_data()
+{
+    QTest::addColumn<int>("failing");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("progress");
+
+    struct Row
+    {
+        int number;
+        const char *title;
+        const char *text;
+        enum { Name, Sentence, Number } kind;
+        QStringList progress;
+    };
+    const QStringList start = progressLines({1, 2});
+    const QStringList fx3 = progressLines({1, 2, 34});
+    const QStringList fpga = progressLines({1, 2, 34, 66});
+    // Microcode and bitstream are one block each. Number 10, the checksum, has tests of its own.
+    const Row rows[] = {
+        {0, "FX3_START", "Error: failed to start microcode reflashing: %1", Row::Sentence, start},
+        {1, "FX3_STATUS", "Error: failed to connect to FPGA: %1", Row::Name, start},
+        {2, "FX3_WRITE", "Error: failed to write microcode block: %1", Row::Sentence, start},
+        {3, "FX3_STATUS after a block", "Error: failed to connect to FPGA: %1", Row::Name, fx3},
+        {4, "FX3_COMPLETE", "Error: failed to complete microcode reflash: %1", Row::Sentence, fx3},
+        {5, "FPGA_START", "Error: failed to start FPGA reflashing: %1", Row::Name, fx3},
+        {6, "FPGA_STATUS", "Error: failed to connect to FPGA: %1", Row::Name, fx3},
+        {7, "header", "Error: failed to write FPGA header block:  %1", Row::Name, fx3},
+        {8, "FPGA_WRITE", "Error: failed to write FPGA block:  %1", Row::Name, fx3},
+        {9, "FPGA_STATUS after a block", "Error: failed to connect to FPGA: %1", Row::Name, fpga},
+        {11, "FPGA_STATUS after the checksum", "Error: failed to connect to FPGA: %1", Row::Name,
+         fpga},
+        {12, "FPGA_COMPLETE", "Error: failed to complete FPGA reflash: %1", Row::Name, fpga},
+        {13, "EDID_START", "Can't initiate EDID IO access (err: %1)", Row::Number,
+         fpga + progressLines({72, 78})},
+        {14, "EDID_WRITE", "Can't send EDID data to the device (err: %1)", Row::Number,
+         fpga + progressLines({72, 78, 84})},
+        {15, "EDID_COMPLETE", "Can't finalize EDID IO access (err: %1)", Row::Number,
+         fpga + progressLines({72, 78, 84, 90})},
+    };
+    struct Code
+    {
+        int code;
+        const char *name;
+        const char *sentence;
+    };
+    const Code codes[] = {
+        {-1, "LIBUSB_ERROR_IO", "Input/Output Error"},
+        {-4, "LIBUSB_ERROR_NO_DEVICE", "No such device (it may have been disconnected)"},
+        {-7, "LIBUSB_ERROR_TIMEOUT", "Operation timed out"},
+        {-9, "LIBUSB_ERROR_PIPE", "Pipe error"},
+        {-99, "LIBUSB_ERROR_OTHER", "Other error"},
+    };
+    for (const Row &row : rows)
+        for (const Code &code : codes) {
+            const QString part = row.kind == Row::Name       ? QString(code.name)
+                                 : row.kind == Row::Sentence ? QString(code.sentence)
+                                                             : QString::number(code.code);
+            QTest::addRow("%s, %s", row.title, code.name)
+                << row.number << code.code << QString(row.text).arg(part) << row.progress;
+        }
+}
+
+void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText()
+{
+    QFETCH(int, failing);
+    QFETCH(int, code);
+    QFETCH(QString, text);
+    QFETCH(QStringList, progress);
+    UpdateRun run;
+    run.bus.failTransfer(failing, code);
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+             progress + ending(text));
+    QCOMPARE(int(run.bus.transfers().size()), failing + 1);
+    const QStringList calls = run.bus.handleCalls();
+    QCOMPARE(calls.mid(calls.size() - 3), givingBack("a"));
+    QVERIFY(calls.at(calls.size() - 4).startsWith("control_transfer"));
+    QCOMPARE(run.bus.opens(), run.bus.closes());
+    if (failing == 4 || failing == 12)
+        QCOMPARE(run.debugLines().last(), QStringLiteral("Flashing complete."));
+}
+
+void TestUpdate::aMessageWithoutLibusbTextIsStillAMessage_data()
+{
+    QTest::addColumn<int>("failing");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("sentence") << 0 << "Error: failed to start microcode reflashing: ";
+    QTest::newRow("name") << 1 << "Error: failed to connect to FPGA: ";
+}
+
+void TestUpdate::aMessageWithoutLibusbTextIsStillAMessage()
+{
+    QFETCH(int, failing);
+    QFETCH(QString, text);
+    UpdateRun run;
+    run.bus.giveNullTexts();
+    run.bus.failTransfer(failing, LIBUSB_ERROR_IO);
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+             (QStringList{"progress 1", "progress 2", "error " + text, "complete"}));
+}
+
+void TestUpdate::aRefusedChecksumIsReportedAndTheUpdateGoesOn()
+{
+    UpdateRun run;
+    run.bus.failTransfer(10, LIBUSB_ERROR_PIPE);
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+             progressLines({1, 2, 34, 66}) +
+                 QStringList("error Error: failed FPGA CRC check: LIBUSB_ERROR_PIPE") +
+                 progressLines({72, 78, 84, 90, 96, 100}) + QStringList("complete"));
+    QCOMPARE(int(run.bus.transfers().size()), 16);
+}
+
+void TestUpdate::aRefusedChecksumAndAFailedPollAreBothReported()
+{
+    UpdateRun run;
+    run.bus.failTransfer(11, LIBUSB_ERROR_NO_DEVICE);
+    run.bus.onTransfer([](const ScriptedTransfer &transfer) -> std::optional<int> {
+        if (transfer.number == 10)
+            return LIBUSB_ERROR_PIPE;
+        return {};
+    });
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+             progressLines({1, 2, 34, 66}) +
+                 QStringList("error Error: failed FPGA CRC check: LIBUSB_ERROR_PIPE") +
+                 ending("Error: failed to connect to FPGA: LIBUSB_ERROR_NO_DEVICE"));
+}
+
+void TestUpdate::aRefusedRawCompletionEndsTheUpdate()
+{
+    UpdateRun run;
+    run.bus.answer(0xC3, {LIBUSB_ERROR_PIPE});
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3_4k", smallImages("velk3_4k"))),
+             progressLines({1, 2, 34, 66}) +
+                 ending("Error: failed to complete FPGA reflash: LIBUSB_ERROR_PIPE"));
+    QCOMPARE(run.debugLines().last(), QStringLiteral("Flashing complete."));
+    QVERIFY(run.bus.describedTransfers().last().startsWith("40 c3"));
+}
+
+void TestUpdate::anyFailingCallGivesTheDeviceBack()
+{
+    const auto attempt = [](int failing) {
+        UpdateRun run;
+        run.bus.failCall(failing, LIBUSB_ERROR_NO_DEVICE);
+        const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+        const QStringList events =
+            run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
+        // Only a failed claim leaves its handle open.
+        if (run.bus.failedCall().startsWith("claim_interface"))
+            run.bus.expectOpenHandles(1);
+        [&] { QCOMPARE(events.count("complete"), 1); }();
+        [&] { QCOMPARE(events.last(), QStringLiteral("complete")); }();
+        if (run.bus.failedCall().startsWith("control_transfer"))
+            [&] { QCOMPARE(events.filter("error ").size(), 1); }();
+        return run.bus.fallibleCalls();
+    };
+    const int calls = attempt(-1);
+    QVERIFY(calls > 20);
+    for (int failing = 0; failing < calls; ++failing)
+        QVERIFY(attempt(failing) > failing);
+}
+
+void TestUpdate::statusIsPolledUntilTheDeviceIsReady_data()
+{
+    QTest::addColumn<int>("request");
+    QTest::newRow("microcode") << 0xC8;
+    QTest::newRow("bitstream") << 0xC4;
+}
+
+void TestUpdate::statusIsPolledUntilTheDeviceIsReady()
+{
+    QFETCH(int, request);
+    UpdateRun run;
+    const QByteArray busy(1, '\0');
+    run.bus.answerData(static_cast<quint8>(request), {busy, busy, busy, QByteArray(1, '\1')});
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QVERIFY(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")))
+                .contains("progress 100"));
+
+    const QString poll = QString::asprintf("c0 %02x 0000 0000 1 1000", request);
+    const QStringList transfers = run.bus.describedTransfers();
+    const int first = transfers.indexOf(poll);
+    QCOMPARE(transfers.mid(first, 4), QStringList({poll, poll, poll, poll}));
+    QVERIFY(transfers.at(first + 4).startsWith("40 "));
+}
+
+void TestUpdate::aStatusWithoutBytesCountsAsBusy()
+{
+    UpdateRun run;
+    std::vector<int> found; // in the byte before each poll
+    run.bus.onTransfer([&](const ScriptedTransfer &transfer) -> std::optional<int> {
+        if (transfer.request != 0xC8)
+            return {};
+        found.push_back(*transfer.buffer);
+        if (found.size() <= 2)
+            return 0; // nothing written
+        return {};
+    });
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QVERIFY(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")))
+                .contains("progress 100"));
+    QCOMPARE(found, (std::vector<int>{0, 0, 0, 0}));
+}
+
+void TestUpdate::anyStatusButZeroIsReady()
+{
+    UpdateRun run;
+    run.bus.answerData(0xC8, {QByteArray(1, '\x80'), QByteArray(1, '\xFF')});
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QVERIFY(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")))
+                .contains("progress 100"));
+    QCOMPARE(int(run.bus.transfers().size()), 16);
+}
+
+void TestUpdate::anUnknownModeTouchesNothing_data()
+{
+    QTest::addColumn<quint32>("mode");
+    QTest::newRow("3") << 3U;
+    QTest::newRow("4294967295") << 0xFFFFFFFFU;
+}
+
+void TestUpdate::anUnknownModeTouchesNothing()
+{
+    QFETCH(quint32, mode);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device, mode), packageEntries("velk3", smallImages("velk3"))),
+             (QStringList{"progress 1", "progress 2", "complete"}));
+    QCOMPARE(run.bus.handleCalls(), opening("a") + givingBack("a"));
+}
+
+void TestUpdate::aDeviceThatIsGoneIsReported()
+{
+    UpdateRun run;
+    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    run.bus.unplug(device);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+             (QStringList{"progress 1", "progress 2",
+                          "error Cannot Access Device. Administrative privilegies may be required",
+                          "complete"}));
+    QVERIFY(run.bus.handleCalls().isEmpty());
+}
+
+void TestUpdate::aFailedClaimIsReportedAndLeavesTheHandleOpen()
+{
+    UpdateRun run;
+    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    device->claimResult = LIBUSB_ERROR_BUSY;
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+             (QStringList{"progress 1", "progress 2",
+                          "error Cannot Access Device. Administrative privilegies may be required",
+                          "complete"}));
+    QCOMPARE(run.bus.handleCalls(), opening("a"));
+    run.bus.expectOpenHandles(1);
+}
+
+void TestUpdate::theInterfaceOfTheRecordIsUsed()
+{
+    UpdateRun run;
+    run.bus.failTransfer(0, LIBUSB_ERROR_IO);
+    DeviceDescription record = recordOf(run.bus.plug("a", 0xE5C1, 0x3601));
+    record.interfaceNumber = 2;
+    run.run(record, packageEntries("velk3", smallImages("velk3")));
+    QCOMPARE(run.bus.handleCalls(),
+             (QStringList{"open a", "kernel_driver_active a 2", "claim_interface a 2",
+                          "control_transfer a 40 c5 0000 0000 0 1000", "attach_kernel_driver a 2",
+                          "release_interface a 2", "close a"}));
+}
+
+void TestUpdate::aKernelDriverIsDetached()
+{
+    UpdateRun run;
+    run.bus.failTransfer(0, LIBUSB_ERROR_IO);
+    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    device->kernelDriver = 1;
+    run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
+    QCOMPARE(run.bus.handleCalls().mid(0, 4),
+             (QStringList{"open a", "kernel_driver_active a 0", "detach_kernel_driver a 0",
+                          "claim_interface a 0"}));
+}
+
+void TestUpdate::twoUpdatesFollowEachOther()
+{
+    // The second package holds the EDID alone: what the first one held must be forgotten.
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const Images all = smallImages("velk3");
+    const QString first = run.directory.filePath("first.fw");
+    const QString second = run.directory.filePath("second.fw");
+    writeFile(first, zipArchive(packageEntries("velk3", all)));
+    writeFile(second, zipArchive(packageEntries("legacy", Images{{}, {}, {}, all.edid})));
+
+    UpdateTask task;
+    QSignalSpy completed(&task, &UpdateTask::complete);
+    QSignalSpy failed(&task, &UpdateTask::error);
+    emit task.start(recordOf(device), first);
+    emit task.start(recordOf(device), second);
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 2, 60000);
+    QCOMPARE(failed.count(), 0);
+    QCOMPARE(int(run.bus.transfers().size()), 16 + 3);
+}
+
+void TestUpdate::destroyingTheTaskWaitsForTheUpdate()
+{
+    UpdateRun run;
+    QSemaphore reached;
+    QSemaphore goOn;
+    run.bus.onTransfer([&](const ScriptedTransfer &transfer) -> std::optional<int> {
+        if (transfer.number == 0) {
+            reached.release();
+            goOn.acquire();
+        }
+        return {};
+    });
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const QString path = run.directory.filePath("package.fw");
+    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    auto task = std::make_unique<UpdateTask>();
+    emit task->start(recordOf(device), path);
+    QVERIFY(reached.tryAcquire(1, 60000));
+    QCOMPARE(int(run.bus.transfers().size()), 1);
+
+    // The device goes on answering only once the destruction is under way.
+    QTimer::singleShot(0, this, [&] { task.reset(); });
+    std::unique_ptr<QThread> releaser(QThread::create([&] {
+        QThread::msleep(50);
+        goOn.release();
+    }));
+    releaser->start();
+    QTRY_VERIFY_WITH_TIMEOUT(task == nullptr, 60000);
+    QVERIFY(releaser->wait(60000));
+    QCOMPARE(int(run.bus.transfers().size()), 16);
+    QCOMPARE(run.bus.handleCalls().last(), QStringLiteral("close a"));
+}
+
+QTEST_GUILESS_MAIN(TestUpdate)
+#include "tst_update.moc"
