@@ -1,0 +1,495 @@
+#include "updaterun.h"
+
+#include <QtTest>
+
+// The writers of the images: sizes around every boundary, images that cannot be read, devices that
+// take less than they are given, and the EDID file.
+class TestImages : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void microcodeIsSentInBlocks_data();
+    void microcodeIsSentInBlocks();
+    void microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock_data();
+    void microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock();
+    void microcodeThatCannotBeReadStops_data();
+    void microcodeThatCannotBeReadStops();
+    void microcodeThatCannotBeOpenedIsReportedAfterTheStart();
+    void aRefusedStartComesBeforeTheImage();
+
+    void framedBitstreamIsSentInBlocks_data();
+    void framedBitstreamIsSentInBlocks();
+    void framedBitstreamOf5000BytesByteForByte();
+    void framedBitstreamThatCannotBeReadStopsWithoutChecksum_data();
+    void framedBitstreamThatCannotBeReadStopsWithoutChecksum();
+    void rawBitstreamIsSentInBlocks_data();
+    void rawBitstreamIsSentInBlocks();
+    void rawBitstreamThatCannotBeReadIsCompletedAndReported_data();
+    void rawBitstreamThatCannotBeReadIsCompletedAndReported();
+    void bitstreamThatCannotBeOpenedIsReportedAfterTheStart_data();
+    void bitstreamThatCannotBeOpenedIsReportedAfterTheStart();
+
+    void shortTransfersLeaveTheProgressBehind_data();
+    void shortTransfersLeaveTheProgressBehind();
+    void aStatedSizeOfZeroEmitsNoProgress_data();
+    void aStatedSizeOfZeroEmitsNoProgress();
+
+    void edidOfAnySizeIsSentAtOnce_data();
+    void edidOfAnySizeIsSentAtOnce();
+    void badEdidIsReportedBeforeAnyRequest_data();
+    void badEdidIsReportedBeforeAnyRequest();
+    void edidThatCannotBeOpenedIsReported();
+    void edidIsReadInPiecesThatANulCutsShort();
+    void edidFailuresAreLogged_data();
+    void edidFailuresAreLogged();
+};
+
+namespace {
+
+const QList<int> s_sizes{0, 1, 4, 4095, 4096, 4097, 8192, 10000};
+
+// Replaces the entry of this name.
+std::vector<PackageEntry> with(std::vector<PackageEntry> package, const PackageEntry &entry)
+{
+    for (PackageEntry &one : package)
+        if (one.name == entry.name)
+            one = entry;
+    return package;
+}
+
+std::vector<PackageEntry> sorn3Package(const QByteArray &fx3, const QByteArray &fpga)
+{
+    Images images = smallImages("sorn3");
+    images.fx3 = fx3;
+    images.fpga = fpga;
+    return packageEntries("sorn3", images);
+}
+
+std::vector<PackageEntry> raw4kPackage(const QByteArray &fpga)
+{
+    Images images = smallImages("velk3_4k");
+    images.fpga = fpga;
+    images.edid.reset();
+    return packageEntries("velk3_4k", images);
+}
+
+// Images that cannot be read to their end: after so many bytes comes this error.
+void addDamages()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<bool>("deflated");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("found out behind the last whole block") << 8192 << false << "CRC error";
+    QTest::newRow("found out behind a short block") << 5000 << false << "CRC error";
+    QTest::newRow("found out behind a short block, deflated") << 5000 << true << "CRC error";
+    QTest::newRow("found out at once") << 0 << true << "Zlib error: data error";
+}
+
+PackageEntry damagedEntry(const QByteArray &name, const QByteArray &data, bool deflated)
+{
+    PackageEntry entry{name, data, deflated};
+    entry.statedCrc = 0x12345678;
+    if (data.isEmpty()) {
+        entry.data = QByteArray(40, 'x');
+        entry.damagedBytes = 2;
+    }
+    return entry;
+}
+
+QStringList lastEvents(const QStringList &events, int count)
+{
+    return events.mid(events.size() - count);
+}
+
+QStringList errorEnding(const QString &text)
+{
+    return {"error " + text, "complete"};
+}
+
+} // namespace
+
+void TestImages::microcodeIsSentInBlocks_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QStringList>("progress");
+    // From 2 to 51, in shares of the bytes taken.
+    QTest::newRow("0") << 0 << QStringList();
+    QTest::newRow("4") << 4 << progressLines({51});
+    QTest::newRow("4092") << 4092 << progressLines({51});
+    QTest::newRow("4096") << 4096 << progressLines({51});
+    QTest::newRow("4100") << 4100 << progressLines({50, 51});
+    QTest::newRow("8192") << 8192 << progressLines({26, 51});
+    QTest::newRow("10000") << 10000 << progressLines({22, 42, 51});
+}
+
+void TestImages::microcodeIsSentInBlocks()
+{
+    QFETCH(int, size);
+    QFETCH(QStringList, progress);
+    const QByteArray image = patternBytes(size);
+    UpdateRun run;
+    run.bus.answer(0xC1, {LIBUSB_ERROR_PIPE}); // the microcode is all that this is about
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    QCOMPARE(run.run(recordOf(device), sorn3Package(image, "x")),
+             progressLines({1, 2}) + progress +
+                 errorEnding("Error: failed to start FPGA reflashing: LIBUSB_ERROR_PIPE"));
+    QCOMPARE(run.bus.describedTransfers().mid(0, run.bus.describedTransfers().size() - 1),
+             describe(fx3Requests(image)));
+}
+
+void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : {1, 2, 3, 5, 4095, 4097, 4098, 8193, 9999})
+        QTest::addRow("%d", size) << size;
+}
+
+void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock()
+{
+    QFETCH(int, size);
+    const QByteArray image = patternBytes(size);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const QStringList events = run.run(recordOf(device), sorn3Package(image, "x"));
+    QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to read archieve %d"));
+    QVERIFY(!events.contains("progress 100"));
+
+    auto expected = fx3Requests(image.left(size / 4096 * 4096));
+    expected.pop_back(); // no FX3_COMPLETE
+    QCOMPARE(run.bus.handleCalls(), opening("a") + transferLines("a", expected) + givingBack("a"));
+}
+
+void TestImages::microcodeThatCannotBeReadStops_data()
+{
+    addDamages();
+}
+
+void TestImages::microcodeThatCannotBeReadStops()
+{
+    QFETCH(int, size);
+    QFETCH(bool, deflated);
+    const QByteArray image = patternBytes(20).repeated(500).left(size);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const QStringList events = run.run(
+        recordOf(device), with(sorn3Package("", "x"), damagedEntry("sorn3.img", image, deflated)));
+    QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to read archieve %d"));
+    QCOMPARE(events.filter("error").size(), 1);
+    auto expected = fx3Requests(image);
+    expected.pop_back();
+    QCOMPARE(run.bus.describedTransfers(), describe(expected));
+}
+
+void TestImages::microcodeThatCannotBeOpenedIsReportedAfterTheStart()
+{
+    PackageEntry secret{"sorn3.img", "12345678"};
+    secret.encrypted = true;
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    QCOMPARE(run.run(recordOf(device), with(sorn3Package("", "x"), secret)),
+             progressLines({1, 2}) + errorEnding("Error: failed to find microcode image"));
+    QCOMPARE(run.bus.describedTransfers(), QStringList{describe(outRequest(0xC5))});
+}
+
+void TestImages::aRefusedStartComesBeforeTheImage()
+{
+    PackageEntry secret{"sorn3.img", "12345678"};
+    secret.encrypted = true;
+    UpdateRun run;
+    run.bus.failTransfer(0, LIBUSB_ERROR_PIPE);
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    QCOMPARE(run.run(recordOf(device), with(sorn3Package("", "x"), secret)),
+             progressLines({1, 2}) +
+                 errorEnding("Error: failed to start microcode reflashing: Pipe error"));
+}
+
+void TestImages::framedBitstreamIsSentInBlocks_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : s_sizes)
+        QTest::addRow("%d", size) << size;
+}
+
+void TestImages::framedBitstreamIsSentInBlocks()
+{
+    QFETCH(int, size);
+    const QByteArray image = patternBytes(size);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const QStringList events = run.run(recordOf(device), sorn3Package("1234", image));
+    QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
+    QVERIFY(events.filter("error").isEmpty());
+    QCOMPARE(run.bus.describedTransfers().mid(5), describe(fpgaV1Requests(image)));
+    QVERIFY(QString::fromStdString(run.standardLog.text())
+                .endsWith(QStringLiteral("\nFPGA size: %1\n").arg(size)));
+}
+
+void TestImages::framedBitstreamOf5000BytesByteForByte()
+{
+    // The checksums were computed by another tool.
+    const QByteArray image(5000, '\x5A');
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    run.run(recordOf(device), sorn3Package("1234", image));
+    QCOMPARE(run.bus.describedTransfers().mid(5),
+             (QStringList{"40 c1 0000 0000 0 1000", "c0 c4 0000 0000 1 1000",
+                          "40 c2 0000 0000 12 1000 4650474188130000643546e8",
+                          "40 c2 0000 0000 4096 1000 bc47c3cd7fd42b01ff5cb7f0b81826450cb3318a",
+                          "c0 c4 0000 0000 1 1000",
+                          "40 c2 0000 0000 904 1000 930e6c100f4a07adbf5b0fc299ed331e389ef66b",
+                          "c0 c4 0000 0000 1 1000", "40 c2 0000 0000 4 1000 e2b373b7",
+                          "c0 c4 0000 0000 1 1000", "40 c3 0000 0000 0 1000"}));
+}
+
+void TestImages::framedBitstreamThatCannotBeReadStopsWithoutChecksum_data()
+{
+    addDamages();
+}
+
+void TestImages::framedBitstreamThatCannotBeReadStopsWithoutChecksum()
+{
+    QFETCH(int, size);
+    QFETCH(bool, deflated);
+    QFETCH(QString, reason);
+    const QByteArray image = patternBytes(20).repeated(500).left(size);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const QStringList events =
+        run.run(recordOf(device),
+                with(sorn3Package("1234", ""), damagedEntry("sorn3.bin", image, deflated)));
+    QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to read FPGA image: " + reason));
+    QCOMPARE(events.filter("error").size(), 1);
+    QVERIFY(events.indexOf("progress 100") == -1 || size != 0);
+
+    auto expected = fpgaV1Requests(image);
+    expected.resize(expected.size() - 3); // no checksum, no poll, no completion
+    QCOMPARE(run.bus.describedTransfers().mid(5), describe(expected));
+    QCOMPARE(lastEvents(run.bus.handleCalls(), 3), givingBack("a"));
+}
+
+void TestImages::rawBitstreamIsSentInBlocks_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : s_sizes)
+        QTest::addRow("%d", size) << size;
+}
+
+void TestImages::rawBitstreamIsSentInBlocks()
+{
+    QFETCH(int, size);
+    const QByteArray image = patternBytes(size);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
+    const QStringList events = run.run(recordOf(device), raw4kPackage(image));
+    QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
+    QVERIFY(events.filter("error").isEmpty());
+    QCOMPARE(run.bus.describedTransfers().mid(5), describe(fpgaV2Requests(image)));
+    QVERIFY(!QString::fromStdString(run.standardLog.text()).contains("FPGA size"));
+}
+
+void TestImages::rawBitstreamThatCannotBeReadIsCompletedAndReported_data()
+{
+    addDamages();
+}
+
+void TestImages::rawBitstreamThatCannotBeReadIsCompletedAndReported()
+{
+    QFETCH(int, size);
+    QFETCH(bool, deflated);
+    QFETCH(QString, reason);
+    const QByteArray image = patternBytes(20).repeated(500).left(size);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
+    const QStringList events = run.run(
+        recordOf(device), with(raw4kPackage(""), damagedEntry("velk3_4k.bin", image, deflated)));
+    QCOMPARE(events.filter("error"),
+             QStringList{"error Error: failed to read FPGA image: " + reason});
+    QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
+    QCOMPARE(run.bus.describedTransfers().mid(5), describe(fpgaV2Requests(image)));
+}
+
+void TestImages::bitstreamThatCannotBeOpenedIsReportedAfterTheStart_data()
+{
+    QTest::addColumn<bool>("raw");
+    QTest::newRow("framed") << false;
+    QTest::newRow("raw") << true;
+}
+
+void TestImages::bitstreamThatCannotBeOpenedIsReportedAfterTheStart()
+{
+    QFETCH(bool, raw);
+    PackageEntry secret{raw ? "velk3_4k.bin" : "sorn3.bin", "12345678"};
+    secret.encrypted = true;
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, raw ? 0x3631 : 0x3621);
+    const QStringList events =
+        run.run(recordOf(device), with(raw ? raw4kPackage("") : sorn3Package("1234", ""), secret));
+    QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to find FPGA image"));
+    QCOMPARE(run.bus.describedTransfers().mid(5), QStringList{describe(outRequest(0xC1))});
+}
+
+void TestImages::shortTransfersLeaveTheProgressBehind_data()
+{
+    QTest::addColumn<bool>("raw");
+    QTest::newRow("framed") << false;
+    QTest::newRow("raw") << true;
+}
+
+void TestImages::shortTransfersLeaveTheProgressBehind()
+{
+    QFETCH(bool, raw);
+    // The device says that it took half of each block.
+    UpdateRun run;
+    run.bus.onTransfer([](const ScriptedTransfer &transfer) -> std::optional<int> {
+        if (transfer.length >= 100)
+            return transfer.length / 2;
+        return {};
+    });
+    const QByteArray fx3 = patternBytes(8192);
+    const QByteArray fpga = patternBytes(5000, 2);
+    auto package = raw ? raw4kPackage(fpga) : sorn3Package(fx3, fpga);
+    if (raw)
+        package = with(package, {"velk3_4k.img", fx3});
+    const auto *device = run.bus.plug("a", 0xE5C1, raw ? 0x3631 : 0x3621);
+    // 2 + 49 * 2048 / 8192, 2 + 49 * 4096 / 8192; 51 + 49 * 2048 / 5000, 51 + 49 * 2500 / 5000
+    QCOMPARE(run.run(recordOf(device), package),
+             progressLines({1, 2, 14, 26, 71, 75, 100}) + QStringList("complete"));
+    QCOMPARE(run.bus.describedTransfers(),
+             describe(fx3Requests(fx3)) +
+                 describe(raw ? fpgaV2Requests(fpga) : fpgaV1Requests(fpga)));
+    QVERIFY(run.debugLines().contains("Write chunk [ 1 ] size:  2048"));
+}
+
+void TestImages::aStatedSizeOfZeroEmitsNoProgress_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("product");
+    QTest::newRow("microcode") << QByteArray("sorn3.img") << QByteArray("sorn3");
+    QTest::newRow("framed bitstream") << QByteArray("sorn3.bin") << QByteArray("sorn3");
+    QTest::newRow("raw bitstream") << QByteArray("velk3_4k.bin") << QByteArray("velk3_4k");
+}
+
+void TestImages::aStatedSizeOfZeroEmitsNoProgress()
+{
+    // What libzip makes of an archive that lies is libzip's affair; the update has to survive it.
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, product);
+    PackageEntry liar{name, patternBytes(5000), true};
+    liar.statedSize = 0;
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, product == "sorn3" ? 0x3621 : 0x3631);
+    const QStringList events =
+        run.run(recordOf(device), with(packageEntries(product, smallImages(product)), liar));
+    QCOMPARE(events.count("complete"), 1);
+    for (const QString &event : events)
+        if (event.startsWith("progress "))
+            QVERIFY2(event.mid(9).toInt() >= 0 && event.mid(9).toInt() <= 100, qPrintable(event));
+}
+
+void TestImages::edidOfAnySizeIsSentAtOnce_data()
+{
+    QTest::addColumn<int>("blocks");
+    QTest::newRow("128 bytes") << 1;
+    QTest::newRow("256 bytes") << 2;
+    QTest::newRow("text of many pieces") << 32;
+}
+
+void TestImages::edidOfAnySizeIsSentAtOnce()
+{
+    QFETCH(int, blocks);
+    const QByteArray edid = edidBlocks(blocks);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const Images images{{}, {}, {}, edidText(edid)};
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", images)),
+             progressLines({1, 2, 21, 40, 59, 78, 97, 100}) + QStringList("complete"));
+    QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edid)));
+}
+
+void TestImages::badEdidIsReportedBeforeAnyRequest_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QString>("diagnostic");
+    const QByteArray line("0 | 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n");
+    QTest::newRow("empty file") << QByteArray("") << "EDID data has incorrect format"
+                                << "Unexpected lines count: 0, should be dividable by 8\n";
+    QTest::newRow("only the heading") << QByteArray("1\n2\n3\n") << "EDID data has incorrect format"
+                                      << "Unexpected lines count: 0, should be dividable by 8\n";
+    QTest::newRow("nine lines") << "1\n2\n3\n" + line.repeated(9)
+                                << "EDID data has incorrect format"
+                                << "Unexpected lines count: 9, should be dividable by 8\n";
+    QTest::newRow("no bar") << QByteArray("1\n2\n3\nx\n") << "EDID data has incorrect format"
+                            << "Error: vertical delimiter (|) not found, line: 1\n";
+    QTest::newRow("checksum") << "1\n2\n3\n" + line.repeated(7) +
+                                     "0 | 40 0 0 0 0 0 0 0 0 0 0 0 0 0 0 30\n"
+                              << "EDID data has incorrect checksum"
+                              << "Checksum of the block 0 mismatch, expected: 0x40, readed: 0x30\n";
+}
+
+void TestImages::badEdidIsReportedBeforeAnyRequest()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(QString, error);
+    QFETCH(QString, diagnostic);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", Images{{}, {}, {}, text})),
+             progressLines({1, 2, 21}) + errorEnding(error));
+    QCOMPARE(QString::fromStdString(run.standardError.text()), diagnostic);
+    QVERIFY(run.bus.transfers().empty());
+    QCOMPARE(run.bus.handleCalls(), opening("a") + QStringList("pause 1") + givingBack("a"));
+}
+
+void TestImages::edidThatCannotBeOpenedIsReported()
+{
+    PackageEntry secret{"edid_velk3_uvc.edid", edidText(edidBlocks(1))};
+    secret.encrypted = true;
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), {{"product.info", "velk3\n"}, secret}),
+             progressLines({1, 2}) + errorEnding("Can't open EDID file"));
+    QCOMPARE(run.debugLines().last(), QStringLiteral("Can't open file"));
+    QVERIFY(run.bus.transfers().empty());
+}
+
+void TestImages::edidIsReadInPiecesThatANulCutsShort()
+{
+    // The first piece is 4095 bytes; what stands between a NUL in it and its end is lost, and the
+    // text goes on with the second piece. The junk would spoil the text if it were kept.
+    const QByteArray text = edidText(edidBlocks(1));
+    QByteArray file = text.left(300);
+    file += '\0';
+    file += QByteArray(4095 - file.size(), 'J');
+    file += text.mid(300);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QVERIFY(run.run(recordOf(device), packageEntries("velk3", Images{{}, {}, {}, file}))
+                .contains("progress 100"));
+    QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edidBlocks(1))));
+}
+
+void TestImages::edidFailuresAreLogged_data()
+{
+    QTest::addColumn<int>("failing");
+    QTest::addColumn<QString>("log");
+    QTest::newRow("start") << 0 << "Can't initiate EDID IO access (err: -9";
+    QTest::newRow("write") << 1 << "Can't send EDID data to the device (err:  -9";
+    QTest::newRow("complete") << 2 << "Can't finalize EDID IO access (err:  -9";
+}
+
+void TestImages::edidFailuresAreLogged()
+{
+    QFETCH(int, failing);
+    QFETCH(QString, log);
+    UpdateRun run;
+    run.bus.failTransfer(failing, LIBUSB_ERROR_PIPE);
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const Images images{{}, {}, {}, smallImages("velk3").edid};
+    run.run(recordOf(device), packageEntries("velk3", images));
+    QVERIFY2(run.debugLines().last().startsWith(log), qPrintable(run.debugLines().last()));
+}
+
+QTEST_GUILESS_MAIN(TestImages)
+#include "tst_images.moc"
