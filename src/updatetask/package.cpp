@@ -31,7 +31,7 @@ bool UpdateTask::Worker::readProductKey(Zip &zip)
     ZipFile file = zip.fopen(PRODUCT_NAME_FILE);
     if (!file) {
         const QString reason = QString::fromStdString(zip.errorStr());
-        qDebug() << "Product info file found but can't be opened: " << reason;
+        qDebug().noquote() << "Product info file found but can't be opened: " << reason;
         emit error(tr("Product info file found but can't be opened: %1").arg(reason));
         return false;
     }
@@ -43,7 +43,7 @@ bool UpdateTask::Worker::readProductKey(Zip &zip)
         const int length = file.read(piece, pieceSize);
         if (length < 0) {
             const QString reason = QString::fromStdString(file.errorStr());
-            qDebug() << "Can't read Product info file: " << reason;
+            qDebug().noquote() << "Can't read Product info file: " << reason;
             emit error(tr("Can't read Product info file: %1").arg(reason));
             return false;
         }

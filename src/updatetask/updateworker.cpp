@@ -17,7 +17,7 @@ void UpdateTask::Worker::updateDevice(DeviceDescription &description, const QStr
     Zip zip(fwFileName.toStdString());
     if (!zip) {
         const QString reason = QString::fromStdString(zip.errorStr());
-        qDebug() << "Can't open firmware file:" << reason;
+        qDebug().noquote() << "Can't open firmware file:" << reason;
         emit error(tr("Cannot open firmware package: %1").arg(reason));
         return;
     }
