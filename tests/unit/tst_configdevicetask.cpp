@@ -1,0 +1,610 @@
+#include "capturedoutput.h"
+#include "scriptedlibusb.h"
+
+#include "configdevicetask.h"
+#include "qtcompat.h"
+#include "records.h"
+
+#include <QSemaphore>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <iostream>
+
+using FlagsAction = ConfigDeviceActionBase<uint8_t, 226, 227, 0, 0>;
+using StatusAction = ConfigDeviceActionBase<InputStatusInfo, 178, 0, 0, 0>;
+using ModeAction = ConfigDeviceActionBase<UserMode, 179, 179, 0, 0>;
+
+// Configuration requests: from a signal on this thread to one transfer on the worker's and back.
+class TestConfigDeviceTask : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void aReadOpensSendsAndCloses();
+    void aWriteOpensSendsAndCloses();
+    void argumentsAreLengthThenIndexThenValue_data();
+    void argumentsAreLengthThenIndexThenValue();
+    void typedRequestsCarryTheRecordsSize();
+    void aTypedRequestsBufferStartsWithZeros();
+    void theCallersBufferIsFilledInPlace();
+    void aShortReadReportsWhatWasAsked_data();
+    void aShortReadReportsWhatWasAsked();
+    void aShortWriteIsASuccess();
+
+    void aReadOfADeviceThatIsGoneReportsErrorThenNull();
+    void aWriteToADeviceThatIsGoneReportsErrorThenNullRead();
+    void aFailedReadReportsErrorThenNull_data();
+    void aFailedReadReportsErrorThenNull();
+    void aFailedWriteReportsErrorThenCompletion_data();
+    void aFailedWriteReportsErrorThenCompletion();
+    void aMessageWithoutLibusbTextIsStillAMessage();
+    void aReadClosesBeforeItAnswersAndAWriteBeforeItCompletes();
+
+    void everyActionSeesOnlyItsOwnAnswers_data();
+    void everyActionSeesOnlyItsOwnAnswers();
+    void errorsAreFilteredLikeAnswers();
+    void filtersAcceptExactlyTheirCodes();
+    void requestsOfAnActionReachTheWorker();
+
+    void anActionWithoutTaskThrows();
+    void anActionWithoutTaskSetsTheCode();
+    void anActionWithTaskLeavesTheCodeClear();
+
+    void requestsAreHandledInTheirOrder();
+    void requestsForDifferentDevicesMayFollowEachOther();
+    void destroyingTheTaskWaitsForTheRequest();
+    void anyFailingCallGivesTheDeviceBack();
+
+private:
+    std::unique_ptr<CapturedStream> standardLog;
+    std::unique_ptr<CapturedStream> standardError;
+};
+
+namespace {
+
+const char *s_noAccess = "Cannot access USB. Administrative rights may be required.";
+
+// What one front object is told, in order.
+class Ear : public QObject
+{
+public:
+    explicit Ear(ConfigDeviceBase &front)
+    {
+        connect(&front, &ConfigDeviceBase::getRequestComplete, this,
+                [this](uint8_t request, const ConfigDeviceDataPtr &data, uint16_t size) {
+                    const auto *bytes = reinterpret_cast<const char *>(data.data());
+                    const QString shown =
+                        data ? QString(QByteArray(bytes, size).toHex()) : QStringLiteral("null");
+                    heard.append(QStringLiteral("got %1 %2 %3").arg(request).arg(size).arg(shown));
+                });
+        connect(&front, &ConfigDeviceBase::setRequestComplete, this,
+                [this](uint8_t request) { heard.append(QStringLiteral("set %1").arg(request)); });
+        connect(&front, &ConfigDeviceBase::error, this,
+                [this](uint8_t request, const QString &message) {
+                    heard.append(QStringLiteral("error %1 %2").arg(request).arg(message));
+                });
+    }
+
+    // Waits until something ends a request.
+    bool waitForCompletions(int count)
+    {
+        return QTest::qWaitFor(
+            [&] { return heard.filter("got ").size() + heard.filter("set ").size() >= count; },
+            20000);
+    }
+
+    QStringList heard;
+};
+
+DeviceDescription recordOf(const libusb_device *device)
+{
+    DeviceDescription record{};
+    record.vendorId = device->vendorId;
+    record.productId = device->productId;
+    record.busNumber = device->bus;
+    record.deviceAddress = device->address;
+    record.portNumber = device->port;
+    return record;
+}
+
+ConfigDeviceDataPtr buffer(const QByteArray &bytes)
+{
+    ConfigDeviceDataPtr data(new uint8_t[static_cast<std::size_t>(bytes.size())],
+                             std::default_delete<uint8_t[]>());
+    std::copy(bytes.begin(), bytes.end(), data.data());
+    return data;
+}
+
+} // namespace
+
+void TestConfigDeviceTask::initTestCase()
+{
+    // As the program does at its start; the rest is the room's own affair.
+    qtcompat::register_alias<uchar>("uint8_t");
+}
+
+void TestConfigDeviceTask::init()
+{
+    standardLog = std::make_unique<CapturedStream>(std::clog);
+    standardError = std::make_unique<CapturedStream>(std::cerr);
+}
+
+void TestConfigDeviceTask::cleanup()
+{
+    standardLog.reset();
+    standardError.reset();
+}
+
+void TestConfigDeviceTask::aReadOpensSendsAndCloses()
+{
+    ScriptedUsb bus;
+    bus.answerData(226, {QByteArray(1, '\x17')});
+    const auto *device = bus.plug("a", 0xE5C1, 0x3601);
+    ConfigDeviceTask task;
+    Ear ear(task);
+    emit task.getConfigDeviceData(recordOf(device), 226, buffer(QByteArray(1, '\0')), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard, QStringList{"got 226 1 17"});
+    QCOMPARE(bus.handleCalls(),
+             (QStringList{"open a", "kernel_driver_active a 0", "claim_interface a 0",
+                          "control_transfer a c0 e2 0000 0000 1 1000", "attach_kernel_driver a 0",
+                          "release_interface a 0", "close a"}));
+}
+
+void TestConfigDeviceTask::aWriteOpensSendsAndCloses()
+{
+    ScriptedUsb bus;
+    const auto *device = bus.plug("a", 0xE5C1, 0x3601);
+    ConfigDeviceTask task;
+    Ear ear(task);
+    emit task.setConfigDeviceData(recordOf(device), 227, buffer(QByteArray(1, '\x17')), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard, QStringList{"set 227"});
+    QCOMPARE(bus.handleCalls(),
+             (QStringList{"open a", "kernel_driver_active a 0", "claim_interface a 0",
+                          "control_transfer a 40 e3 0000 0000 1 1000 17",
+                          "attach_kernel_driver a 0", "release_interface a 0", "close a"}));
+}
+
+void TestConfigDeviceTask::argumentsAreLengthThenIndexThenValue_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<int>("value");
+    QTest::addColumn<QString>("wire"); // wValue, wIndex, wLength
+    QTest::newRow("user mode 0") << 5 << 0 << 0 << "0000 0000 5";
+    QTest::newRow("user mode 2") << 5 << 2 << 0 << "0000 0002 5";
+    QTest::newRow("all different") << 7 << 0x1234 << 0xABCD << "abcd 1234 7";
+}
+
+void TestConfigDeviceTask::argumentsAreLengthThenIndexThenValue()
+{
+    QFETCH(int, size);
+    QFETCH(int, index);
+    QFETCH(int, value);
+    QFETCH(QString, wire);
+    ScriptedUsb bus;
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    const QByteArray bytes(size, 'x');
+    const auto length = static_cast<uint16_t>(size);
+    const auto wIndex = static_cast<uint16_t>(index);
+    const auto wValue = static_cast<uint16_t>(value);
+    emit task.getConfigDeviceData(record, 179, buffer(bytes), length, wIndex, wValue);
+    emit task.setConfigDeviceData(record, 179, buffer(bytes), length, wIndex, wValue);
+    QVERIFY(ear.waitForCompletions(2));
+    QCOMPARE(bus.describedTransfers(),
+             (QStringList{"c0 b3 " + wire + " 1000", "40 b3 " + wire + " 1000 " + bytes.toHex()}));
+}
+
+void TestConfigDeviceTask::typedRequestsCarryTheRecordsSize()
+{
+    ScriptedUsb bus;
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    task.requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
+    task.requestConfigDeviceData<UserMode>(record, 179, 2, 0);
+    task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+    QVERIFY(ear.waitForCompletions(3));
+    QCOMPARE(bus.describedTransfers(),
+             (QStringList{"c0 b2 0000 0000 29 1000", "c0 b3 0000 0002 5 1000",
+                          "c0 e2 0000 0000 1 1000"}));
+}
+
+void TestConfigDeviceTask::aTypedRequestsBufferStartsWithZeros()
+{
+    ScriptedUsb bus;
+    bus.onTransfer([](const ScriptedTransfer &) -> std::optional<int> { return 0; });
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    task.requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard, QStringList{"got 178 29 " + QString(58, '0')});
+}
+
+void TestConfigDeviceTask::theCallersBufferIsFilledInPlace()
+{
+    ScriptedUsb bus;
+    bus.answerData(179, {QByteArray::fromHex("0005d00201")});
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    const ConfigDeviceDataPtr data = buffer(QByteArray(5, '\0'));
+    emit task.getConfigDeviceData(record, 179, data, 5, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(QByteArray(reinterpret_cast<const char *>(data.data()), 5).toHex(),
+             QByteArray("0005d00201"));
+}
+
+void TestConfigDeviceTask::aShortReadReportsWhatWasAsked_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QString>("data");
+    QTest::newRow("nothing") << QByteArray("") << "0000000000";
+    QTest::newRow("one byte") << QByteArray("a") << "6100000000";
+    QTest::newRow("all but one") << QByteArray("abcd") << "6162636400";
+}
+
+void TestConfigDeviceTask::aShortReadReportsWhatWasAsked()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(QString, data);
+    ScriptedUsb bus;
+    bus.answerData(179, {reply});
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    task.requestConfigDeviceData<UserMode>(record, 179, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard, QStringList{"got 179 5 " + data});
+}
+
+void TestConfigDeviceTask::aShortWriteIsASuccess()
+{
+    ScriptedUsb bus;
+    bus.answer(179, {0});
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    emit task.setConfigDeviceData(record, 179, buffer("abcde"), 5, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard, QStringList{"set 179"});
+}
+
+void TestConfigDeviceTask::aReadOfADeviceThatIsGoneReportsErrorThenNull()
+{
+    ScriptedUsb bus;
+    ConfigDeviceTask task;
+    Ear ear(task);
+    emit task.getConfigDeviceData(DeviceDescription{}, 226, buffer("x"), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard,
+             (QStringList{QStringLiteral("error 226 %1").arg(s_noAccess), "got 226 0 null"}));
+}
+
+void TestConfigDeviceTask::aWriteToADeviceThatIsGoneReportsErrorThenNullRead()
+{
+    ScriptedUsb bus;
+    ConfigDeviceTask task;
+    Ear ear(task);
+    emit task.setConfigDeviceData(DeviceDescription{}, 227, buffer("x"), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(ear.heard,
+             (QStringList{QStringLiteral("error 227 %1").arg(s_noAccess), "got 227 0 null"}));
+}
+
+static void addCodes()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("sentence");
+    QTest::newRow("io") << -1 << "Input/Output Error";
+    QTest::newRow("no device") << -4 << "No such device (it may have been disconnected)";
+    QTest::newRow("timeout") << -7 << "Operation timed out";
+    QTest::newRow("pipe") << -9 << "Pipe error";
+    QTest::newRow("other") << -99 << "Other error";
+}
+
+void TestConfigDeviceTask::aFailedReadReportsErrorThenNull_data()
+{
+    addCodes();
+}
+
+void TestConfigDeviceTask::aFailedReadReportsErrorThenNull()
+{
+    QFETCH(int, code);
+    QFETCH(QString, sentence);
+    ScriptedUsb bus;
+    bus.answer(178, {code});
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    task.requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(
+        ear.heard,
+        (QStringList{"error 178 Error retreiving config device data: req=178, status: " + sentence,
+                     "got 178 0 null"}));
+    QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
+}
+
+void TestConfigDeviceTask::aFailedWriteReportsErrorThenCompletion_data()
+{
+    addCodes();
+}
+
+void TestConfigDeviceTask::aFailedWriteReportsErrorThenCompletion()
+{
+    QFETCH(int, code);
+    QFETCH(QString, sentence);
+    ScriptedUsb bus;
+    bus.answer(179, {code});
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    emit task.setConfigDeviceData(record, 179, buffer("abcde"), 5, 1, 0);
+    QVERIFY(ear.waitForCompletions(1));
+    // The same words for every kind of write.
+    QCOMPARE(ear.heard,
+             (QStringList{"error 179 Error setting device flags: " + sentence, "set 179"}));
+    QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
+}
+
+void TestConfigDeviceTask::aMessageWithoutLibusbTextIsStillAMessage()
+{
+    ScriptedUsb bus;
+    bus.giveNullTexts();
+    bus.answer(226, {-1});
+    bus.answer(227, {-1});
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    Ear ear(task);
+    task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+    emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(2));
+    QCOMPARE(ear.heard,
+             (QStringList{"error 226 Error retreiving config device data: req=226, status: ",
+                          "got 226 0 null", "error 227 Error setting device flags: ", "set 227"}));
+}
+
+void TestConfigDeviceTask::aReadClosesBeforeItAnswersAndAWriteBeforeItCompletes()
+{
+    ScriptedUsb bus;
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    QList<int> openThen;
+    // On the worker's thread, at the moment of the signal.
+    connect(
+        &task, &ConfigDeviceBase::getRequestComplete, &task,
+        [&] { openThen.append(bus.openHandles()); }, Qt::DirectConnection);
+    connect(
+        &task, &ConfigDeviceBase::setRequestComplete, &task,
+        [&] { openThen.append(bus.openHandles()); }, Qt::DirectConnection);
+    task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+    emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
+    QTRY_COMPARE_WITH_TIMEOUT(openThen.size(), 2, 60000);
+    QCOMPARE(openThen.at(1), 0);
+}
+
+void TestConfigDeviceTask::everyActionSeesOnlyItsOwnAnswers_data()
+{
+    QTest::addColumn<int>("request");
+    QTest::addColumn<bool>("flags");
+    QTest::addColumn<bool>("status");
+    QTest::addColumn<bool>("mode");
+    QTest::newRow("0") << 0 << false << true << false;
+    QTest::newRow("178") << 178 << false << true << false;
+    QTest::newRow("179") << 179 << false << false << true;
+    QTest::newRow("180") << 180 << false << false << false;
+    QTest::newRow("226") << 226 << true << false << false;
+    QTest::newRow("227") << 227 << true << false << false;
+    QTest::newRow("255") << 255 << false << false << false;
+}
+
+void TestConfigDeviceTask::everyActionSeesOnlyItsOwnAnswers()
+{
+    QFETCH(int, request);
+    QFETCH(bool, flags);
+    QFETCH(bool, status);
+    QFETCH(bool, mode);
+    ScriptedUsb bus;
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    FlagsAction flagsAction(&task, this);
+    StatusAction statusAction(&task, this);
+    ModeAction modeAction(&task, this);
+    Ear taskEar(task);
+    Ear flagsEar(flagsAction);
+    Ear statusEar(statusAction);
+    Ear modeEar(modeAction);
+    const auto code = static_cast<uint8_t>(request);
+    emit task.getConfigDeviceData(record, code, buffer("x"), 1, 0, 0);
+    emit task.setConfigDeviceData(record, code, buffer("x"), 1, 0, 0);
+    QVERIFY(taskEar.waitForCompletions(2));
+    QCoreApplication::processEvents(); // the answers of one signal are queued together
+    const QStringList both{QStringLiteral("got %1 1 01").arg(request),
+                           QStringLiteral("set %1").arg(request)};
+    QCOMPARE(taskEar.heard, both);
+    QCOMPARE(flagsEar.heard, flags ? both : QStringList());
+    QCOMPARE(statusEar.heard, status ? both : QStringList());
+    QCOMPARE(modeEar.heard, mode ? both : QStringList());
+}
+
+void TestConfigDeviceTask::errorsAreFilteredLikeAnswers()
+{
+    ScriptedUsb bus;
+    ConfigDeviceTask task;
+    FlagsAction flags(&task, this);
+    ModeAction modes(&task, this);
+    Ear taskEar(task);
+    Ear flagsEar(flags);
+    Ear modesEar(modes);
+    emit modes.getConfigDeviceData(DeviceDescription{}, 179, buffer("abcde"), 5, 0, 0);
+    QVERIFY(modesEar.waitForCompletions(1));
+    QVERIFY(taskEar.waitForCompletions(1));
+    QCOMPARE(modesEar.heard,
+             (QStringList{QStringLiteral("error 179 %1").arg(s_noAccess), "got 179 0 null"}));
+    QCOMPARE(taskEar.heard, modesEar.heard);
+    QCOMPARE(flagsEar.heard, QStringList());
+}
+
+void TestConfigDeviceTask::filtersAcceptExactlyTheirCodes()
+{
+    ScriptedUsb bus;
+    ConfigDeviceTask task;
+    const FlagsAction flags(&task, nullptr);
+    const StatusAction status(&task, nullptr);
+    const ModeAction modes(&task, nullptr);
+    for (int request = 0; request < 256; ++request) {
+        const auto code = static_cast<uint8_t>(request);
+        QVERIFY(task.filterRequest(code));
+        QCOMPARE(flags.filterRequest(code), request == 226 || request == 227);
+        QCOMPARE(status.filterRequest(code), request == 178 || request == 0);
+        QCOMPARE(modes.filterRequest(code), request == 179);
+    }
+}
+
+void TestConfigDeviceTask::requestsOfAnActionReachTheWorker()
+{
+    ScriptedUsb bus;
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    FlagsAction flags(&task, this);
+    Ear ear(flags);
+    flags.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+    emit flags.setConfigDeviceData(record, 227, buffer("\x17"), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(2));
+    QCOMPARE(bus.describedTransfers(),
+             (QStringList{"c0 e2 0000 0000 1 1000", "40 e3 0000 0000 1 1000 17"}));
+}
+
+void TestConfigDeviceTask::anActionWithoutTaskThrows()
+{
+    bool thrown = false;
+    try {
+        const ConfigDeviceAction action(nullptr, this);
+    } catch (const std::system_error &error) {
+        thrown = true;
+        QVERIFY(error.code() == std::errc::invalid_argument);
+        QCOMPARE(error.code().value(), 22);
+        QVERIFY(error.code().category() == std::generic_category());
+        QVERIFY2(QString(error.what()).startsWith("`task` argument can't be nullptr"),
+                 error.what());
+    }
+    QVERIFY(thrown);
+    QVERIFY_EXCEPTION_THROWN(FlagsAction(nullptr, this), std::system_error);
+}
+
+void TestConfigDeviceTask::anActionWithoutTaskSetsTheCode()
+{
+    std::error_code code;
+    ConfigDeviceAction action(nullptr, code, this);
+    QVERIFY(code == std::errc::invalid_argument);
+    QCOMPARE(code.value(), 22);
+    QVERIFY(code.category() == std::generic_category());
+    // Connected to nothing: the request goes nowhere, and libusb (there is none here) is not
+    // called.
+    emit action.getConfigDeviceData(DeviceDescription{}, 226, buffer("x"), 1, 0, 0);
+}
+
+void TestConfigDeviceTask::anActionWithTaskLeavesTheCodeClear()
+{
+    ScriptedUsb bus;
+    ConfigDeviceTask task;
+    std::error_code code;
+    const ConfigDeviceAction action(&task, code, this);
+    QVERIFY(!code);
+}
+
+void TestConfigDeviceTask::requestsAreHandledInTheirOrder()
+{
+    ScriptedUsb bus;
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    ConfigDeviceTask task;
+    FlagsAction flags(&task, this);
+    ModeAction modes(&task, this);
+    Ear ear(task);
+    modes.requestConfigDeviceData<UserMode>(record, 179, 0, 0);
+    flags.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+    modes.requestConfigDeviceData<UserMode>(record, 179, 1, 0);
+    emit flags.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
+    QVERIFY(ear.waitForCompletions(4));
+    QCOMPARE(bus.describedTransfers(),
+             (QStringList{"c0 b3 0000 0000 5 1000", "c0 e2 0000 0000 1 1000",
+                          "c0 b3 0000 0001 5 1000", "40 e3 0000 0000 1 1000 78"}));
+    QCOMPARE(bus.opens(), 4);
+}
+
+void TestConfigDeviceTask::requestsForDifferentDevicesMayFollowEachOther()
+{
+    ScriptedUsb bus;
+    const auto *first = bus.plug("a", 0xE5C1, 0x3601);
+    auto *second = bus.plug("b", 0xE5C1, 0x3601);
+    second->port = 2;
+    ConfigDeviceTask task;
+    Ear ear(task);
+    task.requestConfigDeviceData<uint8_t>(recordOf(second), 226, 0, 0);
+    task.requestConfigDeviceData<uint8_t>(recordOf(first), 226, 0, 0);
+    QVERIFY(ear.waitForCompletions(2));
+    QCOMPARE(bus.callsOf("open"), (QStringList{"open b", "open a"}));
+    QCOMPARE(bus.callsOf("close"), (QStringList{"close b", "close a"}));
+}
+
+void TestConfigDeviceTask::destroyingTheTaskWaitsForTheRequest()
+{
+    ScriptedUsb bus;
+    QSemaphore reached;
+    QSemaphore goOn;
+    bus.onTransfer([&](const ScriptedTransfer &) -> std::optional<int> {
+        reached.release();
+        goOn.acquire();
+        return {};
+    });
+    const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    auto task = std::make_unique<ConfigDeviceTask>();
+    task->requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+    QVERIFY(reached.tryAcquire(1, 60000));
+    std::unique_ptr<QThread> releaser(QThread::create([&] {
+        QThread::msleep(50);
+        goOn.release();
+    }));
+    releaser->start();
+    task.reset();
+    QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
+    QVERIFY(releaser->wait(60000));
+}
+
+void TestConfigDeviceTask::anyFailingCallGivesTheDeviceBack()
+{
+    for (const bool write : {false, true}) {
+        const auto attempt = [write](int failing) {
+            ScriptedUsb bus;
+            bus.failCall(failing, LIBUSB_ERROR_NO_DEVICE);
+            const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+            ConfigDeviceTask task;
+            Ear ear(task);
+            if (write)
+                emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
+            else
+                task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+            [&] { QVERIFY(ear.waitForCompletions(1)); }();
+            if (bus.failedCall().startsWith("claim_interface"))
+                bus.expectOpenHandles(1);
+            return bus.fallibleCalls();
+        };
+        const int calls = attempt(-1);
+        QVERIFY(calls >= 7);
+        for (int failing = 0; failing < calls; ++failing)
+            QVERIFY(attempt(failing) > failing);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestConfigDeviceTask)
+#include "tst_configdevicetask.moc"
