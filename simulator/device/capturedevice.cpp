@@ -21,6 +21,14 @@ std::unique_ptr<ImageMemory> makeBitstreamMemory(unsigned generation)
     return std::make_unique<ImageMemory>(ImageMemory::State::Blank);
 }
 
+// Settings and signal are asked of whatever device a person selects, so a boot loader that has none
+// refuses them without calling it the program's mistake.
+bool isConfiguration(uint8_t request)
+{
+    return request == InputStatus || request == UserMode || request == GetDeviceFlags ||
+           request == SetDeviceFlags;
+}
+
 // The boot loader to which a device falls back when its images are not whole.
 Mode rescueModeOf(Mode initial)
 {
@@ -201,7 +209,8 @@ Outcome CaptureDevice::vendorRequest(const Setup &setup, const Bytes &out, bool 
     if (setup.request == MemoryAccess)
         return hasRam ? memoryAccess(setup, out) : violation(name + " while the product runs");
     if (isBootLoader(currentMode))
-        return violation(name + " to a boot loader");
+        return isConfiguration(setup.request) ? Outcome::stall()
+                                              : violation(name + " to a boot loader");
     if (setup.direction() == Direction::In)
         return readRequest(setup, nowMs);
     return judge(setup, writeRequest(setup, out), out.size());

@@ -16,6 +16,7 @@ private slots:
     void missingProgramGives127();
     void sceneErrorGives2AndOneLine();
     void violationGives90();
+    void bootLoaderRefusesSettingsWithoutAViolation();
     void lenientSceneKeepsTheProgramsCode();
     void claimIsExclusivePerFile();
     void secondInterfaceIsNotFound();
@@ -124,6 +125,22 @@ void TestSimUsb::violationGives90()
     QCOMPARE(run.events("violation").size(), 1);
     QCOMPARE(run.events("violation")[0]["text"].toString(),
              QString("FX3_WRITE: block without a start"));
+}
+
+void TestSimUsb::bootLoaderRefusesSettingsWithoutAViolation()
+{
+    // The dialog asks whatever device is selected; writing images to a boot loader stays an
+    // offence.
+    const QStringList settings = {"open e5c1:3600", "claim 0",         "in 0xb2 0 0 29",
+                                  "in 0xb3 0 2 5",  "out 0xb3 0 2 *5", "in 0xe2 0 0 1",
+                                  "out 0xe3 0 0 *1"};
+    const SimRun run(velk3With("mode soft"), settings);
+    QCOMPARE(run.lines().mid(2), QStringList({"PIPE", "PIPE", "PIPE", "PIPE", "PIPE"}));
+    QVERIFY(run.events("violation").isEmpty());
+    QCOMPARE(run.exitCode(), 0);
+
+    const SimRun writing(velk3With("mode soft"), {"open e5c1:3600", "claim 0", "out 0xc5 0 0"});
+    QCOMPARE(writing.exitCode(), 90);
 }
 
 void TestSimUsb::lenientSceneKeepsTheProgramsCode()

@@ -54,7 +54,7 @@ def attended(build, packages):
     """Leaves the program to the person at the screen."""
     say(f"1. Click a device, choose its package ({packages}/velk3.fw, sorn3.fw or velk3_4k.fw) and click UPDATE.")
     say("2. Try it on the device in repair mode too; look at the other tabs; close the window to compare memories.")
-    with Simulation(build, SCENE, os.environ) as simulation:
+    with Simulation(build, SCENE, os.environ, packages) as simulation:
         simulation.wait_for("the simulator", simulation.ready, timeout=60)
         states = simulation.devices()
         code = simulation.process.wait()
@@ -65,6 +65,11 @@ def attended(build, packages):
 
 
 # ---- without
+
+
+def has_signal(entry):
+    """Whether this answer to a status poll tells of a picture: bytes 24 and 25 are its width."""
+    return entry["status"] == "ok" and any(bytes.fromhex(entry["data"])[24:26])
 
 
 class Visit:
@@ -99,7 +104,7 @@ class Visit:
         raise DemoError(f"the scene has no device in the mode {' or '.join(modes)}")
 
     def picture(self, stage, text):
-        path = self.pictures / f"{len(self.taken) + 1}-{stage}.png"
+        path = self.pictures / f"{len(self.taken) + 1:02}-{stage}.png"
         self.window.photograph_when_still(path)
         if self.window.fewest_colours_of_a_row(path) < FEWEST_COLOURS:
             raise DemoError(f"the picture {path.name} shows an empty list")
@@ -173,6 +178,7 @@ class Visit:
     def look_around(self, name):
         self.picture("devices", f"{len(self.rows)} devices are listed")
         self.select(name)
+        self.wait_for(f"a signal at {name}", lambda: any(map(has_signal, self.simulation.seen(name, name="INPUT_STATUS"))))
         self.picture("selected", f"{name} is selected, its input signal is in the status line")
         mark = self.simulation.count()
         self.window.click("tabWidget/1")
@@ -216,7 +222,12 @@ class Visit:
 
 def unattended(build, packages, pictures):
     environment = {**environment_without_settings(), "QT_QPA_PLATFORM": "xcb"}
-    with Screen() as screen, Simulation(build, SCENE, {**environment, "DISPLAY": screen.display}) as simulation:
+    with Screen() as screen:
+        return visit_on(screen, build, packages, pictures, {**environment, "DISPLAY": screen.display})
+
+
+def visit_on(screen, build, packages, pictures, environment):
+    with Simulation(build, SCENE, environment, packages) as simulation:
         try:
             simulation.wait_for("the simulator", simulation.ready, timeout=60)
             visit = Visit(screen, simulation, build, packages, pictures)

@@ -26,9 +26,13 @@ def wait_for(what, condition, alive=lambda: None, timeout=240.0):
 
 
 class Simulation:
-    """A scene of capso-sim with the program on it. Use it in a `with`: leaving it ends both."""
+    """A built-in scene of capso-sim with the program on it. Use it in a `with`: leaving it ends both.
 
-    def __init__(self, build, scene, environment):
+    The program starts in the folder `start_in`, where its file dialog opens. That must hold no file of the scene's
+    name, which would be taken for the scene.
+    """
+
+    def __init__(self, build, scene, environment, start_in):
         self.simulator = build / "capso-sim"
         # The control socket is in there, and the path of a socket has to be short: not below the build folder.
         self.folder = tempfile.TemporaryDirectory(prefix="capso-demo-")
@@ -38,6 +42,7 @@ class Simulation:
         self.process = subprocess.Popen(
             [self.simulator, scene, "--", build / "capso-config"],
             env={**environment, "CAPSO_SIM_DIR": str(self.directory)},
+            cwd=start_in,
             stdin=subprocess.DEVNULL,
         )
 
