@@ -37,8 +37,7 @@ QString recordText(const InputStatusInfo &status, std::size_t offset)
 
 QString deviceRowText(const DeviceDescription &desc)
 {
-    // One call for all five: with a chain of calls, a "%4" in the serial number would be filled
-    // next.
+    // One call for all five: in a chain of calls, a "%4" in the serial number would be filled next.
     QString text = translated(QT_TRANSLATE_NOOP("UpdateRepair", "%4 (%3, %5) [%1:%2]"))
                        .arg(usbIdText(desc.vendorId), usbIdText(desc.productId), desc.serialNumber,
                             desc.productName, desc.versionString);

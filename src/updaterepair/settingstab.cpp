@@ -3,7 +3,6 @@
 #include "updaterepair.h"
 
 #include "ui_updaterepair.h"
-#include "vendorrequests.h"
 
 #include <QDebug>
 #include <QMessageBox>

@@ -3,6 +3,7 @@
 #include "configdevicetask.h"
 #include "devicedescription.h"
 #include "records.h"
+#include "vendorrequests.h"
 
 #include <QDialog>
 #include <QSharedPointer>
@@ -28,8 +29,9 @@ class UpdateTask;
 // and the configuration task work on threads of their own and answer with queued signals. A
 // device's interface can be claimed by one of them at a time, so the dialog never has two of them
 // at work on the same device: the controls are locked while a scan, an update or a configuration
-// request is running, the signal is polled only while they are not, and a request that is asked for
-// while a poll is still unanswered is sent when the answer is there.
+// request is running, and the signal is polled only while they are not. A request that is asked for
+// while a poll is unanswered is sent when the answer is there, and so is a scan that is asked for
+// during a configuration request.
 //
 // The meta-types "DeviceDescription" and "uint8_t" must be registered before a dialog is made.
 class UpdateRepair : public QDialog
@@ -66,9 +68,10 @@ private slots:
     void onInputStatusTimer();
 
 private:
-    using DeviceFlagsAction = ConfigDeviceActionBase<uint8_t, 226, 227, 0, 0>;
-    using InputStatusAction = ConfigDeviceActionBase<InputStatusInfo, 178, 0, 0, 0>;
-    using UserModeAction = ConfigDeviceActionBase<UserMode, 179, 179, 0, 0>;
+    using DeviceFlagsAction =
+        ConfigDeviceActionBase<uint8_t, GET_DEVICE_FLAGS, SET_DEVICE_FLAGS, 0, 0>;
+    using InputStatusAction = ConfigDeviceActionBase<InputStatusInfo, INPUT_STATUS, 0, 0, 0>;
+    using UserModeAction = ConfigDeviceActionBase<UserMode, USER_MODE, USER_MODE, 0, 0>;
     using UserModeWidgets = std::tuple<QSpinBox *, QSpinBox *, QGroupBox *>; // height, width, group
 
     // Starts a scan and hides the progress of an earlier update.
@@ -139,8 +142,7 @@ private:
     std::vector<std::function<void()>> pendingRequests;
     int pendingScans = 0;
 
-    bool loadRemembered = false; // a tab or a row was chosen while the controls were locked
-    bool configAnswerStale =
-        false; // another row was chosen since the configuration request was made
+    bool loadRemembered = false;    // a tab or a row was chosen while the controls were locked
+    bool configAnswerStale = false; // another row was chosen since the request was made
     bool statusAnswerStale = false; // the list was cleared since the poll was sent
 };

@@ -4,7 +4,6 @@
 
 #include "displaytexts.h"
 #include "ui_updaterepair.h"
-#include "vendorrequests.h"
 
 #include <QDebug>
 #include <QMessageBox>
