@@ -67,7 +67,7 @@ bool UpdateTask::Worker::loadSections(BootImage &image, quint64 imageSize)
         qDebug().nospace() << "Write chunk, addr 0x" << Qt::hex << image.sectionAddress() << Qt::dec
                            << ", len=" << length;
         if (imageSize != 0) {
-            emit progress(int(consumed * 13 / imageSize) + 2);
+            emit progress(int(consumed * 13 / imageSize + 2));
         }
         if (!loadSection(image.sectionAddress(), image.sectionData())) {
             return false;

@@ -145,7 +145,8 @@ int UpdateTask::Worker::sendBlock(ImageTransfer &transfer, const void *block, qu
     if (transfer.imageSize != 0) {
         const auto range = quint64(qint64(transfer.progressTo - transfer.progressFrom));
         const quint64 done = range * transfer.total / transfer.imageSize;
-        emit progress(transfer.progressFrom + int(done));
+        // Added before it becomes an int: a package that lies about the size makes it any number.
+        emit progress(int(quint64(transfer.progressFrom) + done));
     }
     return statusWait(transfer.statusRequest);
 }
