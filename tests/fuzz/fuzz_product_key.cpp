@@ -1,0 +1,54 @@
+// The content of product.info, in a package that has the entries of every product: whatever the key
+// is, the only question is which product it names.
+
+#include "acceptingusb.h"
+#include "expectedproduct.h"
+#include "fuzzing.h"
+#include "packagebuilder.h"
+#include "updaterun.h"
+
+#include <cstdint>
+
+namespace {
+
+constexpr quint16 Vendor = 0xE5C1;
+constexpr quint16 RunningVelk3 = 0x3601;
+
+QByteArray packageWith(const QByteArray &productInfo)
+{
+    std::vector<PackageEntry> entries{{"product.info", productInfo}};
+    for (const char *name :
+         {"velk3.bin", "velk3.img", "velk3-sandbox.img", "QuorlinDriverlessGrabber.img",
+          "usb-sandbox.img", "sorn3.bin", "sorn3.img", "sorn3-sandbox.img", "velk3_4k.bin",
+          "velk3_4k.img", "velk3_4k-sandbox.img"}) {
+        entries.push_back({name, "1234"});
+    }
+    return zipArchive(entries);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    startFuzzing({"Unsupported product: '%1'", "Selected device and firmware incompatible"});
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    const QByteArray content(reinterpret_cast<const char *>(data), int(size));
+    libusb_device device(Vendor, RunningVelk3);
+    bus::setDevices({&device});
+    const UpdateOutcome outcome =
+        runUpdate(describeDevice(Vendor, RunningVelk3, DeviceMode::Normal), packageWith(content));
+
+    const std::string key = productKey(content.toStdString());
+    QStringList expected;
+    if (!findProduct(key)) {
+        expected += "Unsupported product: '" + QString::fromStdString(key) + "'";
+    } else if (key != "velk3" && key != "legacy") {
+        expected += QStringLiteral("Selected device and firmware incompatible");
+    }
+    require(outcome.errors == expected, "the key is the first line");
+    return 0;
+}

@@ -1,0 +1,116 @@
+#include "updaterun.h"
+
+#include "acceptingusb.h"
+#include "fuzzing.h"
+#include "updatetask.h"
+
+#include <QEventLoop>
+
+#include <cstdio>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+// A file in memory, with a path.
+class MemoryFile
+{
+public:
+    MemoryFile(const void *bytes, std::size_t size) : descriptor(memfd_create("package", 0))
+    {
+        require(descriptor >= 0, "there is a file in memory");
+        const auto *at = static_cast<const char *>(bytes);
+        while (size > 0) {
+            const ssize_t written = write(descriptor, at, size);
+            require(written > 0, "the package can be written");
+            at += written;
+            size -= std::size_t(written);
+        }
+    }
+    ~MemoryFile() { close(descriptor); }
+    MemoryFile(const MemoryFile &) = delete;
+    MemoryFile &operator=(const MemoryFile &) = delete;
+
+    QString path() const { return QStringLiteral("/proc/self/fd/%1").arg(descriptor); }
+
+private:
+    int descriptor;
+};
+
+// The one update task of the process, and what it says.
+class Updater
+{
+public:
+    Updater()
+    {
+        QObject::connect(&task, &UpdateTask::error,
+                         [this](const QString &text) { outcome.errors += text; });
+        QObject::connect(&task, &UpdateTask::progress,
+                         [this](int value) { outcome.lastProgress = value; });
+        QObject::connect(&task, &UpdateTask::complete, [this] {
+            ++completions;
+            loop.quit();
+        });
+    }
+
+    UpdateOutcome run(const DeviceDescription &device, const QString &path)
+    {
+        const UpdateOutcome result = runOne(device, path);
+        // Updates run one after another, so a second completion of this one would come before
+        // anything that the next one says. The next one has no package and says so.
+        const UpdateOutcome fence = runOne(device, QStringLiteral("/proc/self/fd/none"));
+        require(fence.errors.size() == 1 && fence.lastProgress == -1,
+                "an update says nothing after its completion");
+        return result;
+    }
+
+private:
+    UpdateOutcome runOne(const DeviceDescription &device, const QString &path)
+    {
+        outcome = {};
+        completions = 0;
+        emit task.start(device, path);
+        loop.exec();
+        require(completions == 1, "an update ends with one complete()");
+        return outcome;
+    }
+
+    UpdateTask task;
+    QEventLoop loop;
+    UpdateOutcome outcome;
+    int completions = 0;
+};
+
+} // namespace
+
+UpdateOutcome runUpdate(const DeviceDescription &device, const void *package, std::size_t size)
+{
+    static auto *updater = new Updater; // never deleted: libFuzzer ends with exit()
+    const MemoryFile file(package, size);
+    const UpdateOutcome outcome = updater->run(device, file.path());
+    for (const QString &text : outcome.errors) {
+        requireKnownText(text);
+    }
+    require(!outcome.errors.isEmpty() || outcome.lastProgress == 100,
+            "an update without an error text is complete");
+    bus::requireNothingHeld();
+    return outcome;
+}
+
+UpdateOutcome runUpdate(const DeviceDescription &device, const QByteArray &package)
+{
+    return runUpdate(device, package.constData(), std::size_t(package.size()));
+}
+
+DeviceDescription describeDevice(quint16 vendorId, quint16 productId, DeviceMode mode)
+{
+    DeviceDescription description;
+    description.vendorId = vendorId;
+    description.productId = productId;
+    description.busNumber = bus::Number;
+    description.portNumber = bus::Port;
+    description.deviceAddress = bus::Address;
+    description.mode = mode;
+    return description;
+}
