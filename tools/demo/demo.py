@@ -16,7 +16,7 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 
 from screen import FEWEST_COLOURS, Screen, Window  # noqa: E402
-from simulation import DemoError, Simulation, compare_memories, environment_without_settings  # noqa: E402
+from simulation import DemoError, Simulation, compare_memories, environment_without_settings, wait_for  # noqa: E402
 
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 SCENE = "demo"
@@ -35,33 +35,41 @@ def make_packages(folder):
 
 
 def report(simulation, states, packages):
-    """Prints the verdict on each device and on all; true if everything that was written matches."""
+    """Prints the verdict on each device and on all.
+
+    Returns the verdicts by device: True, False, or None if it was not written.
+    """
     results = compare_memories(simulation, states, packages)
     for name, _, text in results:
         say(f"  {name}: {text}")
-    verdicts = [verdict for _, verdict, _ in results if verdict is not None]
-    if not verdicts:
+    verdicts = {name: verdict for name, verdict, _ in results}
+    written = [verdict for verdict in verdicts.values() if verdict is not None]
+    if written:
+        say("memories match" if all(written) else "memories differ")
+    else:
         say("nothing was written")
-        return True
-    say("memories match" if all(verdicts) else "memories differ")
-    return all(verdicts)
+    return verdicts
+
+
+def check_exit_code(code):
+    if code != 0:
+        raise DemoError(f"the program or the simulator ended with exit code {code}")
 
 
 # ---- with a display
 
 
-def attended(build, packages):
+def attended(build, packages, log):
     """Leaves the program to the person at the screen."""
     say(f"1. Click a device, choose its package ({packages}/velk3.fw, sorn3.fw or velk3_4k.fw) and click UPDATE.")
     say("2. Try it on the device in repair mode too; look at the other tabs; close the window to compare memories.")
-    with Simulation(build, SCENE, os.environ, packages) as simulation:
+    with Simulation(build, SCENE, os.environ, packages, log) as simulation:
         simulation.wait_for("the simulator", simulation.ready, timeout=60)
         states = simulation.devices()
         code = simulation.process.wait()
-        matches = report(simulation, states, packages)
-    if code != 0:
-        say(f"the program or the simulator ended with exit code {code}")
-    return matches and code == 0
+        verdicts = report(simulation, states, packages)
+    check_exit_code(code)
+    return False not in verdicts.values()
 
 
 # ---- without
@@ -122,12 +130,7 @@ class Visit:
             if boxes:
                 raise DemoError(f"waiting for {what}, the program showed a box: {', '.join(boxes)}")
 
-        deadline = time.monotonic() + 240
-        while not condition():
-            alive()
-            if time.monotonic() > deadline:
-                raise DemoError(f"waited in vain for {what}")
-            time.sleep(0.25)
+        wait_for(what, condition, alive)
 
     def select(self, name):
         """Clicks the device's row until the device itself is asked for its input signal."""
@@ -178,7 +181,11 @@ class Visit:
     def look_around(self, name):
         self.picture("devices", f"{len(self.rows)} devices are listed")
         self.select(name)
-        self.wait_for(f"a signal at {name}", lambda: any(map(has_signal, self.simulation.seen(name, name="INPUT_STATUS"))))
+
+        def signal_was_told():
+            return any(has_signal(answer) for answer in self.simulation.seen(name, name="INPUT_STATUS"))
+
+        self.wait_for(f"a signal at {name}", signal_was_told)
         self.picture("selected", f"{name} is selected, its input signal is in the status line")
         mark = self.simulation.count()
         self.window.click("tabWidget/1")
@@ -200,7 +207,7 @@ class Visit:
         self.select(name)
         self.picture("broken", f"{name} is selected, which is in {self.states[name]['mode']} repair")
         mark = self.start_update(name)
-        self.wait_for("the start of the sandbox", lambda: self.simulation.seen(name, mark, event="start", accepted=True))
+        self.wait_for("its sandbox's start", lambda: self.simulation.seen(name, mark, event="start", accepted=True))
         self.picture("sandbox-started", "its sandbox was loaded, read back and started")
         self.wait_for_half_of_bitstream(name, mark)
         self.picture("repairing", "it came back, and is being written")
@@ -220,35 +227,33 @@ class Visit:
             raise DemoError("the window does not close") from too_long
 
 
-def unattended(build, packages, pictures):
+def unattended(build, packages, pictures, log):
     environment = {**environment_without_settings(), "QT_QPA_PLATFORM": "xcb"}
     with Screen() as screen:
-        return visit_on(screen, build, packages, pictures, {**environment, "DISPLAY": screen.display})
+        with Simulation(build, SCENE, {**environment, "DISPLAY": screen.display}, packages, log) as simulation:
+            return visit_alone(screen, simulation, build, packages, pictures)
 
 
-def visit_on(screen, build, packages, pictures, environment):
-    with Simulation(build, SCENE, environment, packages) as simulation:
-        try:
-            simulation.wait_for("the simulator", simulation.ready, timeout=60)
-            visit = Visit(screen, simulation, build, packages, pictures)
-            healthy = visit.device("normal", product="velk3")
-            broken = visit.device("soft", "soft-f", "hard")
-            visit.look_around(healthy)
-            visit.update(healthy)
-            visit.repair(broken)
-            code = visit.leave()
-        except DemoError:
-            screen.run("import", "-window", "root", str(pictures / "failed.png"))
-            raise
-        finally:
-            transcript = simulation.directory / "transcript.jsonl"
-            if transcript.exists():
-                shutil.copy(transcript, pictures)
-        results = {name: verdict for name, verdict, _ in compare_memories(simulation, visit.states, packages)}
-        matches = report(simulation, visit.states, packages)
-    if code != 0:
-        raise DemoError(f"the program or the simulator ended with exit code {code}")
-    return matches and results[healthy] is True and results[broken] is True
+def visit_alone(screen, simulation, build, packages, pictures):
+    try:
+        simulation.wait_for("the simulator", simulation.ready, timeout=60)
+        visit = Visit(screen, simulation, build, packages, pictures)
+        healthy = visit.device("normal", product="velk3")
+        broken = visit.device("soft", "soft-f", "hard")
+        visit.look_around(healthy)
+        visit.update(healthy)
+        visit.repair(broken)
+        code = visit.leave()
+    except DemoError:
+        screen.run("import", "-window", "root", str(pictures / "failed.png"))
+        raise
+    finally:
+        transcript = simulation.directory / "transcript.jsonl"
+        if transcript.exists():
+            shutil.copy(transcript, pictures)
+    verdicts = report(simulation, visit.states, packages)
+    check_exit_code(code)
+    return False not in verdicts.values() and verdicts[healthy] and verdicts[broken]
 
 
 def main():
@@ -259,20 +264,24 @@ def main():
     arguments = parser.parse_args()
 
     pictures = arguments.pictures.resolve()
-    shutil.rmtree(pictures, ignore_errors=True)
-    pictures.mkdir(parents=True)
+    pictures.mkdir(parents=True, exist_ok=True)
+    for old in pictures.glob("*.png"):
+        old.unlink()
+    log = pictures / "program.log"
     packages = pictures / "packages"
     make_packages(packages)
     has_display = bool(os.environ.get("DISPLAY") or os.environ.get("WAYLAND_DISPLAY"))
     try:
         if has_display and not arguments.unattended:
-            succeeded = attended(arguments.build.resolve(), packages)
+            succeeded = attended(arguments.build.resolve(), packages, log)
         else:
             say("Driving the program on simulated devices, on a display of its own:")
-            succeeded = unattended(arguments.build.resolve(), packages, pictures)
+            succeeded = unattended(arguments.build.resolve(), packages, pictures, log)
             say(f"pictures: {pictures}")
     except DemoError as error:
-        print(f"demo: {error}", file=sys.stderr)
+        if log.exists():
+            print("\n".join(log.read_text(errors="replace").splitlines()[-15:]), file=sys.stderr)
+        print(f"demo: {error} (the program's log: {log})", file=sys.stderr)
         return 1
     return 0 if succeeded else 1
 

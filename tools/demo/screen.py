@@ -6,7 +6,7 @@ import subprocess
 
 from simulation import DemoError, wait_for
 
-WIDTH, HEIGHT = 800, 720
+SCREEN = "800x720x24"
 
 # A row of the list must show at least so many colours, or the picture is taken for blank. Its letters are smoothed at
 # their edges, which alone brings more than that; the banner and the icons would hide an empty window.
@@ -20,8 +20,10 @@ class Screen:
         reader, writer = os.pipe()
         try:
             self.server = subprocess.Popen(
-                ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-noreset"],
-                pass_fds=[writer], stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                ["Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp", "-noreset"],
+                pass_fds=[writer],
+                stdin=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL,
             )
         except FileNotFoundError as missing:
             raise DemoError("Xvfb is missing: tools/install-dependencies screen") from missing
@@ -40,7 +42,12 @@ class Screen:
     def run(self, *command):
         """Runs an X client and returns what it prints; None if it fails."""
         result = subprocess.run(
-            command, env={**os.environ, "DISPLAY": self.display}, stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False
+            command,
+            env={**os.environ, "DISPLAY": self.display},
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            check=False,
         )
         return result.stdout if result.returncode == 0 else None
 
@@ -61,7 +68,8 @@ class Screen:
 
     def colours(self, path, area):
         x, y, width, height = area
-        count = self.run("convert", str(path), "-crop", f"{width}x{height}+{x}+{y}", "+repage", "-format", "%k", "info:")
+        crop = f"{width}x{height}+{x}+{y}"
+        count = self.run("convert", str(path), "-crop", crop, "+repage", "-format", "%k", "info:")
         return int(count) if count else 0
 
 
@@ -87,9 +95,8 @@ class Window:
     def click(self, name):
         """Clicks into the widget's left part, which stays where it is if something makes the window wider."""
         x, y, width, height = self.places[name]
-        self.screen.run(
-            "xdotool", "mousemove", "--window", self.id, str(x + min(width // 2, 40)), str(y + height // 2), "click", "1"
-        )
+        point = str(x + min(width // 2, 40)), str(y + height // 2)
+        self.screen.run("xdotool", "mousemove", "--window", self.id, *point, "click", "1")
 
     def key(self, keys):
         # There is no window manager that would give the window the focus.

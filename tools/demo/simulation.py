@@ -22,29 +22,32 @@ def wait_for(what, condition, alive=lambda: None, timeout=240.0):
         alive()
         if time.monotonic() > deadline:
             raise DemoError(f"waited {timeout:.0f} seconds in vain for {what}")
-        time.sleep(0.1)
+        time.sleep(0.2)
 
 
 class Simulation:
     """A built-in scene of capso-sim with the program on it. Use it in a `with`: leaving it ends both.
 
     The program starts in the folder `start_in`, where its file dialog opens. That must hold no file of the scene's
-    name, which would be taken for the scene.
+    name, which would be taken for the scene. What the program and the simulator have to say goes to the file `log`.
     """
 
-    def __init__(self, build, scene, environment, start_in):
+    def __init__(self, build, scene, environment, start_in, log):
         self.simulator = build / "capso-sim"
         # The control socket is in there, and the path of a socket has to be short: not below the build folder.
         self.folder = tempfile.TemporaryDirectory(prefix="capso-demo-")
         self.directory = pathlib.Path(self.folder.name)
         self.entries = []
         self.unread = 0
-        self.process = subprocess.Popen(
-            [self.simulator, scene, "--", build / "capso-config"],
-            env={**environment, "CAPSO_SIM_DIR": str(self.directory)},
-            cwd=start_in,
-            stdin=subprocess.DEVNULL,
-        )
+        with log.open("wb") as output:
+            self.process = subprocess.Popen(
+                [self.simulator, scene, "--", build / "capso-config"],
+                env={**environment, "CAPSO_SIM_DIR": str(self.directory)},
+                cwd=start_in,
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=output,
+            )
 
     def __enter__(self):
         return self
