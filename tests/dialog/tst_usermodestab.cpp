@@ -87,6 +87,7 @@ private slots:
     void numbersAreLittleEndianAndUnsigned();
     void failedReadDisablesThePageWithoutABox();
     void failedReadOfALaterModeStopsTheSequence();
+    void dataThatFollowsAnErrorIsNotBelieved();
     void disabledPageComesBackWithTheNextRequest();
     void emptyAnswerUnlocksAndKeepsTheWidgets();
 
@@ -162,6 +163,18 @@ void TestUserModesTab::failedReadOfALaterModeStopsTheSequence()
     emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     QCOMPARE(driver.takeAsked(), QStringList());
     QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-0x0", "-0x0"}));
+    QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
+}
+
+void TestUserModesTab::dataThatFollowsAnErrorIsNotBelieved()
+{
+    ReadyDriver driver;
+    driver.takeAsked();
+    emit driver.userModes->error(179, "no");
+    driver.answerRead("80 07 38 04 00");
+    QCOMPARE(driver.takeAsked(), QStringList());
+    QCOMPARE(driver.shown(0), QString("-0x0"));
+    QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
 }
 
