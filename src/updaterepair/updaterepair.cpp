@@ -27,8 +27,6 @@ UpdateRepair::UpdateRepair(QWidget *parent)
     ui->QuorlinBanner->setPixmap(
         QIcon(QStringLiteral(":/images/banner.png")).pixmap(ui->QuorlinBanner->sizeHint()));
     ui->labelDoNotInterrupt->hide();
-    // The device's texts are shown as they are, also when they look like mark-up.
-    ui->inputSignalLabel->setTextFormat(Qt::PlainText);
     connectFrontObjects();
     inputStatusTimer.setInterval(s_statusPollInterval);
     inputStatusTimer.start();

@@ -166,5 +166,7 @@ void UpdateRepair::showInputStatus(const QSharedPointer<uint8_t> &record)
     }
     InputStatusInfo status;
     std::memcpy(&status, record.data(), sizeof(status));
+    // The device's texts are shown as they are, also when they look like mark-up.
+    ui->inputSignalLabel->setTextFormat(Qt::PlainText);
     ui->inputSignalLabel->setText(inputStatusText(status));
 }
