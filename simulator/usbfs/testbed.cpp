@@ -7,11 +7,14 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include <unistd.h>
+
 namespace sim {
 namespace {
 
 constexpr const char *s_controller = "/devices/pci0000:00/0000:00:14.0";
 constexpr unsigned s_addressesPerBus = 128; // minor numbers of usb devices
+constexpr unsigned s_usbMajor = 189;
 constexpr UsbId s_rootHubId = {0x1D6B, 0x0003};
 
 std::string format(const char *text, unsigned first, unsigned second)
@@ -36,18 +39,22 @@ std::string nodeName(const SysfsEntry &entry)
     return format("bus/usb/%03u/%03u", entry.bus, entry.address);
 }
 
+unsigned minorOf(const SysfsEntry &entry)
+{
+    return (entry.bus - 1) * s_addressesPerBus + entry.address - 1;
+}
+
 // One device in the text form that umockdev reads.
 std::string describe(const std::string &path, const SysfsEntry &entry)
 {
-    const unsigned minor = (entry.bus - 1) * s_addressesPerBus + entry.address - 1;
     return "P: " + path + "\n" +                         //
            "E: SUBSYSTEM=usb\n" +                        //
            "E: DEVTYPE=usb_device\n" +                   //
            "E: DEVNAME=/dev/" + nodeName(entry) + "\n" + //
            format("A: busnum=%u\\n\nA: devnum=%u\\n\n", entry.bus, entry.address) +
-           format("A: dev=%u:%u\\n\n", 189, minor) + //
-           "A: speed=5000\\n\n"                      //
-           "A: bConfigurationValue=1\\n\n"           //
+           format("A: dev=%u:%u\\n\n", s_usbMajor, minorOf(entry)) + //
+           "A: speed=5000\\n\n"                                      //
+           "A: bConfigurationValue=1\\n\n"                           //
            "H: descriptors=" +
            toHex(entry.descriptors) + "\n";
 }
@@ -114,6 +121,8 @@ void TestBed::add(const SysfsEntry &entry)
 void TestBed::remove(const SysfsEntry &entry)
 {
     umockdev_testbed_remove_device(bed.get(), ("/sys" + sysPath(entry)).c_str());
+    // umockdev leaves the link by number, and would stumble over it when the address is used again.
+    unlink((rootDirectory + format("/sys/dev/char/%u:%u", s_usbMajor, minorOf(entry))).c_str());
     notify("remove", entry);
 }
 

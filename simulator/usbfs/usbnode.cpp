@@ -111,7 +111,9 @@ UsbFile &UsbNode::fileOf(UMockdevIoctlClient *client)
 
 int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient *client)
 {
-    const auto argument = [client](size_t size) { return ClientMemory::ofArgument(client, size); };
+    const Argument argument = [client](size_t size) {
+        return ClientMemory::ofArgument(client, size);
+    };
     // A device that is gone leaves only finished transfers to fetch.
     if (request == USBDEVFS_REAPURBNDELAY || request == USBDEVFS_REAPURB) {
         const int result = file.reap(argument(sizeof(void *)));
@@ -120,7 +122,7 @@ int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient 
     if (request == USBDEVFS_DISCARDURB)
         return -file.discard(ClientMemory::argumentValue(client));
     if (gone)
-        return -ENODEV;
+        return refuseAsGone(file, request, argument);
     switch (request) {
     case USBDEVFS_SUBMITURB:
         return -file.submit(argument(sizeof(usbdevfs_urb)));
@@ -145,6 +147,21 @@ int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient 
     default:
         return -ENOTTY;
     }
+}
+
+// Nothing works any more, but how the program gives the device back is worth recording.
+int UsbNode::refuseAsGone(const UsbFile &file, unsigned long request, const Argument &argument)
+{
+    if (request == USBDEVFS_CLAIMINTERFACE)
+        return report(file, "claim", argument(sizeof(unsigned)).as<unsigned>(), -ENODEV);
+    if (request == USBDEVFS_RELEASEINTERFACE)
+        return report(file, "release", argument(sizeof(unsigned)).as<unsigned>(), -ENODEV);
+    if (request != USBDEVFS_IOCTL)
+        return -ENODEV;
+    const auto command = argument(sizeof(usbdevfs_ioctl)).as<usbdevfs_ioctl>();
+    const bool attach = static_cast<unsigned>(command.ioctl_code) == USBDEVFS_CONNECT;
+    return report(file, attach ? "driver-attach" : "driver-detach",
+                  static_cast<unsigned>(command.ifno), -ENODEV);
 }
 
 bool UsbNode::isClaimed() const

@@ -4,6 +4,7 @@
 #include "testbed.h"
 #include "usbfile.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -43,6 +44,9 @@ private:
     UsbFile &fileOf(UMockdevIoctlClient *client);
     // The result of an ioctl: 0 or more, or a negative errno.
     int dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient *client);
+    // Fetches the memory that an ioctl's argument points at.
+    using Argument = std::function<ClientMemory(size_t size)>;
+    int refuseAsGone(const UsbFile &file, unsigned long request, const Argument &argument);
     int claim(UsbFile &file, unsigned interface);
     int release(UsbFile &file, unsigned interface);
     int getDriver(const ClientMemory &memory) const;
