@@ -1,0 +1,50 @@
+// capso-driver OPERATION...: the program without its dialog. It runs the operations that its
+// command line names and prints every signal of the front objects as a line of JSON (see
+// eventlog.h).
+//
+//   scan                                   find the devices; the next operations choose from them
+//   scan-until-found                       scan again and again until there is one
+//   update DEVICE PACKAGE                  run a whole update
+//   get-flags DEVICE                       read a record through its typed request object
+//   get-mode DEVICE NUMBER
+//   get-status DEVICE
+//   set-flags DEVICE HEX                   write one
+//   set-mode DEVICE NUMBER HEX
+//   get DEVICE REQUEST SIZE INDEX VALUE    any read and any write, through the task itself
+//   set DEVICE REQUEST HEX INDEX VALUE
+//   control COMMAND                        tell the simulator to change something
+//
+// DEVICE is a serial number or #0, #1, ... in the order of the last scan.
+
+#include "devicedescription.h"
+#include "driver.h"
+#include "qtcompat.h"
+#include "usbaccess.h"
+
+#include <QCoreApplication>
+
+#include <libusb.h>
+
+namespace {
+
+int runDriver(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    qRegisterMetaType<DeviceDescription>("DeviceDescription");
+    qtcompat::register_alias<unsigned char>("uint8_t");
+    Driver driver;
+    return driver.run(QCoreApplication::arguments().mid(1));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const bool ready = libusb_init(nullptr) >= 0;
+    usb::set_context_ready(ready);
+    const int result = runDriver(argc, argv);
+    if (ready) {
+        libusb_exit(nullptr);
+    }
+    return result;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "packagebuilder.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <vector>
+
+// What these tests know of the products, written down once more by hand: a wrong name or id in the
+// program must not be able to agree with itself.
+struct ProductFacts
+{
+    const char *key; // nullptr: the package has no product.info
+    const char *fx3Name;
+    const char *fpgaName;
+    const char *sandboxName;
+    const char *edidName;  // nullptr: the product has no EDID
+    bool framed;           // the first generation's bitstream has a header and a CRC
+    const char *simulated; // the simulator's name for it
+    const char *runningId;
+    const char *softId;
+    const char *sandboxId;
+};
+
+extern const ProductFacts velk3;
+extern const ProductFacts sorn3;
+extern const ProductFacts velk3_4k;
+extern const ProductFacts legacyVelk3;
+
+// The images that a package of a test carries, and that the device must hold after it.
+struct Images
+{
+    QByteArray fx3;
+    QByteArray fpga;
+    QByteArray edid;
+    std::vector<BootSection> sections = {{0x40008000, patternBytes(64, 5)}};
+    quint32 entry = 0x40008000;
+
+    QByteArray sandbox() const { return bootImage(sections, entry); }
+};
+
+// Pattern images of these sizes, and 256 bytes of EDID when the product has one. Microcode of 64
+// bytes or more makes the device report version 7.8.9.
+Images makeImages(const ProductFacts &product, int fx3Size, int fpgaSize);
+
+// The package's entries in the order that makers use, stored.
+std::vector<PackageEntry> packageEntries(const ProductFacts &product, const Images &images);
+QByteArray makePackage(const ProductFacts &product, const Images &images);
+
+// A scene of one device named "g" with the serial number S1, and further words for it.
+QByteArray sceneOf(const ProductFacts &product, const QByteArray &words = {});
