@@ -43,7 +43,8 @@ private slots:
     void aFailedWriteReportsErrorThenCompletion_data();
     void aFailedWriteReportsErrorThenCompletion();
     void aMessageWithoutLibusbTextIsStillAMessage();
-    void aReadClosesBeforeItAnswersAndAWriteBeforeItCompletes();
+    void theDeviceIsGivenBackBeforeTheAnswer_data();
+    void theDeviceIsGivenBackBeforeTheAnswer();
 
     void everyActionSeesOnlyItsOwnAnswers_data();
     void everyActionSeesOnlyItsOwnAnswers();
@@ -374,23 +375,49 @@ void TestConfigDeviceTask::aMessageWithoutLibusbTextIsStillAMessage()
                           "got 226 0 null", "error 227 Error setting device flags: ", "set 227"}));
 }
 
-void TestConfigDeviceTask::aReadClosesBeforeItAnswersAndAWriteBeforeItCompletes()
+void TestConfigDeviceTask::theDeviceIsGivenBackBeforeTheAnswer_data()
 {
+    QTest::addColumn<bool>("write");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QStringList>("before"); // heard while the device is still open
+    QTest::newRow("read") << false << 1 << QStringList();
+    QTest::newRow("failed read") << false << -9 << QStringList();
+    QTest::newRow("write") << true << 1 << QStringList();
+    QTest::newRow("failed write") << true << -9
+                                  << QStringList{
+                                         "error 226 Error setting device flags: Pipe error"};
+}
+
+void TestConfigDeviceTask::theDeviceIsGivenBackBeforeTheAnswer()
+{
+    QFETCH(bool, write);
+    QFETCH(int, result);
+    QFETCH(QStringList, before);
     ScriptedUsb bus;
+    bus.answer(226, {result});
+    QSemaphore closing;
+    QSemaphore goOn;
+    bus.onCall([&](const QString &call) {
+        if (call == "close a") {
+            closing.release();
+            goOn.acquire();
+        }
+    });
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    QList<int> openThen;
-    // On the worker's thread, at the moment of the signal.
-    connect(
-        &task, &ConfigDeviceBase::getRequestComplete, &task,
-        [&] { openThen.append(bus.openHandles()); }, Qt::DirectConnection);
-    connect(
-        &task, &ConfigDeviceBase::setRequestComplete, &task,
-        [&] { openThen.append(bus.openHandles()); }, Qt::DirectConnection);
-    task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
-    emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
-    QTRY_COMPARE_WITH_TIMEOUT(openThen.size(), 2, 60000);
-    QCOMPARE(openThen.at(1), 0);
+    Ear ear(task);
+    if (write) {
+        emit task.setConfigDeviceData(record, 226, buffer("x"), 1, 0, 0);
+    } else {
+        emit task.getConfigDeviceData(record, 226, buffer("x"), 1, 0, 0);
+    }
+    const bool reached = closing.tryAcquire(1, 60000);
+    QCoreApplication::processEvents(); // whatever was said so far arrives
+    const QStringList heard = ear.heard;
+    goOn.release();
+    QVERIFY(reached);
+    QCOMPARE(heard, before);
+    QVERIFY(ear.waitForCompletions(1));
 }
 
 void TestConfigDeviceTask::everyActionSeesOnlyItsOwnAnswers_data()

@@ -5,6 +5,7 @@
 #include "devicescanner.h"
 #include "filters.h"
 #include "probes.h"
+#include "usbaccess.h"
 
 #include <QSemaphore>
 #include <QSignalSpy>
@@ -27,6 +28,7 @@ private slots:
     void devicesThatAreNotRecognisedAreNotProbed();
     void aFailedListingCompletesEmpty_data();
     void aFailedListingCompletesEmpty();
+    void withoutAContextTheScanCompletesEmpty();
     void aFailedDescriptorEndsTheScan_data();
     void aFailedDescriptorEndsTheScan();
 
@@ -184,6 +186,17 @@ void TestDeviceScanner::aFailedListingCompletesEmpty()
     QCOMPARE(scan(), QStringList{"complete"});
     QCOMPARE(bus.calls(), QStringList{"get_device_list"});
     QCOMPARE(debug->lines(), (QStringList{"Scan devices", "Can't get UBS device list " + name}));
+}
+
+void TestDeviceScanner::withoutAContextTheScanCompletesEmpty()
+{
+    ScriptedUsb bus;
+    named(bus, "a", 0xE5C1, 0x3601);
+    usb::set_context_ready(false);
+    const QStringList events = scan();
+    usb::set_context_ready(true);
+    QCOMPARE(events, QStringList{"complete"});
+    QCOMPARE(bus.calls(), QStringList());
 }
 
 void TestDeviceScanner::aFailedDescriptorEndsTheScan_data()

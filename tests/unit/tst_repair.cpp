@@ -3,6 +3,8 @@
 
 #include <QtTest>
 
+#include <sys/resource.h>
+
 #include <cstring>
 #include <map>
 
@@ -161,6 +163,14 @@ std::vector<ScriptedTransfer> starting(quint32 entry)
 QStringList failedLoading(const QStringList &progress, const QString &error)
 {
     return progress + QStringList{"error " + error, "progress 100", "complete"};
+}
+
+// The most memory that this program has used so far, in MiB.
+long peakMemory()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss / 1024;
 }
 
 bool wasStarted(const ScriptedUsb &bus)
@@ -424,6 +434,7 @@ void TestRepair::aDamagedImageStartsNothing()
 {
     QFETCH(QByteArray, image);
     QFETCH(int, requests);
+    const long memoryBefore = peakMemory();
     UpdateRun run;
     BrokenDevice device(run, 0xE5C1, 0x3600);
     const QStringList events = run.run(recordOf(device.loader, 1), packageWith("velk3", image));
@@ -431,6 +442,8 @@ void TestRepair::aDamagedImageStartsNothing()
     QCOMPARE(events.filter("error").size(), 1);
     QCOMPARE(int(run.bus.transfers().size()), requests);
     QVERIFY(!wasStarted(run.bus));
+    // A length of gigabytes must not be believed, not even for a moment.
+    QVERIFY(peakMemory() - memoryBefore < 256);
 }
 
 void TestRepair::aWrongChecksumIsFoundBeforeTheStart()

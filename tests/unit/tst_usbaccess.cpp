@@ -56,6 +56,10 @@ private slots:
     void givingBackNothingCallsNothing();
 
     void aHeldDeviceIsUnreferencedOnceForEachCopy();
+    void assigningADeviceMovesTheReference();
+
+    void withoutAContextLibusbIsNotReached();
+    void errorsWithoutANameDoNotSilenceTheLog();
 
 private:
     QString clogText() const { return QString::fromStdString(standardLog->text()); }
@@ -606,6 +610,50 @@ void TestUsbAccess::aHeldDeviceIsUnreferencedOnceForEachCopy()
     }
     QCOMPARE(device->references, 1);
     libusb_unref_device(device);
+}
+
+void TestUsbAccess::assigningADeviceMovesTheReference()
+{
+    ScriptedUsb bus;
+    libusb_device *first = bus.plug("a", 0xE5C1, 0x3601);
+    libusb_device *second = bus.plug("b", 0xE5C1, 0x3601);
+    {
+        usb::Device device(first);
+        device = usb::Device(second);
+        QVERIFY(device.get() == second);
+        QCOMPARE(first->references, 0);
+        QCOMPARE(second->references, 1);
+    }
+    QCOMPARE(second->references, 0);
+}
+
+void TestUsbAccess::withoutAContextLibusbIsNotReached()
+{
+    ScriptedUsb bus;
+    DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
+    usb::set_context_ready(false);
+    libusb_device_handle *handle = usb::init_device(record);
+    usb::set_context_ready(true);
+    QVERIFY(handle == nullptr);
+    QCOMPARE(bus.calls(), QStringList());
+    QCOMPARE(cerrText(), QStringLiteral("Can't get UBS device list: LIBUSB_ERROR_OTHER\n"));
+}
+
+void TestUsbAccess::errorsWithoutANameDoNotSilenceTheLog()
+{
+    ScriptedUsb bus;
+    bus.giveNullTexts();
+    libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
+    device->openResult = -77;
+    DeviceDescription record = recordOf(device);
+    bus.answerDeviceList({-77});
+    QVERIFY(usb::init_device(record) == nullptr);
+    QVERIFY(usb::init_device(record) == nullptr);
+    QCOMPARE(cerrText(), QStringLiteral("Can't get UBS device list: \n"
+                                        "Can't open device: id=0, code=-77, . Continue search...\n"
+                                        "Can't open device\n"));
+    QCOMPARE(usb::error_name(-77), QString());
+    QCOMPARE(usb::error_sentence(-77), QString());
 }
 
 QTEST_GUILESS_MAIN(TestUsbAccess)
