@@ -4,12 +4,14 @@
 #include "machine.h"
 #include "outputdirectory.h"
 #include "program.h"
+#include "simulationlock.h"
 
 #include <glib-unix.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@ namespace sim {
 namespace {
 
 constexpr int s_sceneFailed = 90;
+constexpr unsigned s_closingTakesMs = 1000; // at most
 constexpr size_t s_longestTemporaryPath = 60;
 
 bool isMemoryFileSystem(const char *path)
@@ -59,6 +62,14 @@ void say(const std::string &text)
     std::fprintf(stderr, "capso-sim: %s\n", text.c_str());
 }
 
+// umockdev finds it critical when a program ends with a device open; for the simulator it is an
+// everyday matter.
+void ignoreOpenStreams(const char *domain, GLogLevelFlags level, const char *message, void *)
+{
+    if (!std::strstr(message, "Destroying IoctlClient with open stream"))
+        g_log_default_handler(domain, level, message, nullptr);
+}
+
 // The main loop, and what ends it.
 class Loop
 {
@@ -78,20 +89,28 @@ public:
         code = exitCode;
         g_main_loop_quit(loop);
     }
-    // What the program left behind, such as the end of its files, is still worked off.
-    static void drain()
-    {
-        while (g_main_context_iteration(nullptr, FALSE)) {
-        }
-    }
 
 private:
     GMainLoop *loop;
     int code = 0;
 };
 
+// The end of the program's files is noticed a moment after its own.
+void awaitClosing(const Machine &machine)
+{
+    for (unsigned ms = 0; ms < s_closingTakesMs; ++ms) {
+        {
+            const SimulationLock lock;
+            if (machine.isIdle())
+                return;
+        }
+        g_usleep(1000);
+    }
+}
+
 int endProgram(void *program)
 {
+    const SimulationLock lock;
     static_cast<Program *>(program)->end();
     return G_SOURCE_CONTINUE;
 }
@@ -100,6 +119,7 @@ int endProgram(void *program)
 
 int runSimulation(const Scene &scene, const std::vector<std::string> &program, bool verbose)
 {
+    g_log_set_handler(nullptr, G_LOG_LEVEL_CRITICAL, &ignoreOpenStreams, nullptr);
     const OutputDirectory output;
     Transcript transcript(output.path() + "/transcript.jsonl", scene.fullTranscript);
     const std::unique_ptr<TestBed> bed = makeTestBed();
@@ -108,12 +128,17 @@ int runSimulation(const Scene &scene, const std::vector<std::string> &program, b
         say("outputs are in " + output.path());
         machine.setNewsSink(say);
     }
-    machine.plugAll();
+    {
+        const SimulationLock lock;
+        machine.plugAll();
+    }
 
     Loop loop;
     Program child([&loop](int code) { loop.quit(code); });
-    const ControlSocket control(
-        output.path(), [&machine](const std::string &line) { return machine.command(line); });
+    const ControlSocket control(output.path(), [&machine](const std::string &line) {
+        const SimulationLock lock;
+        return machine.command(line);
+    });
     machine.onQuit = [&child] { child.end(); };
     std::signal(SIGINT, SIG_IGN);
     g_unix_signal_add(SIGTERM, &endProgram, &child);
@@ -121,7 +146,8 @@ int runSimulation(const Scene &scene, const std::vector<std::string> &program, b
 
     child.start(program, {bed->root(), output.path(), scene.deniesAccess() && geteuid() == 0});
     const int code = loop.run();
-    Loop::drain();
+    awaitClosing(machine);
+    const SimulationLock lock;
     machine.dump();
     return scene.strict && machine.sawViolation() ? s_sceneFailed : code;
 }

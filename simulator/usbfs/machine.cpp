@@ -1,6 +1,7 @@
 #include "machine.h"
 
 #include "faultwords.h"
+#include "simulationlock.h"
 
 #include <algorithm>
 #include <set>
@@ -55,6 +56,13 @@ Machine::Machine(TestBed &bed, Transcript &transcript, const Scene &scene,
     }
 }
 
+Machine::~Machine()
+{
+    // Nodes must not go while umockdev's thread is inside one.
+    const SimulationLock lock;
+    ports.clear();
+}
+
 void Machine::plugAll()
 {
     // Those with an address of their own come first, so that no other is given it.
@@ -70,6 +78,11 @@ void Machine::dump() const
 {
     for (const auto &port : ports)
         port->writeMemories(directory + "/memory");
+}
+
+bool Machine::isIdle() const
+{
+    return std::all_of(ports.begin(), ports.end(), [](const auto &port) { return port->isIdle(); });
 }
 
 bool Machine::sawViolation() const

@@ -15,9 +15,14 @@ class Machine
 public:
     // Builds the devices; none is plugged in yet. outputDirectory: where dump() writes.
     Machine(TestBed &bed, Transcript &transcript, const Scene &scene, std::string outputDirectory);
+    ~Machine();
+    Machine(const Machine &) = delete;
+    Machine &operator=(const Machine &) = delete;
 
     void plugAll();
     void dump() const;
+    // Whether no program has a device open, as far as is known yet.
+    bool isIdle() const;
     bool sawViolation() const;
 
     // Executes a command of the control channel and returns its answer, without the line's end.

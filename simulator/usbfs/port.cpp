@@ -95,12 +95,10 @@ void Port::plugIn(std::optional<unsigned> wanted)
               .add("bus", bus)
               .add("port", portNumber)
               .add("mode", toText(device.mode())));
-    const std::optional<Fault> openFault = faults.openFault();
-    const bool missing = openFault && openFault->action == Fault::Action::NoDevice;
     node = std::make_unique<UsbNode>(
         bed, SysfsEntry{bus, portNumber, lastAddress, descriptorsOf(device)},
         static_cast<NodeOwner &>(*this),
-        NodeOptions{device.config().kernelDriver, isDenied(), missing});
+        NodeOptions{device.config().kernelDriver, isDenied(), isMissing()});
     news("plugged in as " + toText(id) + ", address " + std::to_string(lastAddress));
 }
 
@@ -203,10 +201,18 @@ bool Port::isDenied() const
            (openFault && openFault->action == Fault::Action::Denied);
 }
 
+bool Port::isMissing() const
+{
+    const std::optional<Fault> openFault = faults.openFault();
+    return openFault && openFault->action == Fault::Action::NoDevice;
+}
+
 void Port::checkAccess()
 {
-    if (node)
-        node->setDenied(isDenied());
+    if (!node)
+        return;
+    node->setDenied(isDenied());
+    node->setMissing(isMissing());
 }
 
 void Port::filesChanged()
@@ -269,6 +275,13 @@ std::string Port::state() const
 void Port::writeMemories(const std::string &directory) const
 {
     writeMemoryFiles(device, state(), directory + "/" + device.config().name);
+}
+
+bool Port::isIdle() const
+{
+    return (!node || node->openFiles() == 0) &&
+           std::all_of(retired.begin(), retired.end(),
+                       [](const auto &old) { return old->openFiles() == 0; });
 }
 
 void Port::news(const std::string &text) const

@@ -50,6 +50,8 @@ public:
     std::string state() const;
     // fx3.bin, fpga.bin, edid.bin and state.json below this directory.
     void writeMemories(const std::string &directory) const;
+    // Whether no program has it open.
+    bool isIdle() const;
     bool sawViolation() const { return !device.violations().empty(); }
 
     // Called for plugs, unplugs and violations, for people who watch.
@@ -71,6 +73,7 @@ private:
     void comeBack();
     void checkAccess();
     bool isDenied() const;
+    bool isMissing() const;
     void retire();
     void news(const std::string &text) const;
     unsigned address() const { return node ? node->entry().address : lastAddress; }

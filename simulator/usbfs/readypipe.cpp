@@ -13,6 +13,13 @@ namespace {
 
 constexpr int s_smallestBuffer = 4096; // one slot: one byte fills it
 
+// Where a node is kept that programs must not find. Unique, since the address may be given to
+// another device.
+std::string hiddenPath(const std::string &path)
+{
+    return path + ".hidden";
+}
+
 [[noreturn]] void fail(const std::string &what)
 {
     throw std::runtime_error(what + ": " + std::strerror(errno));
@@ -35,7 +42,7 @@ ReadyPipe::ReadyPipe(const std::string &nodePath) : path(nodePath)
 
 ReadyPipe::~ReadyPipe()
 {
-    removeNode();
+    unlink((isMissing ? hiddenPath(path) : path).c_str());
     close(fd);
 }
 
@@ -52,15 +59,19 @@ void ReadyPipe::setReady(bool ready)
 
 void ReadyPipe::setAccess(bool granted)
 {
-    if (!path.empty())
-        chmod(path.c_str(), granted ? 0666 : 0);
+    chmod((isMissing ? hiddenPath(path) : path).c_str(), granted ? 0666 : 0);
 }
 
-void ReadyPipe::removeNode()
+void ReadyPipe::setMissing(bool missing)
 {
-    if (!path.empty())
-        unlink(path.c_str());
-    path.clear();
+    if (missing == isMissing)
+        return;
+    isMissing = missing;
+    const std::string hidden = hiddenPath(path);
+    if (missing)
+        rename(path.c_str(), hidden.c_str());
+    else
+        rename(hidden.c_str(), path.c_str());
 }
 
 } // namespace sim

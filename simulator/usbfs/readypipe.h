@@ -20,11 +20,12 @@ public:
     void setReady(bool ready);
     // Whether programs may open the node.
     void setAccess(bool granted);
-    // Removes the node; those who have it open keep their file.
-    void removeNode();
+    // Takes the node away, or puts it back; those who have it open keep their file.
+    void setMissing(bool missing);
 
 private:
     std::string path;
+    bool isMissing = false;
     int fd = -1;
     bool isReady = true; // a new FIFO is empty
 };

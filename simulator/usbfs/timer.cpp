@@ -1,5 +1,7 @@
 #include "timer.h"
 
+#include "simulationlock.h"
+
 #include <glib.h>
 
 #include <utility>
@@ -9,25 +11,33 @@ namespace sim {
 void Timer::start(unsigned ms, std::function<void()> call)
 {
     cancel();
-    pending = std::move(call);
-    source = g_timeout_add(ms, &Timer::fire, this);
+    shot = std::make_shared<Shot>();
+    shot->call = std::move(call);
+    source = g_timeout_source_new(ms);
+    g_source_set_callback(source, &Timer::fire, new std::shared_ptr<Shot>(shot),
+                          [](void *owned) { delete static_cast<std::shared_ptr<Shot> *>(owned); });
+    g_source_attach(source, g_main_context_get_thread_default());
 }
 
 void Timer::cancel()
 {
-    if (source)
-        g_source_remove(source);
-    source = 0;
-    pending = nullptr;
+    if (shot)
+        shot->cancelled = true;
+    shot.reset();
+    if (source) {
+        g_source_destroy(source);
+        g_source_unref(source);
+    }
+    source = nullptr;
 }
 
-int Timer::fire(void *self)
+int Timer::fire(void *owned)
 {
-    // The call may destroy the timer, so nothing of it is touched afterwards.
-    auto *timer = static_cast<Timer *>(self);
-    timer->source = 0;
-    const std::function<void()> call = std::exchange(timer->pending, nullptr);
-    call();
+    const SimulationLock lock;
+    // The call may destroy the timer, so only the shot is touched.
+    const std::shared_ptr<Shot> fired = *static_cast<std::shared_ptr<Shot> *>(owned);
+    if (!fired->cancelled)
+        fired->call();
     return G_SOURCE_REMOVE;
 }
 

@@ -1,10 +1,14 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+
+struct _GSource;
 
 namespace sim {
 
-// Calls once after a time, from the main loop; not at all when it is destroyed or set anew before.
+// Calls once after a time, under the simulation's lock, in the thread that started it; not at all
+// when it is destroyed or set anew before. To be used under the lock.
 class Timer
 {
 public:
@@ -17,10 +21,16 @@ public:
     void cancel();
 
 private:
-    static int fire(void *self);
+    // Outlives the timer while the other thread is about to look at it.
+    struct Shot
+    {
+        std::function<void()> call;
+        bool cancelled = false;
+    };
+    static int fire(void *shot);
 
-    unsigned source = 0;
-    std::function<void()> pending;
+    _GSource *source = nullptr;
+    std::shared_ptr<Shot> shot;
 };
 
 } // namespace sim

@@ -1,5 +1,7 @@
 #include "usbnode.h"
 
+#include "simulationlock.h"
+
 #include <umockdev.h>
 
 #include <algorithm>
@@ -12,8 +14,9 @@
 namespace sim {
 namespace {
 
-constexpr unsigned s_interface = 0; // the only one
-constexpr int s_superSpeed = 5;     // as USBDEVFS_GET_SPEED counts
+constexpr unsigned s_interface = 0;     // the only one
+constexpr unsigned s_closeTakesMs = 50; // at most; a file that is still open then is really open
+constexpr int s_superSpeed = 5;         // as USBDEVFS_GET_SPEED counts
 constexpr uint32_t s_capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
                                     USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
                                     USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
@@ -47,8 +50,7 @@ UsbNode::UsbNode(TestBed &testBed, SysfsEntry sysfsEntry, NodeOwner &nodeOwner,
       handler(umockdev_ioctl_base_new())
 {
     pipe.setAccess(!options.denied);
-    if (options.missing)
-        pipe.removeNode();
+    pipe.setMissing(options.missing);
     g_signal_connect(handler, "handle-ioctl", G_CALLBACK(&UsbNode::onIoctl), this);
     // Programs learn of the device only when everything behind it is in place.
     bed.attach(path, handler);
@@ -58,6 +60,8 @@ UsbNode::UsbNode(TestBed &testBed, SysfsEntry sysfsEntry, NodeOwner &nodeOwner,
 UsbNode::~UsbNode()
 {
     unplug();
+    for (const auto &[client, timer] : waiting)
+        g_object_unref(client);
     for (const auto &[client, file] : files)
         g_object_weak_unref(G_OBJECT(client), &UsbNode::onClientGone, this);
     g_signal_handlers_disconnect_by_data(handler, this);
@@ -69,7 +73,7 @@ void UsbNode::unplug()
     if (gone)
         return;
     gone = true;
-    pipe.removeNode();
+    pipe.setMissing(true);
     bed.detach(path);
     bed.remove(sysfs);
     for (const auto &[client, file] : files)
@@ -78,24 +82,54 @@ void UsbNode::unplug()
 
 int UsbNode::onIoctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, void *self)
 {
+    const SimulationLock lock;
     auto *node = static_cast<UsbNode *>(self);
+    // umockdev tells of a close a little later than it happens. Were a new file served at once, it
+    // could find the interface claimed by one that is closed already.
+    if (!node->files.empty() && !node->files.count(client))
+        node->answerLater(client);
+    else
+        node->answer(client);
+    return TRUE;
+}
+
+void UsbNode::answer(UMockdevIoctlClient *client)
+{
     const unsigned long request = umockdev_ioctl_client_get_request(client);
-    const int result = node->dispatch(node->fileOf(client), request, client);
+    const int result = dispatch(fileOf(client), request, client);
     if (result < 0)
         umockdev_ioctl_client_complete(client, -1, -result);
     else
         umockdev_ioctl_client_complete(client, result, 0);
-    return TRUE;
+}
+
+void UsbNode::answerLater(UMockdevIoctlClient *client)
+{
+    g_object_ref(client);
+    waiting[client].start(s_closeTakesMs, [this, client] { answerWaiting(client); });
+}
+
+void UsbNode::answerWaiting(UMockdevIoctlClient *client)
+{
+    waiting.erase(client);
+    if (umockdev_ioctl_client_get_connected(client))
+        answer(client);
+    g_object_unref(client);
 }
 
 void UsbNode::onClientGone(void *self, GObject *client)
 {
+    const SimulationLock lock;
     // umockdev tells neither of a close nor of a program's death in every case; the end of the
     // client object does.
     auto *node = static_cast<UsbNode *>(self);
     node->files.erase(reinterpret_cast<UMockdevIoctlClient *>(client));
     node->updateReady();
     node->owner.filesChanged();
+    if (!node->files.empty())
+        return;
+    for (auto &[next, timer] : node->waiting)
+        timer.start(0, [node, next = next] { node->answerWaiting(next); });
 }
 
 UsbFile &UsbNode::fileOf(UMockdevIoctlClient *client)

@@ -33,6 +33,7 @@ public:
 
     void unplug();
     void setDenied(bool denied) { pipe.setAccess(!denied); }
+    void setMissing(bool missing) { pipe.setMissing(missing || gone); }
 
     const SysfsEntry &entry() const { return sysfs; }
     size_t openFiles() const { return files.size(); }
@@ -41,6 +42,9 @@ private:
     static int onIoctl(UMockdevIoctlBase *handler, UMockdevIoctlClient *client, void *self);
     static void onClientGone(void *self, _GObject *client);
 
+    void answer(UMockdevIoctlClient *client);
+    void answerLater(UMockdevIoctlClient *client);
+    void answerWaiting(UMockdevIoctlClient *client);
     UsbFile &fileOf(UMockdevIoctlClient *client);
     // The result of an ioctl: 0 or more, or a negative errno.
     int dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient *client);
@@ -67,6 +71,8 @@ private:
     UMockdevIoctlBase *handler;
     bool gone = false;
     std::map<UMockdevIoctlClient *, std::unique_ptr<UsbFile>> files;
+    // First ioctls of files, put off until the closing of earlier files has been noticed.
+    std::map<UMockdevIoctlClient *, Timer> waiting;
 };
 
 } // namespace sim

@@ -26,6 +26,8 @@ private slots:
     void requestWithoutClaimIsAViolation();
     void deniedDeviceCannotBeOpened();
     void deniedDeviceStaysClosedToRoot();
+    void missingNodeIsNoDevice();
+    void closedFileHasGivenItsClaimBack();
     void faults_data();
     void faults();
     void nthFaultStrikesOnce();
@@ -46,6 +48,7 @@ private slots:
     void idleDeviceIsPowerCycledAfterItsUpdate();
     void unpluggingFailsTransfersInFlight();
     void killedProgramLeavesTheDeviceUsable();
+    void powerCyclesAndTrafficMix();
     void hundredDevicesAreListed();
     void twentyReplugsAreSeenAtOnce();
     void settingsCanBeChangedWhileTheProgramRuns();
@@ -211,6 +214,42 @@ void TestSimUsb::deniedDeviceStaysClosedToRoot()
              QStringList("ACCESS"));
 }
 
+void TestSimUsb::missingNodeIsNoDevice()
+{
+    // libusb forgets a device whose node is missing, until it is plugged in again.
+    const SimRun run(velk3With("fault v open no-device"),
+                     {"list", "open e5c1:3601", "sim clear-faults v", "sim power-cycle v",
+                      "open e5c1:3601", "close", "sim fault v open no-device", "open e5c1:3601"});
+    QCOMPARE(run.lines(), QStringList({"e5c1:3601@1.2", "NO_DEVICE", "ok", "ok", "0", "done", "ok",
+                                       "NO_DEVICE"}));
+}
+
+void TestSimUsb::closedFileHasGivenItsClaimBack()
+{
+    QStringList verbs;
+    QStringList expected;
+    for (int i = 0; i < 100; ++i) {
+        verbs << "open e5c1:3601"
+              << "claim 0"
+              << "close";
+        expected << "0"
+                 << "0"
+                 << "done";
+    }
+    const SimRun run(s_velk3, verbs);
+    QCOMPARE(run.lines(), expected);
+    // Each file is closed before the next is opened, in the transcript too.
+    const QList<QJsonObject> &transcript = run.transcript();
+    QStringList events;
+    for (const QJsonObject &entry : transcript.mid(1))
+        events << entry["event"].toString() + entry["file"].toVariant().toString();
+    QStringList inOrder;
+    for (int i = 1; i <= 100; ++i)
+        for (const char *event : {"open", "claim", "close"})
+            inOrder << event + QString::number(i);
+    QCOMPARE(events, inOrder);
+}
+
 void TestSimUsb::faults_data()
 {
     QTest::addColumn<QByteArray>("fault");
@@ -248,6 +287,15 @@ void TestSimUsb::faults_data()
     QTest::newRow("one index") << QByteArray("USER_MODE in index 1 stall")
                                << QStringList({"in 0xb3 0 0 5", "in 0xb3 0 1 5"})
                                << QStringList({"5 0000000000", "PIPE"}) << "stall";
+    QTest::newRow("claim busy") << QByteArray("claim nth 2 busy")
+                                << QStringList({"release", "claim 0"}) << QStringList({"0", "BUSY"})
+                                << "";
+    QTest::newRow("claim not found")
+        << QByteArray("claim nth 2 not-found") << QStringList({"release", "claim 0"})
+        << QStringList({"0", "NOT_FOUND"}) << "";
+    QTest::newRow("claim without device")
+        << QByteArray("claim nth 2 no-device") << QStringList({"release", "claim 0"})
+        << QStringList({"0", "NO_DEVICE"}) << "";
     QTest::newRow("string") << QByteArray("string 3 stall") << QStringList("string 3")
                             << QStringList("PIPE") << "stall";
 }
@@ -453,6 +501,23 @@ void TestSimUsb::killedProgramLeavesTheDeviceUsable()
                      directory.path());
     QCOMPARE(run.lines(), QStringList({"0", "0", "0", "0", "0", "1 01"}));
     QCOMPARE(run.exitCode(), 0);
+}
+
+void TestSimUsb::powerCyclesAndTrafficMix()
+{
+    // Commands and ioctls reach the simulator at the same time; neither may disturb the other.
+    QTemporaryDir directory;
+    QString verbs;
+    for (int i = 0; i < 150; ++i)
+        verbs += " 'open e5c1:3621' 'claim 0' 'in 0xc8 0 0 1' 'close'";
+    const QString script =
+        "i=0; (while [ $i -lt 60 ]; do i=$((i+1)); " CAPSO_SIM
+        " --control $CAPSO_SIM_DIR power-cycle v >/dev/null || exit 5; done) & " SIM_USBCLIENT +
+        verbs + "; wait $!";
+    const SimRun run(velk3With("device s\n product sorn3"), {"-", "--", "sh", "-c", script},
+                     directory.path());
+    QCOMPARE(run.exitCode(), 0);
+    QCOMPARE(run.lines().count("1 01"), 150);
 }
 
 void TestSimUsb::hundredDevicesAreListed()
