@@ -55,7 +55,7 @@ struct Ran
     QString errors;
 };
 
-// capso-sim while its program sleeps.
+// capso-sim while its program sleeps. The script prints a line when it is ready.
 struct Sleeper : QProcess
 {
     explicit Sleeper(const QString &shellScript)
@@ -63,7 +63,7 @@ struct Sleeper : QProcess
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("CAPSO_SIM_DIR", directory.path());
         setProcessEnvironment(environment);
-        start(CAPSO_SIM, {"velk3", "--", "sh", "-c", "echo ready; " + shellScript});
+        start(CAPSO_SIM, {"velk3", "--", "sh", "-c", shellScript});
     }
     bool isReady() { return waitForReadyRead(s_patienceMs); }
     Ran control(const QStringList &words)
@@ -157,7 +157,7 @@ void TestSimProgram::longOutputPathWorks()
 
 void TestSimProgram::controlCommandIsAnsweredFromAShell()
 {
-    Sleeper sleeper("exec sleep 60");
+    Sleeper sleeper("echo ready; exec sleep 60");
     QVERIFY(sleeper.isReady());
     const Ran good = sleeper.control({"set", "velk3", "version", "9 9"});
     QCOMPARE(good.output, QString("ok\n"));
@@ -172,7 +172,7 @@ void TestSimProgram::controlCommandIsAnsweredFromAShell()
 
 void TestSimProgram::dumpWritesMemoriesWhileTheProgramRuns()
 {
-    Sleeper sleeper("exec sleep 60");
+    Sleeper sleeper("echo ready; exec sleep 60");
     QVERIFY(sleeper.isReady());
     const QString state = sleeper.directory.filePath("memory/velk3/state.json");
     QVERIFY(!QFileInfo::exists(state));
@@ -184,7 +184,7 @@ void TestSimProgram::dumpWritesMemoriesWhileTheProgramRuns()
 
 void TestSimProgram::terminationEndsTheProgram()
 {
-    Sleeper sleeper("exec sleep 60");
+    Sleeper sleeper("echo ready; exec sleep 60");
     QVERIFY(sleeper.isReady());
     sleeper.terminate();
     QVERIFY(sleeper.waitForFinished(s_patienceMs));
@@ -193,7 +193,7 @@ void TestSimProgram::terminationEndsTheProgram()
 
 void TestSimProgram::stubbornProgramIsKilled()
 {
-    Sleeper sleeper("trap '' TERM; while :; do sleep 1; done");
+    Sleeper sleeper("trap '' TERM; echo ready; while :; do sleep 1; done");
     QVERIFY(sleeper.isReady());
     QElapsedTimer clock;
     clock.start();
@@ -205,7 +205,7 @@ void TestSimProgram::stubbornProgramIsKilled()
 
 void TestSimProgram::quitEndsTheProgram()
 {
-    Sleeper sleeper("exec sleep 60");
+    Sleeper sleeper("echo ready; exec sleep 60");
     QVERIFY(sleeper.isReady());
     QCOMPARE(sleeper.control({"quit"}).output, QString("ok\n"));
     QVERIFY(sleeper.waitForFinished(s_patienceMs));
