@@ -37,6 +37,8 @@ private slots:
     void aSizeOfZeroEmitsNoProgress_data();
     void aSizeOfZeroEmitsNoProgress();
 
+    void aCountFarBeyondTheStatedSizeIsNoOverflow();
+
     void edidOfAnySizeIsSentAtOnce_data();
     void edidOfAnySizeIsSentAtOnce();
     void badEdidIsReportedBeforeAnyRequest_data();
@@ -439,6 +441,23 @@ void TestImages::aSizeOfZeroEmitsNoProgress()
     const QStringList expected = progressLines({1, 2}) + before;
     QCOMPARE(events.mid(0, expected.size()), expected);
     QVERIFY2(events.at(expected.size()).startsWith("error "), qPrintable(events.join('\n')));
+}
+
+void TestImages::aCountFarBeyondTheStatedSizeIsNoOverflow()
+{
+    // A package that states a few bytes and unpacks to hundreds of megabytes gets here block by
+    // block; a device that claims as much gets here at once. The number is nonsense, but it must
+    // not be undefined, which UndefinedBehaviorSanitizer watches.
+    const qint64 claimed = 0x7FFFFFFF;
+    UpdateRun run;
+    run.bus.answer(0xC6, {int(claimed)});
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    Images images = smallImages("velk3");
+    images.fx3 = patternBytes(32);
+    const QStringList events = run.run(recordOf(device), packageEntries("velk3", images));
+    // 2 + 32 * claimed / 32, of which an int keeps the low 32 bits: 0x80000001
+    QCOMPARE(events.mid(0, 3), progressLines({1, 2, -0x7FFFFFFF}));
+    QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
 }
 
 void TestImages::edidOfAnySizeIsSentAtOnce_data()
