@@ -75,7 +75,8 @@ ConfigDeviceBase::ConfigDeviceBase(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<ConfigDeviceDataPtr>("ConfigDeviceDataPtr");
     qRegisterMetaType<DeviceDescription>("DeviceDescription");
-    // Without it a request is never queued: moc knows the argument by this name only.
+    // Without these a request is never queued: moc knows the arguments by these names only.
+    qtcompat::register_alias<unsigned char>("uint8_t");
     qtcompat::register_alias<unsigned short>("uint16_t");
 }
 

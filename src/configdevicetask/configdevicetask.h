@@ -28,11 +28,12 @@ inline ConfigDeviceDataPtr makeConfigDeviceData(std::size_t size)
 // opens the device, sends one vendor request and closes it again. `size` is the length of the data
 // in bytes (wLength), `index` is sent as wIndex, `value` as wValue. The answers:
 //
-//   read, success                 getRequestComplete(request, data, size); size is what was asked
-//   for read, any failure             error, then getRequestComplete(request, null, 0) write,
-//   success                setRequestComplete(request) write, device not opened      error, then
-//   getRequestComplete(request, null, 0) write, transfer failed        error, then
-//   setRequestComplete(request)
+// - a read that succeeded: getRequestComplete(request, data, size), with the size that was asked
+// for
+// - a read that failed: error(), then getRequestComplete(request, null, 0)
+// - a write that succeeded: setRequestComplete(request)
+// - a write to a device that cannot be opened: error(), then getRequestComplete(request, null, 0)
+// - a write whose transfer failed: error(), then setRequestComplete(request)
 //
 // All signals and slots run on the owner's (user interface) thread.
 class ConfigDeviceBase : public QObject
@@ -92,7 +93,7 @@ private:
     Worker *worker;
 };
 
-// Sends requests through the worker of a task, which must outlive it.
+// Sends requests through the worker of a task. Once the task is gone its requests go nowhere.
 class ConfigDeviceAction : public ConfigDeviceBase
 {
     Q_OBJECT
@@ -109,8 +110,8 @@ private:
     ConfigDeviceTask::Worker *worker;
 };
 
-// The action for one kind of record: only answers to its two request codes are passed on. `value`
-// and `index` are those that its requests travel with.
+// The action for one kind of record: only answers to its two request codes are passed on. `Record`,
+// `value` and `index` say in the type what the action is for; each request names its own.
 template<typename Record, uint8_t getRequest, uint8_t setRequest, uint16_t value, uint16_t index>
 class ConfigDeviceActionBase : public ConfigDeviceAction
 {

@@ -73,8 +73,8 @@ bool DeviceScanner::Worker::runPass(Pass &pass)
             return false;
         }
     }
-    // Only a denial of the last device ends the scan: after an earlier one the others still deserve
-    // their second pass.
+    // Only a denial of the last device ends the scan: after an earlier one, a device that was given
+    // a driver still gets its pass.
     return pass.lastStatus != Denied;
 }
 

@@ -10,7 +10,8 @@
 // Emit scan() to start a scan; scans run one after another in the order in which they were asked
 // for. Each ends with exactly one complete(), which follows its newDevice() and error() signals.
 // Register the meta-type "DeviceDescription" before the first scan. Destroying the scanner waits
-// for the scan that is under way, and for those that are queued up behind it not at all.
+// for the scan that is under way; one that has not begun may run as well or be dropped, without a
+// complete().
 class DeviceScanner : public QObject
 {
     Q_OBJECT

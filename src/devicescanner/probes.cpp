@@ -41,6 +41,9 @@ struct DriverPolicy
     bool bracketed; // the log line puts the reason in brackets
 };
 
+constexpr DriverPolicy RunningDevice{true, false, false};
+constexpr DriverPolicy BareController{false, false, true};
+
 void logOpenError(int code, bool bracketed)
 {
     const QString reason = usb::error_sentence(code);
@@ -53,7 +56,8 @@ void logOpenError(int code, bool bracketed)
 
 // Opens the device, or tries to get a driver for it. The device is open exactly when the result is
 // Found.
-ProbeResult open(libusb_device *device, const DriverPolicy &policy, OpenDevice &opened)
+ProbeResult openOrInstallDriver(libusb_device *device, const DriverPolicy &policy,
+                                OpenDevice &opened)
 {
     if (libusb_get_device_descriptor(device, &opened.descriptor) < 0) {
         return ProbeResult::Failed;
@@ -109,7 +113,7 @@ ProbeResult describeBootLoader(libusb_device *device, const DriverPolicy &policy
                                const QString &modeText, DeviceDescription &description)
 {
     OpenDevice opened;
-    const ProbeResult result = open(device, policy, opened);
+    const ProbeResult result = openOrInstallDriver(device, policy, opened);
     if (result != ProbeResult::Found) {
         return result;
     }
@@ -150,7 +154,7 @@ ProbeResult probeVelk3(libusb_device *device, DeviceDescription &description)
 {
     qDebug() << "Probe VELK3/SORN3";
     OpenDevice opened;
-    const ProbeResult result = open(device, {true, false, false}, opened);
+    const ProbeResult result = openOrInstallDriver(device, RunningDevice, opened);
     if (result != ProbeResult::Found) {
         return result;
     }
@@ -178,15 +182,16 @@ ProbeResult probeSorn3(libusb_device *device, DeviceDescription &description)
 ProbeResult probeSoft(libusb_device *device, DeviceDescription &description)
 {
     qDebug() << "Probe Soft";
-    return describeBootLoader(
-        device, {false, description.secondPass, false}, DeviceMode::SoftRepair,
-        QCoreApplication::translate("DeviceProbes", "Soft Repair Mode"), description);
+    const DriverPolicy policy{false, description.secondPass, false};
+    return describeBootLoader(device, policy, DeviceMode::SoftRepair,
+                              QCoreApplication::translate("DeviceProbes", "Soft Repair Mode"),
+                              description);
 }
 
 ProbeResult probeHard(libusb_device *device, DeviceDescription &description)
 {
     qDebug() << "Probe Hard";
-    return describeBootLoader(device, {false, false, true}, DeviceMode::HardRepair,
+    return describeBootLoader(device, BareController, DeviceMode::HardRepair,
                               QCoreApplication::translate("DeviceProbes", "Hard Repair Mode"),
                               description);
 }

@@ -16,16 +16,14 @@ BootImage::BootImage(ZipFile &source) : file(source)
 {
 }
 
-bool BootImage::readSignature()
+BootImage::Header BootImage::readHeader()
 {
-    char signature[2] = {};
-    return readExactly(signature, sizeof(signature)) && signature[0] == 'C' && signature[1] == 'Y';
-}
-
-bool BootImage::skipControlBytes()
-{
+    char signature[2];
+    if (!readExactly(signature, sizeof(signature)) || signature[0] != 'C' || signature[1] != 'Y') {
+        return Header::Foreign;
+    }
     char controlAndType[2];
-    return readExactly(controlAndType, sizeof(controlAndType));
+    return readExactly(controlAndType, sizeof(controlAndType)) ? Header::Good : Header::Broken;
 }
 
 BootImage::Record BootImage::readRecord()

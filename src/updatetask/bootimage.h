@@ -17,6 +17,12 @@ class ZipFile;
 class BootImage
 {
 public:
+    enum class Header {
+        Good,
+        Foreign, // does not begin with "CY": not a boot image
+        Broken,  // ends within the header
+    };
+
     enum class Record {
         Section, // sectionAddress() and sectionData() hold it
         Entry,   // the last record: entryAddress() holds it
@@ -28,11 +34,9 @@ public:
 
     explicit BootImage(ZipFile &source);
 
-    // Reads the first two bytes; call it first. Returns whether they are "CY".
-    bool readSignature();
-    // Reads past the control and the type byte, which matter to the boot ROM only; call it second.
-    // Returns whether they are there.
-    bool skipControlBytes();
+    // Reads the signature and the two bytes after it, which matter to the boot ROM only. Call it
+    // first.
+    Header readHeader();
     // Reads one record; call it until it says anything but Section.
     Record readRecord();
     // Reads the checksum that follows the entry record; returns whether the sections add up to it.

@@ -12,8 +12,8 @@ enum EdidStatus {
 
 struct EdidResult
 {
-    std::vector<std::uint8_t>
-        bytes;             // whole EDID blocks of 128 bytes each; empty unless the status is good
+    // Whole EDID blocks of 128 bytes each; empty unless the status is good.
+    std::vector<std::uint8_t> bytes;
     int status = EdidGood; // an EdidStatus
 };
 

@@ -9,15 +9,18 @@
 
 namespace {
 
-// The text of the entry as far as it can be read. A NUL byte cuts the piece in which it stands
-// short.
+// The text of the largest EDID that fits into one request has some 300 KiB.
+constexpr std::size_t LongestText = 16 * 1024 * 1024;
+
+// The text of the entry as far as it can be read, or a little more than LongestText of it. A NUL
+// byte cuts the piece in which it stands short.
 std::string readText(ZipFile &file)
 {
     std::string text;
     char piece[4096] = {};
     for (;;) {
         const int length = file.read(piece, sizeof(piece) - 1);
-        if (length < 1) {
+        if (length < 1 || text.size() > LongestText) {
             return text;
         }
         piece[length] = 0;
@@ -37,10 +40,12 @@ int UpdateTask::Worker::flashEdid(int progressFrom, int progressTo, const std::s
         emit error(tr("Can't open EDID file"));
         return -1;
     }
-    std::istringstream text(readText(file));
+    const std::string text = readText(file);
 
     emit progress(progressFrom + part);
-    const EdidResult edid = parse_edid(text);
+    std::istringstream lines(text);
+    const EdidResult edid =
+        text.size() > LongestText ? EdidResult{{}, EdidFormatError} : parse_edid(lines);
     if (edid.status == EdidFormatError) {
         emit error(tr("EDID data has incorrect format"));
         return -1;
@@ -49,7 +54,8 @@ int UpdateTask::Worker::flashEdid(int progressFrom, int progressTo, const std::s
         emit error(tr("EDID data has incorrect checksum"));
         return -1;
     }
-    if (edid.bytes.empty()) {
+    if (edid.bytes
+            .empty()) { // a good EDID has a block at least, so this is for a parser that changes
         emit error(tr("EDID data is empty"));
         return -1;
     }

@@ -7,7 +7,6 @@
 
 #include <zlib.h>
 
-#include <cstring>
 #include <iostream>
 
 // The two generations of devices take the bitstream differently: the first wants it framed by a
@@ -115,9 +114,15 @@ int UpdateTask::Worker::startFpga(const std::string &fileName, Zip &zip, ZipFile
 UpdateTask::Worker::ImageTransfer UpdateTask::Worker::fpgaTransfer(int progressFrom, int progressTo,
                                                                    quint64 imageSize)
 {
-    return {FPGA_WRITE,      FPGA_STATUS,  tr("Error: failed to write FPGA block:  %1"),
-            usb::error_name, progressFrom, progressTo,
-            imageSize};
+    ImageTransfer transfer;
+    transfer.writeRequest = FPGA_WRITE;
+    transfer.statusRequest = FPGA_STATUS;
+    transfer.failure = tr("Error: failed to write FPGA block:  %1");
+    transfer.codeText = usb::error_name;
+    transfer.progressFrom = progressFrom;
+    transfer.progressTo = progressTo;
+    transfer.imageSize = imageSize;
+    return transfer;
 }
 
 int UpdateTask::Worker::sendFpgaHeader(quint64 imageSize)
@@ -137,8 +142,7 @@ int UpdateTask::Worker::streamFpgaV1(ZipFile &image, ImageTransfer &transfer, qu
     for (;;) {
         const int length = image.read(block, sizeof(block));
         if (length < 0) {
-            const QString reason = QString::fromStdString(image.errorStr());
-            emit error(tr("Error: failed to read FPGA image: %1").arg(reason));
+            fpgaReadFailed(image);
             return -1;
         }
         if (length == 0) {
@@ -160,8 +164,7 @@ int UpdateTask::Worker::streamFpgaV2(ZipFile &image, ImageTransfer &transfer)
         if (length < 0) {
             // The image ends here for the device, but a damaged bitstream must not pass for a good
             // one.
-            const QString reason = QString::fromStdString(image.errorStr());
-            emit error(tr("Error: failed to read FPGA image: %1").arg(reason));
+            fpgaReadFailed(image);
         }
         if (length <= 0) {
             return 0;
@@ -171,6 +174,12 @@ int UpdateTask::Worker::streamFpgaV2(ZipFile &image, ImageTransfer &transfer)
             return sent;
         }
     }
+}
+
+void UpdateTask::Worker::fpgaReadFailed(const ZipFile &image)
+{
+    const QString reason = QString::fromStdString(image.errorStr());
+    emit error(tr("Error: failed to read FPGA image: %1").arg(reason));
 }
 
 int UpdateTask::Worker::completeFpga()

@@ -21,13 +21,14 @@ int UpdateTask::Worker::flashFx3(int progressFrom, int progressTo, const std::st
         emit error(tr("Error: failed to find microcode image"));
         return -1;
     }
-    ImageTransfer transfer{FX3_WRITE,
-                           FX3_STATUS,
-                           tr("Error: failed to write microcode block: %1"),
-                           usb::error_sentence,
-                           progressFrom,
-                           progressTo,
-                           entrySize(zip, fileName)};
+    ImageTransfer transfer;
+    transfer.writeRequest = FX3_WRITE;
+    transfer.statusRequest = FX3_STATUS;
+    transfer.failure = tr("Error: failed to write microcode block: %1");
+    transfer.codeText = usb::error_sentence;
+    transfer.progressFrom = progressFrom;
+    transfer.progressTo = progressTo;
+    transfer.imageSize = entrySize(zip, fileName);
     int result = statusWait(FX3_STATUS);
     if (result < 0) {
         return result;

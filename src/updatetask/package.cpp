@@ -37,8 +37,10 @@ bool UpdateTask::Worker::readProductKey(Zip &zip)
     }
 
     constexpr int pieceSize = 15;
+    constexpr std::size_t longestKey =
+        4096; // far beyond any product's: the rest is somebody's attack
     std::string key;
-    for (bool last = false; !last;) {
+    for (bool last = false; !last && key.size() < longestKey;) {
         char piece[pieceSize + 1] = {};
         const int length = file.read(piece, pieceSize);
         if (length < 0) {
@@ -80,7 +82,7 @@ bool UpdateTask::Worker::checkContents(Zip &zip)
         } else if (found) {
             qDebug() << "optional file found: " << entry.name.c_str();
             optionalFound = true;
-            edidPresent = edidPresent || entry.name == productInfo->edidName;
+            edidPresent = true; // the EDID is the only optional entry
         } else if (entry.required) {
             qDebug() << "required file not found: " << entry.name.c_str();
             packageIncomplete = true;
@@ -103,8 +105,8 @@ bool UpdateTask::Worker::checkCompatibility(const DeviceDescription &description
     if (description.mode == DeviceMode::HardRepair) {
         return true;
     }
-    // Product ids that end in 0 or F are the maker's repair and sandbox ids. They do not tell the
-    // products apart, so any package of the same vendor is taken.
+    // Product ids that end in 0 or F are the maker's repair and sandbox ids. A device that shows
+    // one may have been given the wrong firmware, so any package of its vendor may be tried on it.
     const int lowDigit = description.productId & 0xF;
     const bool repairId = lowDigit == 0x0 || lowDigit == 0xF;
     const auto &ids = productInfo->compatibleIds;

@@ -26,8 +26,8 @@ struct ProductInfo
     std::string fx3Name;     // FX3 microcode
     std::string sandboxName; // FX3 boot image that repair mode loads into RAM
     std::string edidName;    // EDID text file; empty when the product has none
-    quint32
-        fpgaVersion; // how the bitstream is written: 0 framed (flashFpgaV1), 1 raw (flashFpgaV2)
+    // How the bitstream is written: 0 framed (flashFpgaV1), 1 raw (flashFpgaV2).
+    quint32 fpgaVersion;
     std::set<ProductId> compatibleIds; // of running devices that the package may be written to
     std::set<ProductId> sandboxIds;    // under which a device comes back once the sandbox runs
 };

@@ -10,18 +10,13 @@
 #include <algorithm>
 #include <cstring>
 
-namespace {
-
-constexpr int InstallNeedsAdmin = -2; // what install_driver() says when rights are missing
-
-} // namespace
-
 // A device in repair mode has nothing but a boot loader. The sandbox, a small firmware, is loaded
 // into the controller's RAM and started; the device comes back under another identity and can then
 // be updated like a running one.
 //
-// Failures while the sandbox is loaded return 0, which makes the update show 100 percent after the
-// error: the error text is what counts.
+// A failure while the sandbox is loaded returns 0, and so does one in the update that follows: the
+// bar then shows 100 percent after the error, and the error text is what counts. Only a device that
+// is not found again makes the repair fail.
 int UpdateTask::Worker::repairMode(Zip &zip, const DeviceDescription &description)
 {
     if (!loadSandbox(zip)) {
@@ -50,8 +45,13 @@ bool UpdateTask::Worker::loadSandbox(Zip &zip)
         return false;
     }
     BootImage image(file);
-    if (!image.readSignature()) {
+    const BootImage::Header header = image.readHeader();
+    if (header == BootImage::Header::Foreign) {
         emit error(tr("Error: failed to verify microcode signature"));
+        return false;
+    }
+    if (header == BootImage::Header::Broken) {
+        emit error(tr("FX3 checksum error"));
         return false;
     }
     return loadSections(image, entrySize(zip, name)) && startSandbox(image.entryAddress());
@@ -59,7 +59,7 @@ bool UpdateTask::Worker::loadSandbox(Zip &zip)
 
 bool UpdateTask::Worker::loadSections(BootImage &image, quint64 imageSize)
 {
-    auto record = image.skipControlBytes() ? image.readRecord() : BootImage::Record::Broken;
+    auto record = image.readRecord();
     quint64 consumed = 0; // data bytes; the records' headers do not count
     while (record == BootImage::Record::Section) {
         const auto length = image.sectionData().size();
@@ -146,16 +146,16 @@ int UpdateTask::Worker::openSandbox(const DeviceDescription &description)
             return 0;
         }
         const int installed = usb::install_driver(id.vendorId, id.productId, 0, false, nullptr);
-        if (installed == InstallNeedsAdmin) {
+        if (installed == usb::InstallNeedsAdmin) {
             emit error(
                 tr("Access Denied: Administrative privilegies are required to access the device"));
             return -1;
         }
-        if (installed != 0 && usb::has_driver_installer()) {
+        if (installed != usb::DriverReady && usb::has_driver_installer()) {
             emit error(tr("Error: Failed to install driver"));
             return -1;
         }
-        if (installed != 0) {
+        if (installed != usb::DriverReady) {
             // Nothing could be installed on this platform anyway: the device may well be there
             // under the next identity.
             noInstaller = true;

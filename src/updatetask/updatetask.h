@@ -11,7 +11,8 @@
 // complete(), after the device has been given back. progress() carries percent of the whole update,
 // error() a complete text for the user. Register the meta-type "DeviceDescription" before the first
 // update. Destroying the task waits, without a limit, for the update that is under way: a device
-// must not be left half written.
+// must not be left half written. Ask for one update at a time: one that has not begun then may run
+// or be dropped.
 class UpdateTask : public QObject
 {
     Q_OBJECT

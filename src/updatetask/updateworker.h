@@ -14,9 +14,10 @@
 struct libusb_device_handle;
 class BootImage;
 
-// Does one update at a time, all of it on the task's thread. Steps return a negative value on
-// failure (a libusb code, or -1) after they have emitted error() with the reason, once; their
-// caller then stops.
+// Does one update at a time, all of it on the task's thread. Steps that return an int return a
+// negative value on failure (a libusb code, or -1), those that return a bool return false; the step
+// that fails has emitted error() with the reason, and its caller stops. Where an error does not
+// stop the sequence, or a failure is silent, the step says so.
 class UpdateTask::Worker : public QObject
 {
     Q_OBJECT
@@ -33,24 +34,26 @@ private:
     // An image on its way to the device, block by block.
     struct ImageTransfer
     {
-        VendorRequests writeRequest;
-        VendorRequests statusRequest;
-        QString failure;          // translated; %1 is the libusb code's text
-        QString (*codeText)(int); // which text that is
-        int progressFrom;         // percent
-        int progressTo;           // percent
-        quint64 imageSize;        // bytes; 0 when the archive does not know
-        int block = 1;            // number of the next one, for the log
-        quint64 total = 0;        // bytes that the device took
+        VendorRequests writeRequest{};
+        VendorRequests statusRequest{};
+        QString failure;                    // translated; %1 is the libusb code's text
+        QString (*codeText)(int) = nullptr; // which text that is
+        int progressFrom = 0;               // percent
+        int progressTo = 0;                 // percent
+        quint64 imageSize = 0;              // bytes; 0 when the archive does not know
+        int block = 1;                      // number of the next one, for the log
+        quint64 total = 0;                  // bytes that the device took
     };
 
-    static constexpr int BlockSize =
-        4096; // of every image, and of every piece of boot loader memory
+    // Bytes of a block of any image, and of a piece of boot loader memory.
+    static constexpr int BlockSize = 4096;
 
     // updateworker.cpp: the sequence
     void updateDevice(DeviceDescription &description, const QString &fwFileName);
+    // -1 without an error for a mode that does not exist.
     int runMode(const DeviceDescription &description, Zip &zip);
     int regularUpdate(int progressFrom, Zip &zip);
+    // -1 without an error for an FPGA version that does not exist.
     int flashFpga(int progressFrom, int progressTo, Zip &zip);
     int statusWait(VendorRequests request);
     int sendCommand(VendorRequests request);
@@ -79,6 +82,7 @@ private:
     int sendFpgaHeader(quint64 imageSize);
     int streamFpgaV1(ZipFile &image, ImageTransfer &transfer, quint32 &crc);
     int streamFpgaV2(ZipFile &image, ImageTransfer &transfer);
+    void fpgaReadFailed(const ZipFile &image);
     int completeFpga();
 
     // flashedid.cpp
@@ -94,8 +98,8 @@ private:
     int openSandbox(const DeviceDescription &description);
 
     libusb_device_handle *handle = nullptr; // of the device being updated; repair mode replaces it
-    bool packageIncomplete = false;         // the package holds nothing but the EDID
-    bool edidPresent = false;               // the package holds the product's EDID
+    bool packageIncomplete = false; // a required entry is missing (fine in an EDID-only package)
+    bool edidPresent = false;       // the package holds the product's EDID
     bool reserved = false;
     std::string product; // the key into the catalogue
     const ProductInfo *productInfo = nullptr;

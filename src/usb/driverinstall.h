@@ -1,5 +1,4 @@
-#ifndef DRIVERINSTALL_H
-#define DRIVERINSTALL_H
+#pragma once
 
 #include "proberesult.h"
 
@@ -11,5 +10,3 @@
 // missing driver. Blocks the calling (worker) thread while Windows installs.
 ProbeResult driver_install(int openResult, unsigned short vendorId, unsigned short productId,
                            bool composite, bool force);
-
-#endif

@@ -1,7 +1,13 @@
-#ifndef DRIVERINSTALLER_H
-#define DRIVERINSTALLER_H
+#pragma once
 
 namespace usb {
+
+// What install_driver() comes to.
+enum InstallResult {
+    DriverReady = 0,
+    InstallFailed = -1, // for any reason but the next
+    InstallNeedsAdmin = -2,
+};
 
 // Whether this platform has a driver installer at all (Windows does). Only there can the failure of
 // install_driver() be cured by the user; elsewhere it is the normal answer.
@@ -11,12 +17,10 @@ bool has_driver_installer();
 //
 // interfaceNumber chooses the interface of a composite device and is ignored for any other.
 // deviceDescription (UTF-8) names the device in the Device Manager; null takes the name by which
-// Windows lists it now. Returns 0, or -2 when administrator rights are missing, or -1 for every
-// other failure: among them a platform without an installer, and Windows without libwdi.dll.
-// Progress is printed to standard output. Blocks the calling (worker) thread, for minutes at worst.
+// Windows lists it now. Returns an InstallResult; a platform without an installer and Windows
+// without libwdi.dll are failures. Progress is printed to standard output. Blocks the calling
+// (worker) thread, for minutes at worst.
 int install_driver(unsigned short vendorId, unsigned short productId, unsigned char interfaceNumber,
                    bool composite, char *deviceDescription);
 
 } // namespace usb
-
-#endif

@@ -9,5 +9,5 @@ bool usb::has_driver_installer()
 
 int usb::install_driver(unsigned short, unsigned short, unsigned char, bool, char *)
 {
-    return -1;
+    return InstallFailed;
 }

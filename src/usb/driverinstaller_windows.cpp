@@ -42,8 +42,9 @@ bool resolve(const Library &library, const char *name, Function &function)
     // By way of void *, for the compiler rightly warns of casts between unlike function types.
     function =
         reinterpret_cast<Function>(reinterpret_cast<void *>(GetProcAddress(library.get(), name)));
-    if (function == nullptr)
+    if (function == nullptr) {
         std::printf("libwdi.dll has no %s\n", name);
+    }
     return function != nullptr;
 }
 
@@ -69,8 +70,9 @@ int usb::install_driver(unsigned short vendorId, unsigned short productId,
 {
     const Library library = open_libwdi();
     wdi::Functions functions{};
-    if (!library || !resolve_all(library, functions))
-        return -1;
+    if (!library || !resolve_all(library, functions)) {
+        return InstallFailed;
+    }
     return wdi::install(functions, vendorId, productId, interfaceNumber, composite,
                         deviceDescription);
 }

@@ -1,5 +1,4 @@
-#ifndef PROBERESULT_H
-#define PROBERESULT_H
+#pragma once
 
 // What examining one USB device came to. The scanner decides by it whether to report the device, to
 // scan again or to tell the user that rights are missing.
@@ -9,5 +8,3 @@ enum ProbeResult {
     Failed = 2,          // it cannot be used now
     AccessDenied = 3,    // it cannot be used without administrator rights
 };
-
-#endif

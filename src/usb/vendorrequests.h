@@ -8,12 +8,13 @@ struct libusb_device_handle;
 // requests 0x40. Unless said otherwise wValue and wIndex are 0, and "start" and "complete" carry no
 // data.
 enum VendorRequests : quint8 {
-    MEMORY_ACCESS =
-        0xA0, // OUT and IN: boot loader memory; wValue/wIndex: low/high half of the address
+    // OUT and IN: boot loader memory; wValue is the low half of the address, wIndex the high one.
+    MEMORY_ACCESS = 0xA0,
     INPUT_STATUS = 0xB2, // IN: one InputStatusInfo
     USER_MODE = 0xB3,    // IN and OUT: one UserMode; wIndex is its number, 0 to 2
     FPGA_START = 0xC1,   // OUT
-    FPGA_WRITE = 0xC2, // OUT: 1 to 4096 bytes of bitstream; header and CRC of the first generation
+    // OUT: 1 to 4096 bytes of bitstream; also the header and the CRC of the first generation.
+    FPGA_WRITE = 0xC2,
     FPGA_COMPLETE = 0xC3,    // OUT
     FPGA_STATUS = 0xC4,      // IN: 1 byte, non-zero when ready
     FX3_START = 0xC5,        // OUT

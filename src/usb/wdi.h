@@ -1,5 +1,4 @@
-#ifndef WDI_H
-#define WDI_H
+#pragma once
 
 #include <cstdint>
 
@@ -94,5 +93,3 @@ struct Functions
 };
 
 } // namespace usb::wdi
-
-#endif

@@ -1,5 +1,7 @@
 #include "wdiinstall.h"
 
+#include "driverinstaller.h"
+
 #include <array>
 #include <cstdio>
 
@@ -31,8 +33,9 @@ public:
     }
     ~DeviceList()
     {
-        if (listed)
+        if (listed) {
             wdi.destroyList(head);
+        }
     }
     DeviceList(const DeviceList &) = delete;
     DeviceList &operator=(const DeviceList &) = delete;
@@ -57,11 +60,13 @@ bool find_description(const Functions &wdi, const DeviceInfo &device, Descriptio
 {
     const DeviceList list(wdi);
     for (const DeviceInfo *info = list.first(); info != nullptr; info = info->next) {
-        if (!same_interface(*info, device))
+        if (!same_interface(*info, device)) {
             continue;
+        }
         std::printf("Set device desc: %s\n", printable(info->desc));
-        if (info->desc != nullptr)
+        if (info->desc != nullptr) {
             std::snprintf(description.data(), description.size(), "%s", info->desc);
+        }
     }
     return list.isListed();
 }
@@ -91,8 +96,9 @@ int install_all(const Functions &wdi, DeviceInfo &device)
     const DeviceList list(wdi);
     bool found = false;
     for (const DeviceInfo *info = list.first(); info != nullptr; info = info->next) {
-        if (!same_interface(*info, device))
+        if (!same_interface(*info, device)) {
             continue;
+        }
         found = true;
         std::printf("Found device: %s: ", printable(info->hardwareId));
         // Installation takes its time: show what it is busy with.
@@ -102,8 +108,9 @@ int install_all(const Functions &wdi, DeviceInfo &device)
         target.deviceId = info->deviceId;
         target.hardwareId = info->hardwareId;
         const int result = install_one(wdi, target);
-        if (result != Success)
+        if (result != Success) {
             return result;
+        }
     }
     return found ? Success : install_one(wdi, device);
 }
@@ -112,11 +119,11 @@ int return_value(int result)
 {
     switch (result) {
     case Success:
-        return 0;
+        return DriverReady;
     case NeedsAdmin:
-        return -2;
+        return InstallNeedsAdmin;
     default:
-        return -1;
+        return InstallFailed;
     }
 }
 
@@ -134,12 +141,14 @@ int install(const Functions &wdi, unsigned short vendorId, unsigned short produc
     device.desc = deviceDescription;
 
     wdi.setLogLevel(LogDebug);
-    if (device.desc == nullptr && find_description(wdi, device, description))
+    if (device.desc == nullptr && find_description(wdi, device, description)) {
         device.desc = description.data();
+    }
 
     int result = prepare(wdi, device);
-    if (result == Success)
+    if (result == Success) {
         result = install_all(wdi, device);
+    }
     return return_value(result);
 }
 

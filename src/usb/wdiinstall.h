@@ -1,5 +1,4 @@
-#ifndef WDIINSTALL_H
-#define WDIINSTALL_H
+#pragma once
 
 #include "wdi.h"
 
@@ -11,5 +10,3 @@ int install(const Functions &wdi, unsigned short vendorId, unsigned short produc
             unsigned char interfaceNumber, bool composite, char *deviceDescription);
 
 } // namespace usb::wdi
-
-#endif

@@ -83,6 +83,7 @@ ZipFile::ZipFile(struct zip_file *opened) : file(opened)
 std::int32_t ZipFile::read(void *buffer, std::uint64_t length)
 {
     if (!file) {
+        // What a read from an entry that could not be opened is said to fail with.
         errorCode = ZIP_ER_INVAL;
         systemError = ENOENT;
         return -1;
