@@ -1,0 +1,402 @@
+// The User Modes page: three records, one request after another.
+
+#include "simulateddialog.h"
+
+#include <QJsonArray>
+
+class TestSimUserModes : public SimulatedTest
+{
+    Q_OBJECT
+
+private slots:
+    void modesAreReadOneAfterAnother();
+    void modesThatAreSwitchedOffKeepTheirSizes();
+    void largestSizesAreShown();
+    void modesAreWrittenOneAfterAnother();
+    void uncheckedModesAreWrittenToo();
+    void switchingAModeOffWritesTheDisabledByte();
+
+    void readRefusedAtTheFirstMode();
+    void readRefusedAtTheSecondMode();
+    void readRefusedAtTheThirdMode();
+    void readMetWithSilence();
+    void readFromADeviceThatIsGone();
+    void readDuringWhichTheDeviceLeaves();
+    void readFromADeviceThatCannotBeOpened();
+    void readFromADeviceThatIsBusy();
+    void readAnsweredWithNothing();
+    void readAnsweredWithAllButOneByte();
+    void pageWorksAgainAfterAFailedRead();
+    void settingsCanBeUsedAfterAFailedRead();
+
+    void writeRefusedAtTheFirstMode();
+    void writeRefusedAtTheSecondMode();
+    void writeRefusedAtTheThirdMode();
+    void writeMetWithSilence();
+    void writeToADeviceThatIsGone();
+    void writeDuringWhichTheDeviceLeaves();
+    void writeToADeviceThatCannotBeOpened();
+    void writeToADeviceThatIsBusy();
+    void writeAgainAfterAFailure();
+
+private:
+    void failRead(const QStringList &preparations, const QStringList &requests,
+                  const QString &modesShown);
+    void failWrite(const QStringList &preparations, const QString &text,
+                   const QStringList &requests, int modesWritten);
+};
+
+namespace {
+
+const char s_scene[] = R"(
+allow-denial
+device v
+    product velk3
+    user-mode 0 1280x720 on
+    user-mode 1 1920x1080 off
+    user-mode 2 640x480 on
+)";
+
+const QString s_asInTheScene = "1280x720 on, 1920x1080 off, 640x480 on";
+const QStringList s_threeReads = {"< USER_MODE 0005d00200", "< USER_MODE index 1 8007380401",
+                                  "< USER_MODE index 2 8002e00100"};
+const QString s_noAccess = "Cannot access USB. Administrative rights may be required.";
+
+QString heldModes()
+{
+    QStringList modes;
+    for (const QJsonValue mode : simulation::state("v")["userModes"].toArray()) {
+        modes.append(QString("%1x%2 %3")
+                         .arg(mode["width"].toInt())
+                         .arg(mode["height"].toInt())
+                         .arg(mode["disabled"].toInt()));
+    }
+    return modes.join(", ");
+}
+
+} // namespace
+
+SCENE(TestSimUserModes, modesAreReadOneAfterAnother, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QCOMPARE(simulation::configRequests("v"), QStringList());
+    QVERIFY(user.openTab(2));
+    QCOMPARE(simulation::configRequests("v"), s_threeReads);
+    QCOMPARE(user.userModes(), s_asInTheScene);
+    QCOMPARE(user.boxTexts(), QStringList());
+    QVERIFY(user.find<QWidget>("userMode1Width")->isEnabled());
+    QVERIFY(!user.find<QWidget>("userMode2Width")->isEnabled());
+}
+
+SCENE(TestSimUserModes, modesThatAreSwitchedOffKeepTheirSizes, R"(
+device v
+    product velk3_4k
+    user-mode 0 1280x720 off
+    user-mode 1 1x2 off
+    user-mode 2 640x480 off
+)")
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    QCOMPARE(user.userModes(), QString("1280x720 off, 1x2 off, 640x480 off"));
+}
+
+SCENE(TestSimUserModes, largestSizesAreShown, R"(
+device v
+    product velk3
+    user-mode 0 65535x65535 on
+    user-mode 1 256x255 on
+    user-mode 2 0x0 on
+)")
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    QCOMPARE(user.userModes(), QString("65535x65535 on, 256x255 on, 0x0 on"));
+}
+
+SCENE(TestSimUserModes, modesAreWrittenOneAfterAnother, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    user.setUserMode(0, 800, 600, true);
+    user.setUserMode(1, 65535, 258, true);
+    user.setUserMode(2, 0, 1, false);
+    const int before = simulation::mark();
+    user.click("updateUserModesButton");
+    QVERIFY(!user.isUnlocked());
+    EVENTUALLY(user.isUnlocked());
+    QCOMPARE(simulation::configRequests("v", before),
+             (QStringList{"> USER_MODE 2003580200", "> USER_MODE index 1 ffff020100",
+                          "> USER_MODE index 2 0000010001"}));
+    QCOMPARE(heldModes(), QString("800x600 0, 65535x258 0, 0x1 1"));
+    QCOMPARE(user.boxTexts(), QStringList());
+    // Reading shows the same again.
+    QVERIFY(user.openTab(0));
+    QVERIFY(user.openTab(2));
+    QCOMPARE(user.userModes(), QString("800x600 on, 65535x258 on, 0x1 off"));
+}
+
+SCENE(TestSimUserModes, uncheckedModesAreWrittenToo, R"(
+device v
+    product velk3
+    user-mode 0 1280x720 off
+    user-mode 1 1920x1080 off
+    user-mode 2 640x480 off
+)")
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    const int before = simulation::mark();
+    user.click("updateUserModesButton");
+    EVENTUALLY(user.isUnlocked());
+    QCOMPARE(simulation::configRequests("v", before),
+             (QStringList{"> USER_MODE 0005d00201", "> USER_MODE index 1 8007380401",
+                          "> USER_MODE index 2 8002e00101"}));
+}
+
+SCENE(TestSimUserModes, switchingAModeOffWritesTheDisabledByte, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    user.click("userMode1"); // the box in its title
+    QCOMPARE(user.userModes(), QString("1280x720 off, 1920x1080 off, 640x480 on"));
+    user.click("updateUserModesButton");
+    EVENTUALLY(user.isUnlocked());
+    QCOMPARE(heldModes(), QString("1280x720 1, 1920x1080 1, 640x480 0"));
+}
+
+// ---- failing reads
+
+// Shows the scene's modes, changes what the device holds to 1x1, 2x2 and 3x3, all off, and lets the
+// next reading of the three fail.
+void TestSimUserModes::failRead(const QStringList &preparations, const QStringList &requests,
+                                const QString &modesShown)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    QVERIFY(user.openTab(0));
+    for (const QString &command :
+         QStringList{"set v user-mode 0 1x1 off", "set v user-mode 1 2x2 off",
+                     "set v user-mode 2 3x3 off"} +
+             preparations) {
+        simulation::control(command);
+    }
+    const int before = simulation::mark();
+    QVERIFY(user.openTab(2));
+    QCOMPARE(simulation::configRequests("v", before), requests);
+    QCOMPARE(user.userModes(), modesShown);
+    // No box: the page itself says that it does not show what the device holds.
+    QCOMPARE(user.boxTexts(), QStringList());
+    QVERIFY(!user.find<QWidget>("tabUserMode")->isEnabled());
+    const int after = simulation::mark();
+    user.click("updateUserModesButton");
+    QCOMPARE(simulation::configRequests("v", after), QStringList());
+    // The other tabs can be used, and with them this one.
+    QVERIFY(user.openTab(0));
+    QVERIFY(user.find<QWidget>("updateButton")->isEnabled());
+}
+
+SCENE(TestSimUserModes, readRefusedAtTheFirstMode, s_scene)
+{
+    failRead({"fault v USER_MODE index 0 stall"}, {"< USER_MODE stall"}, s_asInTheScene);
+}
+
+SCENE(TestSimUserModes, readRefusedAtTheSecondMode, s_scene)
+{
+    failRead({"fault v USER_MODE index 1 stall"},
+             {"< USER_MODE 0100010001", "< USER_MODE index 1 stall"},
+             "1x1 off, 1920x1080 off, 640x480 on");
+}
+
+SCENE(TestSimUserModes, readRefusedAtTheThirdMode, s_scene)
+{
+    failRead({"fault v USER_MODE index 2 stall"},
+             {"< USER_MODE 0100010001", "< USER_MODE index 1 0200020001",
+              "< USER_MODE index 2 stall"},
+             "1x1 off, 2x2 off, 640x480 on");
+}
+
+SCENE(TestSimUserModes, readMetWithSilence, s_scene)
+{
+    failRead({"fault v USER_MODE index 1 silence"},
+             {"< USER_MODE 0100010001", "< USER_MODE index 1 cancelled"},
+             "1x1 off, 1920x1080 off, 640x480 on");
+}
+
+SCENE(TestSimUserModes, readFromADeviceThatIsGone, s_scene)
+{
+    failRead({"unplug v"}, {}, s_asInTheScene);
+}
+
+SCENE(TestSimUserModes, readDuringWhichTheDeviceLeaves, s_scene)
+{
+    failRead({"fault v USER_MODE index 1 disconnect"},
+             {"< USER_MODE 0100010001", "< USER_MODE index 1 no-device"},
+             "1x1 off, 1920x1080 off, 640x480 on");
+}
+
+SCENE(TestSimUserModes, readFromADeviceThatCannotBeOpened, s_scene)
+{
+    failRead({"set v access denied"}, {}, s_asInTheScene);
+}
+
+SCENE(TestSimUserModes, readFromADeviceThatIsBusy, s_scene)
+{
+    expectRefusedClaims();
+    failRead({"fault v claim nth 2 busy"}, {"< USER_MODE 0100010001"},
+             "1x1 off, 1920x1080 off, 640x480 on");
+}
+
+// A short answer is no failure; the bytes that did not come are 0.
+SCENE(TestSimUserModes, readAnsweredWithNothing, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    simulation::control("fault v USER_MODE index 1 short 0");
+    QVERIFY(user.openTab(2));
+    QCOMPARE(simulation::configRequests("v"),
+             (QStringList{"< USER_MODE 0005d00200", "< USER_MODE index 1",
+                          "< USER_MODE index 2 8002e00100"}));
+    QCOMPARE(user.userModes(), QString("1280x720 on, 0x0 on, 640x480 on"));
+    QVERIFY(user.find<QWidget>("tabUserMode")->isEnabled());
+}
+
+SCENE(TestSimUserModes, readAnsweredWithAllButOneByte, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    simulation::control("fault v USER_MODE index 1 short 4");
+    QVERIFY(user.openTab(2));
+    QCOMPARE(user.userModes(), QString("1280x720 on, 1920x1080 on, 640x480 on"));
+    QVERIFY(user.find<QWidget>("tabUserMode")->isEnabled());
+}
+
+SCENE(TestSimUserModes, pageWorksAgainAfterAFailedRead, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    simulation::control("fault v USER_MODE index 1 stall");
+    QVERIFY(user.openTab(2));
+    QVERIFY(!user.find<QWidget>("tabUserMode")->isEnabled());
+    QVERIFY(user.openTab(0));
+    QVERIFY(user.openTab(2));
+    QVERIFY(user.find<QWidget>("tabUserMode")->isEnabled());
+    QCOMPARE(user.userModes(), s_asInTheScene);
+}
+
+SCENE(TestSimUserModes, settingsCanBeUsedAfterAFailedRead, "velk3")
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    simulation::control("fault velk3 USER_MODE every stall");
+    QVERIFY(user.openTab(2));
+    QVERIFY(user.openTab(1));
+    QCOMPARE(user.checkBoxes(), QString("1100"));
+    QVERIFY(user.find<QWidget>("updateSettingsButton")->isEnabled());
+    QCOMPARE(user.boxTexts(), QStringList());
+}
+
+// ---- failing writes
+
+// Writes 1x1, 2x2 and 3x3, of which as many arrive as is said.
+void TestSimUserModes::failWrite(const QStringList &preparations, const QString &text,
+                                 const QStringList &requests, int modesWritten)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    user.setUserMode(0, 1, 1, true);
+    user.setUserMode(1, 2, 2, true);
+    user.setUserMode(2, 3, 3, true);
+    for (const QString &command : preparations) {
+        simulation::control(command);
+    }
+    const int before = simulation::mark();
+    user.click("updateUserModesButton");
+    QVERIFY(!user.isUnlocked());
+    EVENTUALLY(user.isUnlocked());
+    QCOMPARE(user.boxTexts(), QStringList{"critical|Device Access Error|" + text + "|Ok"});
+    QCOMPARE(simulation::configRequests("v", before), requests);
+    const QStringList before3{"1280x720 0", "1920x1080 1", "640x480 0"};
+    const QStringList after3{"1x1 0", "2x2 0", "3x3 0"};
+    QCOMPARE(heldModes(), (after3.mid(0, modesWritten) + before3.mid(modesWritten)).join(", "));
+    // What the user has entered stays.
+    QCOMPARE(user.userModes(), QString("1x1 on, 2x2 on, 3x3 on"));
+    QVERIFY(user.openTab(0));
+}
+
+SCENE(TestSimUserModes, writeRefusedAtTheFirstMode, s_scene)
+{
+    failWrite({"fault v USER_MODE out index 0 stall"}, "Error setting device flags: Pipe error",
+              {"> USER_MODE 0100010000 stall"}, 0);
+}
+
+SCENE(TestSimUserModes, writeRefusedAtTheSecondMode, s_scene)
+{
+    failWrite({"fault v USER_MODE out index 1 stall"}, "Error setting device flags: Pipe error",
+              {"> USER_MODE 0100010000", "> USER_MODE index 1 0200020000 stall"}, 1);
+}
+
+SCENE(TestSimUserModes, writeRefusedAtTheThirdMode, s_scene)
+{
+    failWrite({"fault v USER_MODE out index 2 stall"}, "Error setting device flags: Pipe error",
+              {"> USER_MODE 0100010000", "> USER_MODE index 1 0200020000",
+               "> USER_MODE index 2 0300030000 stall"},
+              2);
+}
+
+SCENE(TestSimUserModes, writeMetWithSilence, s_scene)
+{
+    failWrite({"fault v USER_MODE out index 1 silence"},
+              "Error setting device flags: Operation timed out",
+              {"> USER_MODE 0100010000", "> USER_MODE index 1 0200020000 cancelled"}, 1);
+}
+
+SCENE(TestSimUserModes, writeToADeviceThatIsGone, s_scene)
+{
+    failWrite({"unplug v"}, s_noAccess, {}, 0);
+}
+
+SCENE(TestSimUserModes, writeDuringWhichTheDeviceLeaves, s_scene)
+{
+    failWrite({"fault v USER_MODE out index 1 disconnect"},
+              "Error setting device flags: No such device (it may have been disconnected)",
+              {"> USER_MODE 0100010000", "> USER_MODE index 1 0200020000 no-device"}, 1);
+}
+
+SCENE(TestSimUserModes, writeToADeviceThatCannotBeOpened, s_scene)
+{
+    failWrite({"set v access denied"}, s_noAccess, {}, 0);
+}
+
+SCENE(TestSimUserModes, writeToADeviceThatIsBusy, s_scene)
+{
+    expectRefusedClaims();
+    failWrite({"fault v claim nth 2 busy"}, s_noAccess, {"> USER_MODE 0100010000"}, 1);
+}
+
+SCENE(TestSimUserModes, writeAgainAfterAFailure, s_scene)
+{
+    SimulatedDialog user;
+    user.clickRow(0);
+    QVERIFY(user.openTab(2));
+    simulation::control("fault v USER_MODE out index 1 stall");
+    user.setUserMode(2, 3, 3, true);
+    user.click("updateUserModesButton");
+    EVENTUALLY(user.isUnlocked());
+    QCOMPARE(user.boxTexts().size(), 1);
+    user.click("updateUserModesButton");
+    EVENTUALLY(user.isUnlocked());
+    QCOMPARE(user.boxTexts().size(), 1);
+    QCOMPARE(heldModes(), QString("1280x720 0, 1920x1080 1, 3x3 0"));
+}
+
+SIMULATED_DIALOG_TEST_MAIN(TestSimUserModes)
+#include "tst_sim_usermodes.moc"
