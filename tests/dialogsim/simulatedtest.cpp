@@ -39,15 +39,19 @@ int runOnScene(const char *program, const std::string &function, const QStringLi
     // Short, since a socket is in there.
     const QTemporaryDir directory("/tmp/capso-XXXXXX");
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("CAPSO_SIM_DIR", directory.path());
+    environment.insert("CAPSO_SIM_DIR",
+                       directory.path()); // also tells the program not to run itself again
 
     QProcess simulator;
     simulator.setProcessChannelMode(QProcess::ForwardedChannels);
     simulator.setProcessEnvironment(environment);
-    simulator.start(CAPSO_SIM,
-                    QStringList{isNameOfScene(scene) ? scene : "-", "--", program,
-                                QString::fromStdString(function)} +
-                        options);
+    const QStringList command = QStringList{program, QString::fromStdString(function)} + options;
+    if (std::strcmp(scene, s_noUsbBus) == 0) {
+        // It shows a machine that has no devices of any kind.
+        simulator.start("umockdev-run", QStringList{"--"} + command);
+    } else {
+        simulator.start(CAPSO_SIM, QStringList{isNameOfScene(scene) ? scene : "-", "--"} + command);
+    }
     if (!isNameOfScene(scene)) {
         simulator.write(scene);
     }

@@ -13,14 +13,16 @@
 //
 // The test program runs itself under the simulator, once for each function: it needs a fresh set of
 // devices, and the simulator shows its devices to a program from its start. The scene is a text, or
-// the name of a built-in one.
+// the name of a built-in one, or s_noUsbBus.
 
 // How long something may take on a machine that is busy with other tests.
 constexpr int s_patienceMs = 30000;
 
+// A machine without a USB bus, instead of a scene.
+constexpr char s_noUsbBus[] = "no USB bus";
+
 #define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, s_patienceMs)
-#define EVENTUALLY_EQUAL(actual, expected)                                                         \
-    QTRY_COMPARE_WITH_TIMEOUT(actual, expected, s_patienceMs)
+#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, s_patienceMs)
 
 // Notes a function's scene; for SCENE.
 class SceneOf
@@ -34,7 +36,8 @@ public:
     void Class::function()
 
 // After each test function, when the dialog is gone, it looks at how the devices were used: nobody
-// may have wanted a device while somebody else was at work on it, and all must have been given back.
+// may have wanted a device while somebody else was at work on it, and all must have been given
+// back.
 class SimulatedTest : public QObject
 {
     Q_OBJECT

@@ -192,8 +192,7 @@ fault v FX3_STATUS every stall
 {
     SimulatedDialog user;
     QCOMPARE(user.rows(), QStringList());
-    QCOMPARE(simulation::requests("v"),
-             (QStringList{"< FX3_STATUS stall", "< FX3_STATUS stall"}));
+    QCOMPARE(simulation::requests("v"), (QStringList{"< FX3_STATUS stall", "< FX3_STATUS stall"}));
     // It has recovered by itself when the user looks again.
     simulation::control("clear-faults");
     user.click("rescanDevicesButton");
@@ -245,7 +244,8 @@ device b
 }
 
 // An entry of the list is for one address; a device that was plugged in again is another.
-SCENE(TestSimDeviceList, rescanFindsTheDeviceAtItsNewAddress, "device v\n product velk3\n flags 2\n")
+SCENE(TestSimDeviceList, rescanFindsTheDeviceAtItsNewAddress,
+      "device v\n product velk3\n flags 2\n")
 {
     SimulatedDialog user;
     user.clickRow(0);
@@ -293,9 +293,7 @@ device b
     user.click("rescanDevicesButton");
     user.click("rescanDevicesButton");
     user.click("rescanDevicesButton");
-    const auto answers = [](const char *device) {
-        return simulation::requests(device).size();
-    };
+    const auto answers = [](const char *device) { return simulation::requests(device).size(); };
     // Only the last of them, which is the fourth that ask each device, shows a row.
     QVERIFY(user.waitUntil([&] { return user.list()->count() > 0; }));
     QVERIFY(answers("a") == 4 || answers("b") == 4);

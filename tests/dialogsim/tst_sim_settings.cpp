@@ -311,7 +311,8 @@ SCENE(TestSimSettings, writeRefused, s_scene)
 
 SCENE(TestSimSettings, writeMetWithSilence, s_scene)
 {
-    failWrite({"fault v SET_DEVICE_FLAGS silence"}, "Error setting device flags: Operation timed out",
+    failWrite({"fault v SET_DEVICE_FLAGS silence"},
+              "Error setting device flags: Operation timed out",
               {"> SET_DEVICE_FLAGS 15 cancelled"});
 }
 
@@ -340,7 +341,7 @@ SCENE(TestSimSettings, writeToADeviceThatIsBusy, s_scene)
 
 SCENE(TestSimSettings, writeOfWhichNothingArrives, s_scene)
 {
-    failWrite({"fault v SET_DEVICE_FLAGS short 0"}, QString(), {"> SET_DEVICE_FLAGS"});
+    failWrite({"fault v SET_DEVICE_FLAGS short 0"}, QString(), {"> SET_DEVICE_FLAGS 15"});
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimSettings)

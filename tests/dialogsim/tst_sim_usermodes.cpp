@@ -217,10 +217,10 @@ SCENE(TestSimUserModes, readRefusedAtTheSecondMode, s_scene)
 
 SCENE(TestSimUserModes, readRefusedAtTheThirdMode, s_scene)
 {
-    failRead({"fault v USER_MODE index 2 stall"},
-             {"< USER_MODE 0100010001", "< USER_MODE index 1 0200020001",
-              "< USER_MODE index 2 stall"},
-             "1x1 off, 2x2 off, 640x480 on");
+    failRead(
+        {"fault v USER_MODE index 2 stall"},
+        {"< USER_MODE 0100010001", "< USER_MODE index 1 0200020001", "< USER_MODE index 2 stall"},
+        "1x1 off, 2x2 off, 640x480 on");
 }
 
 SCENE(TestSimUserModes, readMetWithSilence, s_scene)
