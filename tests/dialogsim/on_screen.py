@@ -9,7 +9,6 @@
 
 import argparse
 import pathlib
-import shutil
 import subprocess
 import sys
 import time
@@ -23,6 +22,12 @@ from simulation import DemoError, Simulation, environment_without_settings, wait
 
 def environment_on(screen):
     return {**environment_without_settings(), "QT_QPA_PLATFORM": "xcb", "DISPLAY": screen.display}
+
+
+def simulation_of(scene, build, screen):
+    folder = build / "pictures"
+    folder.mkdir(exist_ok=True)
+    return Simulation(build, scene, environment_on(screen), build, folder / f"{scene}.log")
 
 
 def close_window(screen, process):
@@ -47,9 +52,9 @@ def check_given_back(simulation):
 
 def pictures(build):
     folder = build / "pictures"
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
-    with Screen() as screen, Simulation(build, "several", environment_on(screen)) as simulation:
+    for old in folder.glob("*.png"):
+        old.unlink()
+    with Screen() as screen, simulation_of("several", build, screen) as simulation:
         simulation.wait_for("the simulator", simulation.ready, timeout=60)
         visit = Visit(screen, simulation, build, build / "packages", folder)
         visit.look_around("velk3")
@@ -58,7 +63,7 @@ def pictures(build):
         visit.window.click("updateButton")
         simulation.wait_for("the box", lambda: screen.windows("Update Error"))
         time.sleep(0.5)  # for the picture only
-        screen.photograph("root", folder / "5-update-error.png")
+        screen.photograph("root", folder / "05-update-error.png")
         box = screen.windows("Update Error")[0]
         screen.run("xdotool", "windowfocus", box)
         screen.run("xdotool", "key", "Return")
@@ -69,7 +74,7 @@ def pictures(build):
 
 
 def start_and_end(build, scene, devices):
-    with Screen() as screen, Simulation(build, scene, environment_on(screen)) as simulation:
+    with Screen() as screen, simulation_of(scene, build, screen) as simulation:
         simulation.wait_for("the simulator", simulation.ready, timeout=60)
         simulation.wait_for("the window", lambda: screen.windows(TITLE))
         simulation.wait_for(

@@ -185,7 +185,6 @@ fault v claim nth 2 busy
 
 // Its boot loader has no such request.
 SCENE(TestSimStatus, brokenDeviceRefusesThePoll, R"(
-lenient
 device v
     product velk3
     mode soft
@@ -314,4 +313,4 @@ fault v FX3_STATUS every delay 850
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimStatus)
-#include "tst_sim_status.moc"
+#include "tst_dialogsim_status.moc"

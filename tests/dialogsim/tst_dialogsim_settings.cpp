@@ -345,4 +345,4 @@ SCENE(TestSimSettings, writeOfWhichNothingArrives, s_scene)
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimSettings)
-#include "tst_sim_settings.moc"
+#include "tst_dialogsim_settings.moc"

@@ -265,4 +265,4 @@ int main(int argc, char **argv)
         return QTest::qExec(&test, count, words);
     });
 }
-#include "tst_sim_program.moc"
+#include "tst_dialogsim_program.moc"

@@ -588,4 +588,4 @@ device v
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimUpdate)
-#include "tst_sim_update.moc"
+#include "tst_dialogsim_update.moc"

@@ -321,4 +321,4 @@ SCENE(TestSimDeviceList, updateButtonIsUsableOnlyWithAFileName, "velk3")
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimDeviceList)
-#include "tst_sim_devicelist.moc"
+#include "tst_dialogsim_devicelist.moc"

@@ -391,4 +391,4 @@ SCENE(TestSimOverlap, requestDuringASilentPollWaitsForItsEnd, s_twoDevices)
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimOverlap)
-#include "tst_sim_overlap.moc"
+#include "tst_dialogsim_overlap.moc"

@@ -399,4 +399,4 @@ SCENE(TestSimUserModes, writeAgainAfterAFailure, s_scene)
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimUserModes)
-#include "tst_sim_usermodes.moc"
+#include "tst_dialogsim_usermodes.moc"
