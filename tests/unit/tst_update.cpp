@@ -41,7 +41,7 @@ private slots:
     void theInterfaceOfTheRecordIsUsed();
     void aKernelDriverIsDetached();
 
-    void twoUpdatesFollowEachOther();
+    void updatesForgetEachOther();
     void destroyingTheTaskWaitsForTheUpdate();
 };
 
@@ -492,25 +492,29 @@ void TestUpdate::aKernelDriverIsDetached()
                           "claim_interface a 0"}));
 }
 
-void TestUpdate::twoUpdatesFollowEachOther()
+void TestUpdate::updatesForgetEachOther()
 {
-    // The second package holds the EDID alone: what the first one held must be forgotten.
+    // The key, the missing images and the EDID of one package must not show in the next.
     UpdateRun run;
     const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
     const Images all = smallImages("velk3");
-    const QString first = run.directory.filePath("first.fw");
-    const QString second = run.directory.filePath("second.fw");
-    writeFile(first, zipArchive(packageEntries("velk3", all)));
-    writeFile(second, zipArchive(packageEntries("legacy", Images{{}, {}, {}, all.edid})));
+    const std::vector<std::vector<PackageEntry>> packages{
+        packageEntries("velk3", all),
+        packageEntries("legacy", Images{{}, {}, {}, all.edid}),
+        packageEntries("legacy", Images{all.fpga, all.fx3, all.sandbox, {}}),
+    };
 
     UpdateTask task;
     QSignalSpy completed(&task, &UpdateTask::complete);
     QSignalSpy failed(&task, &UpdateTask::error);
-    emit task.start(recordOf(device), first);
-    emit task.start(recordOf(device), second);
-    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 2, 60000);
+    for (std::size_t i = 0; i < packages.size(); ++i) {
+        const QString path = run.directory.filePath(QStringLiteral("%1.fw").arg(i));
+        writeFile(path, zipArchive(packages[i]));
+        emit task.start(recordOf(device), path);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 3, 60000);
     QCOMPARE(failed.count(), 0);
-    QCOMPARE(int(run.bus.transfers().size()), 16 + 3);
+    QCOMPARE(int(run.bus.transfers().size()), 16 + 3 + 13);
 }
 
 void TestUpdate::destroyingTheTaskWaitsForTheUpdate()
