@@ -169,10 +169,11 @@ ScriptedUsb::~ScriptedUsb()
             std::count_if(state->handles.begin(), state->handles.end(), [&](const auto &one) {
                 return one->open && one->device == device.get();
             });
-        if (device->references != handles)
+        if (device->references != handles) {
             complaints.append(QStringLiteral("%1 references to %2 remain")
                                   .arg(device->references - static_cast<int>(handles))
                                   .arg(named(device.get())));
+        }
     }
     if (!complaints.isEmpty())
         QTest::qFail(qPrintable(complaints.join(QStringLiteral("; "))), __FILE__, __LINE__);
@@ -284,18 +285,20 @@ QStringList ScriptedUsb::handleCalls() const
                                       QStringLiteral("get_device_address"),
                                       QStringLiteral("get_port_number")};
     QStringList lines;
-    for (const QString &line : calls())
+    for (const QString &line : calls()) {
         if (!unwanted.contains(line.section(QLatin1Char(' '), 0, 0)))
             lines.append(line);
+    }
     return lines;
 }
 
 QStringList ScriptedUsb::callsOf(const QString &function) const
 {
     QStringList lines;
-    for (const QString &line : calls())
+    for (const QString &line : calls()) {
         if (line.section(QLatin1Char(' '), 0, 0) == function)
             lines.append(line);
+    }
     return lines;
 }
 

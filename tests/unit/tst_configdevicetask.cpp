@@ -619,10 +619,11 @@ void TestConfigDeviceTask::anyFailingCallGivesTheDeviceBack()
             const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
             ConfigDeviceTask task;
             Ear ear(task);
-            if (write)
+            if (write) {
                 emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
-            else
+            } else {
                 task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
+            }
             [&] { QVERIFY(ear.waitForCompletions(1)); }();
             if (bus.failedCall().startsWith("claim_interface"))
                 bus.expectOpenHandles(1);

@@ -312,9 +312,10 @@ void TestDeviceScanner::theSecondPassForcesADriverOnSoftRepairOnly()
 {
     ScriptedUsb bus;
     for (const auto &[name, vendor, product] :
-         {std::tuple{"a", 0xE5C1, 0x3601}, {"b", 0xE5C1, 0x360F}, {"c", 0x04B4, 0x00F3}})
+         {std::tuple{"a", 0xE5C1, 0x3601}, {"b", 0xE5C1, 0x360F}, {"c", 0x04B4, 0x00F3}}) {
         named(bus, name, static_cast<quint16>(vendor), static_cast<quint16>(product))->openResult =
             LIBUSB_ERROR_NOT_SUPPORTED;
+    }
     QCOMPARE(scan(), QStringList{"complete"});
     QCOMPARE(installer::calls(), QStringList{"e5c1 360f 0 single null"});
     QCOMPARE(bus.callsOf("get_device_list").size(), 2);

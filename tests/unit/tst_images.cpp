@@ -56,9 +56,10 @@ const QList<int> s_sizes{0, 1, 4, 4095, 4096, 4097, 8192, 10000};
 // Replaces the entry of this name.
 std::vector<PackageEntry> with(std::vector<PackageEntry> package, const PackageEntry &entry)
 {
-    for (PackageEntry &one : package)
+    for (PackageEntry &one : package) {
         if (one.name == entry.name)
             one = entry;
+    }
     return package;
 }
 
@@ -370,12 +371,15 @@ void TestImages::aLyingSizeIsNotTrusted_data()
     QTest::addColumn<QByteArray>("name");
     QTest::addColumn<int>("stated");
     QTest::addColumn<bool>("deflated");
-    for (const char *name : {"sorn3.img", "sorn3.bin", "velk3_4k.img", "velk3_4k.bin"})
-        for (const int stated : {0, 4, 4096, 5004, 100000})
-            for (const bool deflated : {false, true})
+    for (const char *name : {"sorn3.img", "sorn3.bin", "velk3_4k.img", "velk3_4k.bin"}) {
+        for (const int stated : {0, 4, 4096, 5004, 100000}) {
+            for (const bool deflated : {false, true}) {
                 QTest::addRow("%s of 5000 bytes says %d, %s", name, stated,
                               deflated ? "deflated" : "stored")
                     << QByteArray(name) << stated << deflated;
+            }
+        }
+    }
 }
 
 void TestImages::aLyingSizeIsNotTrusted()

@@ -175,9 +175,10 @@ long peakMemory()
 
 bool wasStarted(const ScriptedUsb &bus)
 {
-    for (const ScriptedTransfer &transfer : bus.transfers())
+    for (const ScriptedTransfer &transfer : bus.transfers()) {
         if (transfer.request == 0xA0 && !transfer.isIn() && transfer.length == 0)
             return true;
+    }
     return false;
 }
 

@@ -260,7 +260,7 @@ void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText_data()
         {-9, "LIBUSB_ERROR_PIPE", "Pipe error"},
         {-99, "LIBUSB_ERROR_OTHER", "Other error"},
     };
-    for (const Row &row : rows)
+    for (const Row &row : rows) {
         for (const Code &code : codes) {
             const QString part = row.kind == Row::Name       ? QString(code.name)
                                  : row.kind == Row::Sentence ? QString(code.sentence)
@@ -268,6 +268,7 @@ void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText_data()
             QTest::addRow("%s, %s", row.title, code.name)
                 << row.number << code.code << QString(row.text).arg(part) << row.progress;
         }
+    }
 }
 
 void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText()
