@@ -34,6 +34,9 @@ class Simulation:
 
     def __init__(self, build, scene, environment, start_in, log):
         self.simulator = build / "capso-sim"
+        for program in (self.simulator, build / "capso-config"):
+            if not program.exists():
+                raise DemoError(f"{program} is not built")
         # The control socket is in there, and the path of a socket has to be short: not below the build folder.
         self.folder = tempfile.TemporaryDirectory(prefix="capso-demo-")
         self.directory = pathlib.Path(self.folder.name)
