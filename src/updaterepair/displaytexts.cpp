@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QTextDocument>
 
 #include <cstddef>
 
@@ -59,4 +60,9 @@ QString inputStatusText(const InputStatusInfo &status)
              status.interlaced != 0 ? QStringLiteral("i") : QStringLiteral("p"),
              QStringLiteral("%1").arg(framesPerSecond, 0, 'g', 2),
              recordText(status, offsetof(InputStatusInfo, infoText)));
+}
+
+QString literalMessage(const QString &text)
+{
+    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
 }

@@ -16,3 +16,8 @@ QString deviceRowText(const DeviceDescription &desc);
 // The status line for a status record that was received, e.g. "HDMI 1920x1080p@60, RGB", or that
 // there is no signal. The frame rate keeps two significant digits.
 QString inputStatusText(const InputStatusInfo &status);
+
+// A message as a message box shows it to the letter. Most messages come back unchanged; one that a
+// box would take for rich text, since a package names its product "<b>x</b>", is written so that
+// its mark-up is read and not obeyed.
+QString literalMessage(const QString &text);

@@ -144,7 +144,7 @@ void UpdateRepair::onUpdateError(const QString &text)
     }
     ui->labelDoNotInterrupt->setText(tr("Do not disconnect. Retry. Call Support."));
     updateError = true;
-    QMessageBox::critical(this, tr("Update Error"), text);
+    QMessageBox::critical(this, tr("Update Error"), literalMessage(text));
 }
 
 // The device may have come back under another name or address, so the list is read anew. The

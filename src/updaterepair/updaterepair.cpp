@@ -30,12 +30,22 @@ UpdateRepair::UpdateRepair(QWidget *parent)
     connectFrontObjects();
     inputStatusTimer.setInterval(s_statusPollInterval);
     inputStatusTimer.start();
+    connect(userModeAction, &ConfigDeviceBase::getRequestComplete, this,
+            &UpdateRepair::onGetUserModeComplete);
+    connect(userModeAction, &ConfigDeviceBase::setRequestComplete, this,
+            &UpdateRepair::onSetUserModeComplete);
+    connect(userModeAction, &ConfigDeviceBase::error, this, &UpdateRepair::onUserModeError);
+    connect(ui->devicesList, &QListWidget::currentRowChanged, this,
+            &UpdateRepair::selectCurrentRow);
     ui->updateProgress->hide();
     tryEnableDeviceControls();
     scanDevices();
 }
 
-UpdateRepair::~UpdateRepair() = default;
+UpdateRepair::~UpdateRepair()
+{
+    ui.reset();
+}
 
 void UpdateRepair::connectFrontObjects()
 {
@@ -54,11 +64,6 @@ void UpdateRepair::connectFrontObjects()
     connect(inputStatusAction, &ConfigDeviceBase::getRequestComplete, this,
             &UpdateRepair::onGetDeviceInputStatusComplete);
     connect(&inputStatusTimer, &QTimer::timeout, this, &UpdateRepair::onInputStatusTimer);
-    connect(userModeAction, &ConfigDeviceBase::getRequestComplete, this,
-            &UpdateRepair::onGetUserModeComplete);
-    connect(userModeAction, &ConfigDeviceBase::setRequestComplete, this,
-            &UpdateRepair::onSetUserModeComplete);
-    connect(userModeAction, &ConfigDeviceBase::error, this, &UpdateRepair::onUserModeError);
 }
 
 // ---- enabling
@@ -86,6 +91,16 @@ void UpdateRepair::resetDeviceControls()
 }
 
 // ---- the selected device
+
+// A list that gets the focus by the keyboard makes its first row current without selecting it.
+// Every request goes to the current row, so that row must be the one that the user sees
+// highlighted.
+void UpdateRepair::selectCurrentRow(int row)
+{
+    if (row >= 0 && ui->devicesList->selectedItems().isEmpty()) {
+        ui->devicesList->setCurrentRow(row, QItemSelectionModel::Select);
+    }
+}
 
 bool UpdateRepair::getCurrentDeviceDescription(DeviceDescription &desc)
 {
@@ -161,7 +176,8 @@ void UpdateRepair::sendPending()
     // A scan opens every device, so it could not probe the one that a configuration request holds
     // and would leave it out of the list.
     if (!configRequestRunning) {
-        for (; pendingScans > 0; --pendingScans) {
+        while (pendingScans > 0) {
+            --pendingScans;
             emit scanner->scan();
         }
     }

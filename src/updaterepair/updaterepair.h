@@ -57,12 +57,12 @@ private slots:
     void onUpdateProgress(int progress);
     void onUpdateComplete();
     void onUpdateError(const QString &text);
-    void onGetDeviceFlagsComplete(uint8_t request, QSharedPointer<uint8_t> record, uint16_t size);
+    void onGetDeviceFlagsComplete(uint8_t request, QSharedPointer<uint8_t> data, uint16_t size);
     void onSetDeviceFlagsComplete(uint8_t request);
     void onDeviceFlagsError(uint8_t request, const QString &text);
-    void onGetDeviceInputStatusComplete(uint8_t request, QSharedPointer<uint8_t> record,
+    void onGetDeviceInputStatusComplete(uint8_t request, QSharedPointer<uint8_t> data,
                                         uint16_t size);
-    void onGetUserModeComplete(uint8_t request, QSharedPointer<uint8_t> record, uint16_t size);
+    void onGetUserModeComplete(uint8_t request, QSharedPointer<uint8_t> data, uint16_t size);
     void onSetUserModeComplete(uint8_t request);
     void onUserModeError(uint8_t request, const QString &text);
     void onInputStatusTimer();
@@ -95,6 +95,7 @@ private:
     void userModeStore(uint16_t index);
 
     void connectFrontObjects();
+    void selectCurrentRow(int row);
 
     // updaterepair.cpp: whose turn it is
     void unlockWhenNothingRuns();

@@ -28,6 +28,7 @@ private slots:
     void rowsOfAnOvertakenScanAreDropped();
     void completionWithNothingRunningUnlocks();
     void selectionHidesTheProgressOfAnEarlierUpdate();
+    void currentRowIsAlwaysTheHighlightedOne();
 };
 
 void TestDeviceList::withoutDevicesTheTabsStayDisabled()
@@ -64,6 +65,16 @@ void TestDeviceList::rowShowsAndHoldsItsRecord()
     QCOMPARE(held.deviceAddress, quint16(7));
     QCOMPARE(held.portNumber, quint8(2));
     QCOMPARE(held.mode, quint32(1));
+}
+
+// A list that the keyboard focus reaches makes its first row current and selects nothing.
+void TestDeviceList::currentRowIsAlwaysTheHighlightedOne()
+{
+    DialogDriver driver;
+    driver.listDevices({"A", "B"});
+    driver.list()->setCurrentRow(1, QItemSelectionModel::NoUpdate);
+    QCOMPARE(driver.list()->selectedItems(), QList<QListWidgetItem *>{driver.list()->item(1)});
+    QVERIFY(driver.tabs()->isEnabled());
 }
 
 void TestDeviceList::rowsKeepTheirOrderAndDuplicates()

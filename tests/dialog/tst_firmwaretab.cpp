@@ -13,6 +13,7 @@
 #include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextDocument>
 #include <QTimer>
 
 namespace {
@@ -56,6 +57,7 @@ private slots:
     void completedUpdateUnlocksAndScans();
     void rescanAfterAnUpdateKeepsItsResultUntilTheNextOne();
     void failedUpdateSaysSoAndStaysLockedUntilItEnds();
+    void markUpInAnErrorIsShownAsItIs();
     void failureBeforeAnyProgressIsReadable();
     void failureAtSomeProgressKeepsTheValue();
     void updateMayEndWhileItsErrorIsShown();
@@ -274,6 +276,17 @@ void TestFirmwareTab::failedUpdateSaysSoAndStaysLockedUntilItEnds()
     QVERIFY(!driver.label->isHidden());
     QCOMPARE(driver.label->text(), QString("Do not disconnect. Retry. Call Support."));
     QCOMPARE(driver.takeAsked(), QStringList{"scan"});
+}
+
+// A package may call its product anything, and the message quotes it.
+void TestFirmwareTab::markUpInAnErrorIsShownAsItIs()
+{
+    ReadyDriver driver;
+    driver.click("updateButton");
+    emit driver.updateTask->error("Unsupported product: '<b>velk3</b>'");
+    QTextDocument shown;
+    shown.setHtml(driver.boxes.shown.at(0).text);
+    QCOMPARE(shown.toPlainText(), QString("Unsupported product: '<b>velk3</b>'"));
 }
 
 void TestFirmwareTab::failureBeforeAnyProgressIsReadable()

@@ -23,7 +23,10 @@ RULES = {
     "updatetask": {"rooms": {"updatetask", "usb", "zip"}, "never": [r"zip\.h", QT_WIDGETS]},
     "updaterepair": {
         "rooms": {"updaterepair", "devicescanner", "updatetask", "configdevicetask", "usb"},
-        "never": [r"zip\.h", r"libusb\.h", r"zlib\.h"],
+        "never": [
+            r"zip\.h", r"libusb\.h", r"zlib\.h",
+            r"usbaccess\.h", r"driverinstall(er)?\.h", r"proberesult\.h",
+        ],
     },
     "main.cpp": {"rooms": {"usb", "updaterepair"}, "never": [r"zip\.h", r"zlib\.h"]},
     "simulator": {"rooms": {"simulator"}, "never": [r"Q[A-Z].*", r"libusb\.h"]},
