@@ -58,7 +58,6 @@ SimRun::SimRun(const QByteArray &scene, const QStringList &operations) : folder(
 
 void SimRun::start()
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("CAPSO_SIM_DIR", folder.filePath("out"));
     environment.insert("LC_ALL", "C.UTF-8");
     // The simulator's preload comes before the sanitizer's, and the sanitizer is told not to mind.

@@ -20,6 +20,12 @@ public:
     // The scene's text; its transcript is always a full one.
     SimRun(const QByteArray &scene, const QStringList &operations);
 
+    // A variable for the simulator and the driver; call it before start().
+    void setEnvironment(const QString &name, const QString &value)
+    {
+        environment.insert(name, value);
+    }
+
     void start();
     // Waits until the run has ended. False, with the reason in failure(), when it did not end in
     // time or when the simulator was not content with it (its exit code is not 0).
@@ -58,6 +64,7 @@ private:
 
     QTemporaryDir folder;
     QStringList words;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     QProcess process;
     QVector<QJsonObject> events;
     QByteArray errorOutput;
