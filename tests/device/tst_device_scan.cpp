@@ -273,9 +273,10 @@ void TestScan::failingDeviceBesideAGoodOneGetsNoSecondPass()
 
 void TestScan::pingAnsweredWithNothingIsAnAnswer()
 {
-    SimRun run(sceneOf(velk3) + "fault g FX3_STATUS short 0\n", {"scan"});
+    SimRun run(sceneOf(velk3) + "fault g FX3_STATUS every short 0\n", {"scan"});
     RUN(run);
     COMPARE_LINES(run.signalsOf(1), QStringList({"device S1", "complete"}));
+    QCOMPARE(run.transcript().work("g").count("open"), 1);
 }
 
 void TestScan::busyDeviceIsAliveAllTheSame()
