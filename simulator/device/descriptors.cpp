@@ -64,13 +64,12 @@ Bytes languageDescriptor()
 
 Bytes stringDescriptor(const std::string &text)
 {
-    Bytes units;
+    Bytes bytes = {0, s_stringType}; // its size follows
     for (size_t at = 0; at < text.size();)
-        appendUtf16(units, nextCodePoint(text, at));
-    if (units.size() > s_longestString * 2)
-        units.resize(s_longestString * 2);
-    Bytes bytes = {static_cast<uint8_t>(units.size() + 2), s_stringType};
-    bytes.insert(bytes.end(), units.begin(), units.end());
+        appendUtf16(bytes, nextCodePoint(text, at));
+    if (bytes.size() > 2 + s_longestString * 2)
+        bytes.resize(2 + s_longestString * 2);
+    bytes[0] = static_cast<uint8_t>(bytes.size());
     return bytes;
 }
 
