@@ -10,7 +10,7 @@
 namespace {
 
 // The text of the largest EDID that fits into one request has some 300 KiB.
-constexpr std::size_t LongestText = 16 * 1024 * 1024;
+constexpr std::size_t LongestText = std::size_t{16} * 1024 * 1024;
 
 // The text of the entry as far as it can be read, or a little more than LongestText of it. A NUL
 // byte cuts the piece in which it stands short.

@@ -39,7 +39,7 @@ bool UpdateTask::Worker::readProductKey(Zip &zip)
     constexpr int pieceSize = 15;
     // Far beyond any product's. A small package can unpack to gigabytes, and nobody needs to see
     // them.
-    constexpr std::size_t longestKey = 64 * 1024;
+    constexpr std::size_t longestKey = std::size_t{64} * 1024;
     std::string key;
     for (bool last = false; !last && key.size() < longestKey;) {
         char piece[pieceSize + 1] = {};
