@@ -36,17 +36,17 @@ Scene loadScene(const std::string &name)
 {
     if (name == "-")
         return parseScene(readAll(std::cin), "standard input", {});
-    const size_t slash = name.rfind('/');
-    if (isReadableFile(name)) {
-        std::ifstream file(name);
-        const std::string directory = slash == std::string::npos ? "." : name.substr(0, slash + 1);
-        return parseScene(readAll(file), name.substr(slash == std::string::npos ? 0 : slash + 1),
-                          directory);
-    }
-    const char *text = builtinScene(name.c_str());
-    if (!text)
+    // Built-in names win, so that they mean the same everywhere; a file of such a name is given as
+    // ./NAME.
+    if (const char *text = builtinScene(name.c_str()))
+        return parseScene(text, name + ".scene", {});
+    if (!isReadableFile(name))
         throw SceneError("no scene '" + name + "'");
-    return parseScene(text, name + ".scene", {});
+    std::ifstream file(name);
+    const size_t slash = name.rfind('/');
+    const bool hasFolder = slash != std::string::npos;
+    return parseScene(readAll(file), hasFolder ? name.substr(slash + 1) : name,
+                      hasFolder ? name.substr(0, slash + 1) : ".");
 }
 
 } // namespace sim

@@ -37,12 +37,12 @@ void SimRun::run(const QByteArray &scene, const QStringList &arguments, const QS
     code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     output = QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
     errorText = QString::fromUtf8(process.readAllStandardError());
-    readTranscript();
+    readTranscript(simDirectory);
 }
 
-void SimRun::readTranscript()
+void SimRun::readTranscript(const QString &simDirectory)
 {
-    const QByteArray text = contentOf(directory.filePath("transcript.jsonl"));
+    const QByteArray text = contentOf(simDirectory + "/transcript.jsonl");
     for (const QByteArray &line : text.split('\n')) {
         if (line.isEmpty())
             continue;

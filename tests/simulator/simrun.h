@@ -28,7 +28,7 @@ public:
 
 private:
     void run(const QByteArray &scene, const QStringList &arguments, const QString &simDirectory);
-    void readTranscript();
+    void readTranscript(const QString &simDirectory);
 
     QTemporaryDir directory;
     int code = -1;

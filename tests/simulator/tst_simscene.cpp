@@ -27,6 +27,7 @@ private slots:
     void missingFileIsNamed();
     void fileThatIsNoBootImageIsNamed();
     void unknownSceneIsNamed();
+    void builtinSceneWinsOverAFileOfItsName();
     void everyBuiltinSceneIsGood();
 };
 
@@ -315,6 +316,22 @@ void TestSimScene::unknownSceneIsNamed()
     } catch (const SceneError &error) {
         QCOMPARE(error.what(), "no scene 'no-such-scene'");
     }
+}
+
+void TestSimScene::builtinSceneWinsOverAFileOfItsName()
+{
+    QTemporaryDir directory;
+    QFile file(directory.filePath("none"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("device v\nproduct velk3\n");
+    file.close();
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(directory.path()));
+    const size_t builtin = loadScene("none").devices.size();
+    const size_t own = loadScene("./none").devices.size();
+    QDir::setCurrent(before);
+    QCOMPARE(builtin, size_t(0));
+    QCOMPARE(own, size_t(1));
 }
 
 void TestSimScene::everyBuiltinSceneIsGood()

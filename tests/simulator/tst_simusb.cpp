@@ -322,9 +322,12 @@ void TestSimUsb::nthFaultStrikesOnce()
 
 void TestSimUsb::everyFaultStrikesAlways()
 {
-    const SimRun run(velk3With("fault v FX3_STATUS every protocol\nfault v claim every busy"),
-                     {"open e5c1:3601", "claim 0", "claim 0"});
-    QCOMPARE(run.lines(), QStringList({"0", "BUSY", "BUSY"}));
+    const SimRun claims(velk3With("fault v claim every busy"),
+                        {"open e5c1:3601", "claim 0", "claim 0"});
+    QCOMPARE(claims.lines(), QStringList({"0", "BUSY", "BUSY"}));
+    const SimRun pings(velk3With("fault v FX3_STATUS every protocol"),
+                       s_openAndClaim + QStringList{"in 0xc8 0 0 1", "in 0xc8 0 0 1"});
+    QCOMPARE(pings.lines().mid(2), QStringList({"IO", "IO"}));
 }
 
 void TestSimUsb::transferFaultCountsStandardRequestsToo()
@@ -501,6 +504,8 @@ void TestSimUsb::killedProgramLeavesTheDeviceUsable()
                      directory.path());
     QCOMPARE(run.lines(), QStringList({"0", "0", "0", "0", "0", "1 01"}));
     QCOMPARE(run.exitCode(), 0);
+    QCOMPARE(run.transcript().at(3)["transfer"].toInt(), 1);
+    QCOMPARE(run.transcript().at(3)["status"].toString(), QString("abandoned"));
 }
 
 void TestSimUsb::powerCyclesAndTrafficMix()
