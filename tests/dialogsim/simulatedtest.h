@@ -24,15 +24,20 @@ constexpr char s_noUsbBus[] = "no USB bus";
 #define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, s_patienceMs)
 #define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, s_patienceMs)
 
-// Notes a function's scene; for SCENE.
+// Notes a function's scene; for the macros.
 class SceneOf
 {
 public:
-    SceneOf(const char *function, const char *scene);
+    SceneOf(const char *function, const char *scene, bool refusesClaims = false);
 };
 
 #define SCENE(Class, function, scene)                                                              \
     static const SceneOf s_sceneOf_##function(#function, scene);                                   \
+    void Class::function()
+
+// For a function that makes claims fail. The program leaves the file open then, on purpose.
+#define SCENE_REFUSING_CLAIMS(Class, function, scene)                                              \
+    static const SceneOf s_sceneOf_##function(#function, scene, true);                             \
     void Class::function()
 
 // After each test function, when the dialog is gone, it looks at how the devices were used: nobody
@@ -42,17 +47,8 @@ class SimulatedTest : public QObject
 {
     Q_OBJECT
 
-protected:
-    // A claim that fails leaves its file open on purpose. To be called by tests that make claims
-    // fail.
-    void expectRefusedClaims() { refusedClaimsExpected = true; }
-
 private slots:
-    void init() { refusedClaimsExpected = false; }
     void cleanup();
-
-private:
-    bool refusedClaimsExpected = false;
 };
 
 // The test program's main(): runs each named function (all, if none is) on its scene. `run` is

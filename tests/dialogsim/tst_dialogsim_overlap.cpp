@@ -282,7 +282,7 @@ SCENE(TestSimOverlap, settingsAskedForDuringAPoll, s_twoDevices)
 {
     SimulatedDialog user;
     user.select("A");
-    simulation::control("fault a INPUT_STATUS delay 800");
+    simulation::control("fault a INPUT_STATUS every delay 800");
     QVERIFY(user.waitForPollUnderWay("a"));
     const int before = simulation::mark();
     user.clickTab(1);
@@ -300,7 +300,7 @@ SCENE(TestSimOverlap, applyDuringAPoll, s_twoDevices)
     user.select("A");
     QVERIFY(user.openTab(1));
     user.click("audioSelectorCheckBox");
-    simulation::control("fault a INPUT_STATUS delay 800");
+    simulation::control("fault a INPUT_STATUS every delay 800");
     QVERIFY(user.waitForPollUnderWay("a"));
     const int before = simulation::mark();
     user.click("updateSettingsButton");
@@ -317,7 +317,7 @@ SCENE(TestSimOverlap, userModesAskedForDuringAPoll, s_twoDevices)
 {
     SimulatedDialog user;
     user.select("A");
-    simulation::control("fault a INPUT_STATUS delay 800");
+    simulation::control("fault a INPUT_STATUS every delay 800");
     QVERIFY(user.waitForPollUnderWay("a"));
     const int before = simulation::mark();
     user.clickTab(2);
@@ -332,7 +332,7 @@ SCENE(TestSimOverlap, rescanDuringAPollDoesNotShowItsAnswer, s_twoDevices)
 {
     SimulatedDialog user;
     user.select("A");
-    simulation::control("fault a INPUT_STATUS delay 800");
+    simulation::control("fault a INPUT_STATUS every delay 800");
     QVERIFY(user.waitForPollUnderWay("a"));
     const int before = simulation::mark();
     user.click("rescanDevicesButton");
@@ -362,7 +362,7 @@ SCENE(TestSimOverlap, updateDuringAPollWaitsForIt, s_twoDevices)
     SimulatedDialog user;
     user.select("A");
     user.typePackage(simulation::packageFile("velk3"));
-    simulation::control("fault a INPUT_STATUS delay 800");
+    simulation::control("fault a INPUT_STATUS every delay 800");
     QVERIFY(user.waitForPollUnderWay("a"));
     const int before = simulation::mark();
     user.click("updateButton");

@@ -284,9 +284,8 @@ SCENE(TestSimSettings, readFromADeviceThatCannotBeOpened, s_scene)
     failRead({"set v access denied"}, s_noAccess, {});
 }
 
-SCENE(TestSimSettings, readFromADeviceThatIsBusy, s_scene)
+SCENE_REFUSING_CLAIMS(TestSimSettings, readFromADeviceThatIsBusy, s_scene)
 {
-    expectRefusedClaims();
     failRead({"fault v claim busy"}, s_noAccess, {});
 }
 
@@ -333,9 +332,8 @@ SCENE(TestSimSettings, writeToADeviceThatCannotBeOpened, s_scene)
     failWrite({"set v access denied"}, s_noAccess, {});
 }
 
-SCENE(TestSimSettings, writeToADeviceThatIsBusy, s_scene)
+SCENE_REFUSING_CLAIMS(TestSimSettings, writeToADeviceThatIsBusy, s_scene)
 {
-    expectRefusedClaims();
     failWrite({"fault v claim busy"}, s_noAccess, {});
 }
 

@@ -168,14 +168,13 @@ SCENE(TestSimStatus, pollOfADeviceThatCannotBeOpenedIsNotSupported, s_scene)
 }
 
 // It comes back with the next poll.
-SCENE(TestSimStatus, pollOfABusyDeviceIsNotSupported, R"(
+SCENE_REFUSING_CLAIMS(TestSimStatus, pollOfABusyDeviceIsNotSupported, R"(
 device v
     product velk3
     input 1920x1080p 60000 "HDMI" "RGB"
 fault v claim nth 2 busy
 )")
 {
-    expectRefusedClaims();
     SimulatedDialog user;
     user.clickRow(0);
     EVENTUALLY_EQUAL(user.statusLine(), QString("request not supported"));

@@ -342,9 +342,8 @@ SCENE(TestSimUpdate, deviceThatCannotBeOpened, s_velk3)
          {"Cannot Access Device. Administrative privilegies may be required"}, {1, 2}, {});
 }
 
-SCENE(TestSimUpdate, deviceThatIsBusy, s_velk3)
+SCENE_REFUSING_CLAIMS(TestSimUpdate, deviceThatIsBusy, s_velk3)
 {
-    expectRefusedClaims();
     fail("fault v claim busy", "velk3",
          {"Cannot Access Device. Administrative privilegies may be required"}, {1, 2},
          {s_velk3Row});

@@ -247,9 +247,8 @@ SCENE(TestSimUserModes, readFromADeviceThatCannotBeOpened, s_scene)
     failRead({"set v access denied"}, {}, s_asInTheScene);
 }
 
-SCENE(TestSimUserModes, readFromADeviceThatIsBusy, s_scene)
+SCENE_REFUSING_CLAIMS(TestSimUserModes, readFromADeviceThatIsBusy, s_scene)
 {
-    expectRefusedClaims();
     failRead({"fault v claim nth 2 busy"}, {"< USER_MODE 0100010001"},
              "1x1 off, 1920x1080 off, 640x480 on");
 }
@@ -376,9 +375,8 @@ SCENE(TestSimUserModes, writeToADeviceThatCannotBeOpened, s_scene)
     failWrite({"set v access denied"}, s_noAccess, {}, 0);
 }
 
-SCENE(TestSimUserModes, writeToADeviceThatIsBusy, s_scene)
+SCENE_REFUSING_CLAIMS(TestSimUserModes, writeToADeviceThatIsBusy, s_scene)
 {
-    expectRefusedClaims();
     failWrite({"fault v claim nth 2 busy"}, s_noAccess, {"> USER_MODE 0100010000"}, 1);
 }
 
