@@ -3,11 +3,15 @@ string(REPLACE "|" ";" wrapper "${WRAPPER}")
 string(REPLACE "|" ";" environment "${ENVIRONMENT}")
 string(REPLACE "|" ";" labels "${LABELS}")
 
+# After its answer the program exits without destructors, so the temporary folders that a test object holds would stay.
+set(temporary "${OUTPUT}.tmp")
+file(MAKE_DIRECTORY "${temporary}")
 execute_process(
-    COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen "${PROGRAM}" -functions
+    COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen "TMPDIR=${temporary}" "${PROGRAM}" -functions
     OUTPUT_VARIABLE functions
     RESULT_VARIABLE result
     OUTPUT_STRIP_TRAILING_WHITESPACE)
+file(REMOVE_RECURSE "${temporary}")
 if(NOT result EQUAL 0)
     message(FATAL_ERROR "${NAME}: cannot list its test functions (${result})")
 endif()
