@@ -15,7 +15,13 @@ function(capso_qt_test name)
 
     set(list_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_functions.cmake)
     string(REPLACE ";" "|" wrapper "${TEST_WRAPPER}")
-    string(REPLACE ";" "|" environment "QT_QPA_PLATFORM=offscreen;${TEST_ENVIRONMENT}")
+    set(environment QT_QPA_PLATFORM=offscreen ${TEST_ENVIRONMENT})
+    if(CAPSO_SANITIZE MATCHES "thread")
+        # Why: see the file.
+        list(APPEND environment
+            "TSAN_OPTIONS=ignore_noninstrumented_modules=1 suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
+    endif()
+    string(REPLACE ";" "|" environment "${environment}")
     string(REPLACE ";" "|" labels "${TEST_LABELS}")
     add_custom_command(TARGET ${name} POST_BUILD
         COMMAND ${CMAKE_COMMAND}
