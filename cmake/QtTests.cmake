@@ -4,6 +4,14 @@
 # Builds a Qt Test program and registers each of its test functions as a ctest test of its own, called
 # NAME.FUNCTION. An update pauses for seconds because the device needs them; with a process for each
 # function, many of them wait at the same time. WRAPPER is put in front of the program.
+# CAPSO_SANITIZER_ENVIRONMENT is what every other test of the program needs in its environment too.
+set(CAPSO_SANITIZER_ENVIRONMENT "")
+if(CAPSO_SANITIZE MATCHES "thread")
+    # Why: see the file.
+    set(CAPSO_SANITIZER_ENVIRONMENT
+        "TSAN_OPTIONS=ignore_noninstrumented_modules=1 suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
+endif()
+
 function(capso_qt_test name)
     cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
     if(NOT TEST_TIMEOUT)
@@ -15,12 +23,7 @@ function(capso_qt_test name)
 
     set(list_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_functions.cmake)
     string(REPLACE ";" "|" wrapper "${TEST_WRAPPER}")
-    set(environment QT_QPA_PLATFORM=offscreen ${TEST_ENVIRONMENT})
-    if(CAPSO_SANITIZE MATCHES "thread")
-        # Why: see the file.
-        list(APPEND environment
-            "TSAN_OPTIONS=ignore_noninstrumented_modules=1 suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
-    endif()
+    set(environment QT_QPA_PLATFORM=offscreen ${CAPSO_SANITIZER_ENVIRONMENT} ${TEST_ENVIRONMENT})
     string(REPLACE ";" "|" environment "${environment}")
     string(REPLACE ";" "|" labels "${TEST_LABELS}")
     add_custom_command(TARGET ${name} POST_BUILD

@@ -31,7 +31,7 @@ Q_COREAPP_STARTUP_FUNCTION(startWhenRunning)
 static void quitWhenScanning(const QString &call)
 {
     if (call == QLatin1String("get_device_list")) {
-        QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(qApp, "quit", Qt::QueuedConnection);
     }
 }
 
