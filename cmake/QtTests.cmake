@@ -10,6 +10,9 @@ if(CAPSO_SANITIZE MATCHES "thread")
     # Why: see the file.
     set(CAPSO_SANITIZER_ENVIRONMENT
         "TSAN_OPTIONS=ignore_noninstrumented_modules=1 suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
+elseif(CAPSO_SANITIZE MATCHES "address")
+    set(CAPSO_SANITIZER_ENVIRONMENT
+        "ASAN_OPTIONS=fast_unwind_on_malloc=0:verify_asan_link_order=0" "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0")
 endif()
 
 function(capso_qt_test name)
