@@ -54,8 +54,8 @@ int UpdateTask::Worker::flashEdid(int progressFrom, int progressTo, const std::s
         emit error(tr("EDID data has incorrect checksum"));
         return -1;
     }
-    if (edid.bytes
-            .empty()) { // a good EDID has a block at least, so this is for a parser that changes
+    // A good EDID has a block at least, so this is for a parser that changes.
+    if (edid.bytes.empty()) {
         emit error(tr("EDID data is empty"));
         return -1;
     }

@@ -499,6 +499,9 @@ void TestImages::badEdidIsReportedBeforeAnyRequest_data()
                                 << "Unexpected lines count: 9, should be dividable by 8\n";
     QTest::newRow("no bar") << QByteArray("1\n2\n3\nx\n") << "EDID data has incorrect format"
                             << "Error: vertical delimiter (|) not found, line: 1\n";
+    QTest::newRow("good lines without end")
+        << "1\n2\n3\n" + line.repeated(8 * 60000) << "EDID data has incorrect format"
+        << "";
     QTest::newRow("checksum") << "1\n2\n3\n" + line.repeated(7) +
                                      "0 | 40 0 0 0 0 0 0 0 0 0 0 0 0 0 0 30\n"
                               << "EDID data has incorrect checksum"

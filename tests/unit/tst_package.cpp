@@ -18,6 +18,7 @@ private slots:
     void theFirstLineIsTheProduct();
     void anUnsupportedKeyIsShownAsItIs_data();
     void anUnsupportedKeyIsShownAsItIs();
+    void aKeyWithoutEndIsReadUpToABound();
     void aPackageWithoutProductInfoIsALegacyOne();
     void anEncryptedProductInfoIsRefused();
     void aDamagedProductInfoIsRefused_data();
@@ -167,6 +168,18 @@ void TestPackage::anUnsupportedKeyIsShownAsItIs()
     QFETCH(QString, key);
     QCOMPARE(runAbsent(velk3With({"product.info", info})),
              refused("Unsupported product: '" + key + "'"));
+}
+
+// A package of some kilobytes can unpack to gigabytes without a line feed.
+void TestPackage::aKeyWithoutEndIsReadUpToABound()
+{
+    constexpr int kib = 1024;
+    const PackageEntry info{"product.info", QByteArray(1024 * kib, 'k'), true};
+    const QStringList said = runAbsent(velk3With(info));
+    QCOMPARE(said.size(), 3);
+    QVERIFY(said.at(1).startsWith("error Unsupported product: 'kkkk"));
+    QVERIFY2(said.at(1).size() > 64 * kib, "keys of any sane length are shown whole");
+    QVERIFY2(said.at(1).size() < 65 * kib, qPrintable(QString::number(said.at(1).size())));
 }
 
 void TestPackage::aPackageWithoutProductInfoIsALegacyOne()
