@@ -81,6 +81,8 @@ private slots:
     void answerOfAnotherDeviceFillsNoBoxes();
     void rescanDuringARequestWaitsForIt();
     void rescanDuringAUserModeSequenceWaitsForItsEnd();
+    void scanThatEndsDuringARequestUnlocksNothing();
+    void scanThatEndsDuringAnUpdateUnlocksNothing();
 
     void scanWaitsForThePoll();
     void updateWaitsForThePoll();
@@ -256,6 +258,26 @@ void TestOverlap::rescanDuringAUserModeSequenceWaitsForItsEnd()
     QCOMPARE(driver.takeAsked(), QStringList{"scan"});
     emit driver.scanner->complete();
     QCOMPARE(driver.takeAsked(), QStringList());
+}
+
+void TestOverlap::scanThatEndsDuringARequestUnlocksNothing()
+{
+    ReadyDriver driver;
+    driver.openTab("tabSettings");
+    emit driver.scanner->complete();
+    QVERIFY(!driver.tabs()->isEnabled());
+    driver.answerFlags(0x00);
+    QVERIFY(driver.tabs()->isEnabled());
+}
+
+void TestOverlap::scanThatEndsDuringAnUpdateUnlocksNothing()
+{
+    ReadyDriver driver;
+    driver.click("updateButton");
+    QCOMPARE(driver.takeAsked(), QStringList{"start A x.fw"});
+    emit driver.scanner->complete();
+    // The whole dialog is disabled; this is about what it would open with.
+    QVERIFY(!driver.tabs()->isEnabledTo(&driver.dialog));
 }
 
 void TestOverlap::scanWaitsForThePoll()

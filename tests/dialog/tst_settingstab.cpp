@@ -80,6 +80,8 @@ private slots:
     void emptyAnswerUnlocksAndKeepsTheBoxes();
     void completionMayArriveWhileTheErrorIsShown();
     void selectionReadsTheNewDevice();
+    void rowWithoutARecordAsksForNoDevice();
+    void recordOfAnotherTypeIsConverted();
 };
 
 void TestSettingsTab::showingThePageReadsTheByte()
@@ -308,6 +310,30 @@ void TestSettingsTab::selectionReadsTheNewDevice()
     QCOMPARE(driver.takeAsked(), QStringList{"get 226 A size 1 index 0 value 0"});
     driver.answerRead(0x06);
     QCOMPARE(driver.boxStates(), QString("-xx-"));
+}
+
+// A request for a device that does not exist fails and says so; it must reach no other device.
+void TestSettingsTab::rowWithoutARecordAsksForNoDevice()
+{
+    DialogDriver driver;
+    driver.listDevices({"Grabber"});
+    driver.list()->addItem(QStringLiteral("Grabber"));
+    driver.selectRow(1);
+    driver.openTab("tabSettings");
+    QCOMPARE(driver.takeAsked(), QStringList{"get 226  size 1 index 0 value 0"});
+    QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
+}
+
+void TestSettingsTab::recordOfAnotherTypeIsConverted()
+{
+    QVERIFY((QMetaType::registerConverter<QString, DeviceDescription>(describedDevice)));
+    DialogDriver driver;
+    driver.listDevices({"Other"});
+    driver.list()->addItem(QStringLiteral("row"));
+    driver.list()->item(1)->setData(Qt::UserRole, QStringLiteral("Grabber"));
+    driver.selectRow(1);
+    driver.openTab("tabSettings");
+    QCOMPARE(driver.takeAsked(), QStringList{s_read});
 }
 
 QTEST_MAIN(TestSettingsTab)

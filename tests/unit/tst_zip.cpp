@@ -23,6 +23,7 @@ private slots:
     void closingForgetsThePathAndHappensOnce();
     void anArchiveCanBeOpenedAgainAfterClosing();
     void theDestructorClosesWhatIsOpen();
+    void archiveThatDoesNotCloseIsDiscarded();
     void entryIsClosedBeforeItsArchive();
 
     void whatIsNoArchiveDoesNotOpen_data();
@@ -166,6 +167,15 @@ void TestZip::theDestructorClosesWhatIsOpen()
         const Zip zip(path("missing").toStdString());
     }
     QVERIFY(zipcalls::log().filter("zip_close").isEmpty());
+}
+
+void TestZip::archiveThatDoesNotCloseIsDiscarded()
+{
+    Zip zip(archiveWith({{"a", s_text}}));
+    zipcalls::failClose();
+    QVERIFY(zip.close());
+    QVERIFY(!zip.isOpened());
+    QCOMPARE(zipcalls::log(), (QStringList{"zip_open flags 0", "zip_close", "zip_discard"}));
 }
 
 void TestZip::entryIsClosedBeforeItsArchive()

@@ -8,6 +8,7 @@ QStringList s_log;
 std::optional<quint64> s_failingStat;
 std::function<void(zip_stat_t &)> s_change;
 bool s_countFails = false;
+bool s_closeFails = false;
 
 } // namespace
 
@@ -17,6 +18,7 @@ void zipcalls::reset()
     s_failingStat.reset();
     s_change = nullptr;
     s_countFails = false;
+    s_closeFails = false;
 }
 
 QStringList zipcalls::log()
@@ -39,11 +41,17 @@ void zipcalls::failCount()
     s_countFails = true;
 }
 
+void zipcalls::failClose()
+{
+    s_closeFails = true;
+}
+
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
 zip_t *__real_zip_open(const char *path, int flags, int *error);
 int __real_zip_close(zip_t *archive);
+void __real_zip_discard(zip_t *archive);
 zip_int64_t __real_zip_get_num_entries(zip_t *archive, zip_flags_t flags);
 int __real_zip_stat(zip_t *archive, const char *name, zip_flags_t flags, zip_stat_t *stat);
 int __real_zip_stat_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags, zip_stat_t *stat);
@@ -61,7 +69,13 @@ zip_t *__wrap_zip_open(const char *path, int flags, int *error)
 int __wrap_zip_close(zip_t *archive)
 {
     s_log.append(QStringLiteral("zip_close"));
-    return __real_zip_close(archive);
+    return s_closeFails ? -1 : __real_zip_close(archive);
+}
+
+void __wrap_zip_discard(zip_t *archive)
+{
+    s_log.append(QStringLiteral("zip_discard"));
+    __real_zip_discard(archive);
 }
 
 zip_int64_t __wrap_zip_get_num_entries(zip_t *archive, zip_flags_t flags)

@@ -18,5 +18,7 @@ void failStat(quint64 index);
 void changeStat(std::function<void(zip_stat_t &)> change);
 // zip_get_num_entries gives -1.
 void failCount();
+// zip_close gives -1 and leaves the archive open, which is how it fails.
+void failClose();
 
 } // namespace zipcalls
