@@ -57,6 +57,9 @@ int run(int argc, char **argv)
     const LibusbContext context;
     QApplication application(argc, argv);
     qtcompat::use_high_dpi_pixmaps();
+    // The dialog draws nothing with OpenGL. Unless told so, Qt loads the system's OpenGL driver for
+    // the first window, which takes longer than all that the dialog itself does until it is seen.
+    QCoreApplication::setAttribute(Qt::AA_ForceRasterWidgets);
 
     qRegisterMetaType<DeviceDescription>("DeviceDescription");
     qtcompat::register_alias<unsigned char>("uint8_t");

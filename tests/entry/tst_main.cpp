@@ -47,6 +47,7 @@ private slots:
     void exceptionInTheEventLoopStillCleansUp_data();
     void exceptionInTheEventLoopStillCleansUp();
     void metaTypesAreKnownBeforeTheFirstScan();
+    void windowDoesWithoutOpenGl();
 
 private:
     int run(std::function<void()> whenRunning);
@@ -201,6 +202,18 @@ void TestMain::metaTypesAreKnownBeforeTheFirstScan()
 
     QVERIFY(description != QMetaType::UnknownType);
     QCOMPARE(byte, int(QMetaType::UChar));
+}
+
+void TestMain::windowDoesWithoutOpenGl()
+{
+    ScriptedUsb usb;
+    bool asked = false;
+    run([&asked] {
+        asked = QCoreApplication::testAttribute(Qt::AA_ForceRasterWidgets);
+        QCoreApplication::quit();
+    });
+
+    QVERIFY(asked);
 }
 
 // The program makes its own application object.
