@@ -5,6 +5,7 @@
 #include "ui_updaterepair.h"
 #include "updatetask.h"
 
+#include <QApplication>
 #include <QDebug>
 #include <QMessageBox>
 
@@ -23,9 +24,11 @@ UpdateRepair::UpdateRepair(QWidget *parent)
       userModeAction(new UserModeAction(configTask, this))
 {
     ui->setupUi(this);
-    // An icon has a variant for each density of screen; a form loads the plain picture only.
-    ui->QuorlinBanner->setPixmap(
-        QIcon(QStringLiteral(":/images/banner.png")).pixmap(ui->QuorlinBanner->sizeHint()));
+    if (qApp->devicePixelRatio() > 1) {
+        // An icon has a variant for each density of screen; a form loads the plain picture only.
+        ui->QuorlinBanner->setPixmap(
+            QIcon(QStringLiteral(":/images/banner.png")).pixmap(ui->QuorlinBanner->sizeHint()));
+    }
     ui->labelDoNotInterrupt->hide();
     connectFrontObjects();
     inputStatusTimer.setInterval(s_statusPollInterval);
