@@ -46,14 +46,15 @@ QString lineOf(const QJsonObject &event)
 
 } // namespace
 
-SimRun::SimRun(const QByteArray &scene, const QStringList &operations) : folder("/tmp/capso-XXXXXX")
+SimRun::SimRun(const QByteArray &scene, const QStringList &operations, const QString &program)
+    : folder("/tmp/capso-XXXXXX")
 {
     QFile file(folder.filePath("scene"));
     if (!file.open(QIODevice::WriteOnly)) {
         qFatal("cannot write %s", qPrintable(file.fileName()));
     }
     file.write("transcript full\n" + scene);
-    words = QStringList{file.fileName(), "--", CAPSO_DRIVER} + operations;
+    words = QStringList{file.fileName(), "--", program.isEmpty() ? CAPSO_DRIVER : program} + operations;
 }
 
 void SimRun::start()
@@ -115,6 +116,17 @@ QStringList SimRun::errorsOf(int operation) const
         }
     }
     return texts;
+}
+
+QVector<QJsonObject> SimRun::eventsOf(int operation, const QString &kind) const
+{
+    QVector<QJsonObject> found;
+    for (const QJsonObject &event : events) {
+        if (event["op"] == operation && (kind.isEmpty() || event["event"] == kind)) {
+            found.append(event);
+        }
+    }
+    return found;
 }
 
 QList<int> SimRun::progressOf(int operation) const

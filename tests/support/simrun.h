@@ -17,8 +17,9 @@
 class SimRun
 {
 public:
-    // The scene's text; its transcript is always a full one.
-    SimRun(const QByteArray &scene, const QStringList &operations);
+    // The scene's text; its transcript is always a full one. `program` is run instead of
+    // capso-driver; it prints its events in the same form.
+    SimRun(const QByteArray &scene, const QStringList &operations, const QString &program = {});
 
     // A variable for the simulator and the driver; call it before start().
     void setEnvironment(const QString &name, const QString &value)
@@ -44,6 +45,8 @@ public:
     // `operation` counts from 1 over all words of the command line; 0 means all operations.
     QStringList signalsOf(int operation) const;
     QStringList errorsOf(int operation) const;
+    // The events of one kind, or of all kinds, with all their fields.
+    QVector<QJsonObject> eventsOf(int operation, const QString &kind = {}) const;
     QList<int> progressOf(int operation) const;
     // The rows of a scan, with all fields of the records.
     QVector<QJsonObject> devicesOf(int operation) const;

@@ -1,0 +1,78 @@
+#include "matrix.h"
+
+#include "expectation.h"
+
+#include <QJsonArray>
+
+void forEachFault(const Script &script,
+                  const std::function<void(std::size_t at, const Step &step, Fault fault)> &add)
+{
+    for (std::size_t at = 0; at < script.steps.size(); ++at) {
+        for (const Fault fault : s_faults) {
+            if (applies(script.steps[at], fault)) {
+                add(at, script.steps[at], fault);
+            }
+        }
+    }
+}
+
+QString cellTitle(const Script &script, std::size_t at, Fault fault)
+{
+    return QString("%1 at %2 of %3: %4")
+        .arg(factsOf(fault).title)
+        .arg(at + 1)
+        .arg(script.steps.size())
+        .arg(script.steps[at].line.section(' ', 0, 4));
+}
+
+QString faultCommand(std::size_t at, const Step &step, Fault fault)
+{
+    return QString("fault g transfer nth %1 ").arg(at + 1) +
+           QString::fromLatin1(sceneWords(step, fault));
+}
+
+QJsonObject seenAfter(const SimRun &run, int operation)
+{
+    return run.eventsOf(operation, "seen").value(0);
+}
+
+QStringList listIn(const QJsonObject &seen, const char *field)
+{
+    QStringList texts;
+    for (const QJsonValue value : seen[QLatin1String(field)].toArray()) {
+        texts.append(value.toString());
+    }
+    return texts;
+}
+
+QStringList wireOf(const SimRun &run, const QVector<SimLine::Kind> &kinds)
+{
+    QStringList lines = run.transcript().texts("g", kinds);
+    for (const char *call : {"driver-attach", "driver-detach", "claim"}) {
+        lines.removeAll(QString(call) + " 0 no-device");
+    }
+    return lines;
+}
+
+QString compareLists(const QString &what, const QStringList &actual, const QStringList &expected)
+{
+    const QString difference = firstDifference(actual, expected);
+    return difference.isEmpty() ? QString() : what + ' ' + difference;
+}
+
+QString compareTexts(const QString &what, const QString &actual, const QString &expected)
+{
+    return actual == expected ? QString()
+                              : QString("%1 is '%2', expected '%3'").arg(what, actual, expected);
+}
+
+QString firstOf(const std::vector<std::function<QString()>> &checks)
+{
+    for (const auto &check : checks) {
+        const QString reason = check();
+        if (!reason.isEmpty()) {
+            return reason;
+        }
+    }
+    return {};
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "faults.h"
+#include "script.h"
+#include "simrun.h"
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+// One run of the program on simulated devices: an operation with at most one fault in it, and what
+// follows until the device is well again.
+struct Cell
+{
+    QString title;
+    QByteArray scene;
+    QStringList operations; // capso-clicker's
+    // What is wrong with the run; empty if nothing is.
+    std::function<QString(const SimRun &run)> check;
+    int request = -1; // the code of the transfer that is struck; -1 without a fault
+    std::optional<Fault> fault;
+};
+
+// All cells of one operation. The first one is without a fault.
+struct Operation
+{
+    QString group; // "scan", "update", "repair", "settings"
+    QString title;
+    std::vector<Cell> cells;
+};
+
+// The operations with their cells. Packages are written to that folder.
+std::vector<Operation> scanOperations();
+std::vector<Operation> updateOperations(const QString &packages);
+std::vector<Operation> settingsOperations();
+
+// ---- what the stories share
+
+// Calls `add` for every fault of every transfer; `at` counts from 0.
+void forEachFault(const Script &script,
+                  const std::function<void(std::size_t at, const Step &step, Fault fault)> &add);
+
+// "stall at 5 of 27: > c7 v0 i0 0"
+QString cellTitle(const Script &script, std::size_t at, Fault fault);
+
+// The command that makes a fault strike the next transfers' one at `at`.
+QString faultCommand(std::size_t at, const Step &step, Fault fault);
+
+// What stands in the event "seen" after an operation (from 1).
+QJsonObject seenAfter(const SimRun &run, int operation);
+QStringList listIn(const QJsonObject &seen, const char *field);
+
+// What the device "g" saw, less what depends on how soon libusb notices that a device is gone: it
+// then refuses some calls by itself.
+QStringList wireOf(const SimRun &run, const QVector<SimLine::Kind> &kinds);
+
+// Empty, or `what` and the first difference.
+QString compareLists(const QString &what, const QStringList &actual, const QStringList &expected);
+QString compareTexts(const QString &what, const QString &actual, const QString &expected);
+
+// The first reason that is not empty.
+QString firstOf(const std::vector<std::function<QString()>> &checks);

@@ -1,0 +1,548 @@
+// The settings, the user modes and the input status, with each of their transfers struck; then the
+// same program reads and writes the device when it is well.
+
+#include "expectation.h"
+#include "matrix.h"
+#include "wiremodel.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <memory>
+
+namespace {
+
+constexpr char s_scene[] = "flags 0x05\n"
+                           "user-mode 0 640x480 on\n"
+                           "user-mode 1 800x600 off\n"
+                           "user-mode 2 1024x768 on\n"
+                           "input 1920x1080p 60000 \"HDMI\" \"RGB\"";
+
+// What the dialog shows of that device.
+const QString s_flags = "1010"; // 0x05
+const QStringList s_modes{"640x480 on", "800x600 off", "1024x768 on"};
+const QString s_signal = "HDMI 1920x1080p@60, RGB";
+const QString s_wrongSignal = "VGA 1280x720i@25, YUV";
+
+// What it is changed to.
+const QString s_otherFlags = "0101"; // 0x12
+const QStringList s_otherModes{"1280x720 off", "320x240 on", "1920x1080 off"};
+
+QByteArray modeRecord(const QString &mode)
+{
+    const QStringList size = mode.section(' ', 0, 0).split('x');
+    QByteArray record;
+    for (const QString &side : size) {
+        record += char(side.toInt() & 0xFF);
+        record += char(side.toInt() >> 8);
+    }
+    return record + (mode.endsWith(" on") ? '\x00' : '\x01');
+}
+
+// 29 bytes: two texts, the rate in thousandths, the size, and whether it is interlaced.
+QByteArray statusRecord(const char *info, const char *name, quint32 rate, const char *rest)
+{
+    return QByteArray(info).leftJustified(12, '\0') + QByteArray(name).leftJustified(8, '\0') +
+           le32(rate) + QByteArray::fromHex(rest);
+}
+
+// ---- the transfers of the five operations
+
+void addRead(Script &script, Role role, int request, int index, const QByteArray &record)
+{
+    script.add(role, request,
+               QString("< %1 v0 i%2 %3 %4")
+                   .arg(request, 0, 16)
+                   .arg(index)
+                   .arg(record.size())
+                   .arg(showBytes(record)),
+               record, true);
+}
+
+void addWrite(Script &script, Role role, int request, int index, const QByteArray &record)
+{
+    script.add(role, request,
+               QString("> %1 v0 i%2 %3 %4")
+                   .arg(request, 0, 16)
+                   .arg(index)
+                   .arg(record.size())
+                   .arg(showBytes(record)),
+               record, false);
+}
+
+Script readFlags(int flags)
+{
+    Script script;
+    addRead(script, Role::ReadFlags, 0xE2, 0, QByteArray(1, char(flags)));
+    script.steps.back().wrong = QByteArray(1, '\x11');
+    return script;
+}
+
+Script writeFlags(int flags)
+{
+    Script script;
+    addWrite(script, Role::WriteFlags, 0xE3, 0, QByteArray(1, char(flags)));
+    return script;
+}
+
+Script readModes(const QStringList &modes)
+{
+    Script script;
+    for (int i = 0; i < modes.size(); ++i) {
+        addRead(script, Role::ReadMode, 0xB3, i, modeRecord(modes[i]));
+    }
+    return script;
+}
+
+Script writeModes(const QStringList &modes)
+{
+    Script script;
+    for (int i = 0; i < modes.size(); ++i) {
+        addWrite(script, Role::WriteMode, 0xB3, i, modeRecord(modes[i]));
+    }
+    return script;
+}
+
+Script readStatus()
+{
+    Script script;
+    addRead(script, Role::ReadStatus, 0xB2, 0, statusRecord("RGB", "HDMI", 60000, "8007380400"));
+    script.steps.back().wrong = statusRecord("YUV", "VGA", 25000, "0005d00201");
+    return script;
+}
+
+// Each request opens the device for itself.
+QStringList wireOf(const Script &script)
+{
+    QStringList wire;
+    for (const Step &step : script.steps) {
+        wire += WireModel().openForWork().line(step.line).giveBack().lines();
+    }
+    return wire;
+}
+
+// ---- what is expected
+
+struct SettingsExpectation
+{
+    QStringList wire;   // of the struck operation
+    QStringList errors; // signalled by the task
+    bool box = false;   // each error has a box
+    QString shown;      // by the widgets that the operation is about
+    bool modesPageUsable = true;
+    QString held; // what the device holds then; of a write only
+    bool gone = false;
+};
+
+using Operations = QList<QStringList>; // capso-clicker's, each with its words
+
+// One story: how its operations go, and what is seen where.
+struct Story
+{
+    const char *title;
+    Operations prepare;
+    QStringList operate; // the operation that is struck
+    Operations repeat;   // the same, with the device well and selected again
+    const char *field;   // of what is seen
+    Script script;       // of `operate`
+    QStringList wireBefore;
+    std::function<SettingsExpectation(std::size_t at, Fault fault)> expect;
+    SettingsExpectation well;
+    // What follows when the device is selected again, by what it holds then.
+    std::function<QStringList(const QString &held)> wireAfter;
+    QString shownAfter;
+    std::function<QString(const QJsonObject &state)> held; // null unless it writes
+};
+
+QString readError(int request, Fault fault)
+{
+    return QString("Error retreiving config device data: req=%1, status: %2")
+        .arg(request)
+        .arg(factsOf(fault).sentence);
+}
+
+// The same words for every write.
+QString writeError(Fault fault)
+{
+    return QString("Error setting device flags: %1").arg(factsOf(fault).sentence);
+}
+
+// The requests up to the one that is struck, and that one.
+QStringList wireUpTo(const Script &script, std::size_t at, Fault fault)
+{
+    QStringList wire;
+    for (std::size_t i = 0; i <= at; ++i) {
+        const Step &step = script.steps[i];
+        const bool gone = i == at && fault == Fault::Disconnect;
+        wire += WireModel().openForWork().lines();
+        wire += i == at ? struckLine(step, fault) : step.line;
+        wire += gone ? QStringList{"release 0 no-device", "close"} : WireModel().giveBack().lines();
+    }
+    return wire;
+}
+
+// What follows a transfer that went through, though not as it should.
+QStringList wireFrom(const Script &script, std::size_t at)
+{
+    Script rest;
+    rest.steps.assign(script.steps.begin() + long(at), script.steps.end());
+    return wireOf(rest);
+}
+
+// The boxes keep what they showed; a short answer leaves zeros.
+SettingsExpectation expectReadFlags(Fault fault)
+{
+    SettingsExpectation expected;
+    if (isError(fault)) {
+        expected.errors = QStringList{readError(226, fault)};
+        expected.box = true;
+        expected.shown = s_flags;
+    } else {
+        expected.shown = fault == Fault::Short ? "0000" : "1001";
+    }
+    return expected;
+}
+
+SettingsExpectation expectWriteFlags(Fault fault)
+{
+    SettingsExpectation expected;
+    if (isError(fault)) {
+        expected.errors = QStringList{writeError(fault)};
+        expected.box = true;
+    }
+    expected.shown = s_otherFlags; // as the user has set them
+    expected.held = "5";           // nothing has arrived
+    return expected;
+}
+
+// A failed read of a mode is told by the page: it cannot be used. The modes after it are not read.
+SettingsExpectation expectReadModes(std::size_t at, Fault fault)
+{
+    SettingsExpectation expected;
+    QStringList shown = s_modes;
+    for (std::size_t i = 0; i < at; ++i) {
+        shown[int(i)] = s_otherModes[int(i)];
+    }
+    if (isError(fault)) {
+        expected.errors = QStringList{readError(179, fault)};
+        expected.modesPageUsable = false;
+    } else {
+        for (int i = int(at); i < 3; ++i) {
+            shown[i] = s_otherModes[i];
+        }
+        // Two of five bytes are the width, and a mode that is not switched off is on. A wrong
+        // answer here is every bit the other way round.
+        const QString width = s_otherModes[int(at)].section('x', 0, 0);
+        const QStringList size = s_otherModes[int(at)].section(' ', 0, 0).split('x');
+        shown[int(at)] =
+            fault == Fault::Short
+                ? width + "x0 on"
+                : QString("%1x%2 off").arg(65535 - size[0].toInt()).arg(65535 - size[1].toInt());
+    }
+    expected.shown = shown.join(", ");
+    return expected;
+}
+
+// A failed write of a mode is told once, and the modes after it are not written. A mode of which
+// only a part arrives is not stored, and nobody is told.
+SettingsExpectation expectWriteModes(std::size_t at, Fault fault)
+{
+    SettingsExpectation expected;
+    QStringList held = s_otherModes;
+    held[int(at)] = s_modes[int(at)];
+    if (isError(fault)) {
+        expected.errors = QStringList{writeError(fault)};
+        expected.box = true;
+        for (int i = int(at); i < 3; ++i) {
+            held[i] = s_modes[i];
+        }
+    }
+    expected.shown = s_otherModes.join(", ");
+    expected.held = held.join(", ");
+    return expected;
+}
+
+// A poll fails without a box, since there is one every two seconds. Of 29 bytes, 14 are no signal.
+SettingsExpectation expectStatus(Fault fault)
+{
+    SettingsExpectation expected;
+    if (isError(fault)) {
+        expected.errors = QStringList{readError(178, fault)};
+    }
+    expected.shown = isError(fault)          ? "request not supported"
+                     : fault == Fault::Short ? "no signal"
+                                             : s_wrongSignal;
+    return expected;
+}
+
+SettingsExpectation expectStruck(const Story &story, std::size_t at, Fault fault)
+{
+    SettingsExpectation expected = story.expect(at, fault);
+    expected.gone = fault == Fault::Disconnect;
+    expected.wire = wireUpTo(story.script, at, fault);
+    if (!isError(fault)) {
+        expected.wire += wireFrom(story.script, at + 1);
+    }
+    return expected;
+}
+
+// ---- what is checked
+
+// Where the operations of a story stand, from 1.
+struct Places
+{
+    explicit Places(const Story &story) : struck(story.prepare.size() + 2), state(struck + 2)
+    {
+        // The device is brought back, found and selected.
+        last = state + 3 + story.repeat.size();
+    }
+    int struck;
+    int state;
+    int last;
+};
+
+QString checkStruck(const SimRun &run, const Story &story, const SettingsExpectation &expected)
+{
+    const QJsonObject seen = seenAfter(run, Places(story).struck);
+    QStringList boxes;
+    QStringList signalled;
+    for (const QJsonObject &error : run.eventsOf(Places(story).struck, "configError")) {
+        signalled.append(error["text"].toString());
+    }
+    for (const QString &error : expected.box ? expected.errors : QStringList()) {
+        boxes.append("critical|Device Access Error|" + error + "|Ok");
+    }
+    return firstOf({
+        [&] { return compareLists("errors", signalled, expected.errors); },
+        [&] { return compareLists("boxes", listIn(seen, "boxes"), boxes); },
+        [&] { return seen["unlocked"].toBool() ? QString() : "the tabs stay locked"; },
+        [&] {
+            return compareTexts("the dialog", seen[QLatin1String(story.field)].toString(),
+                                expected.shown);
+        },
+        [&] {
+            return seen["modesPage"].toBool() == expected.modesPageUsable
+                       ? QString()
+                       : "the User Modes page is usable or not, the wrong way round";
+        },
+    });
+}
+
+// Every request that was sent has exactly one completion.
+QString checkCompletions(const SimRun &run, const Story &story, const SettingsExpectation &expected)
+{
+    const int struck = Places(story).struck;
+    const int completions = run.eventsOf(struck, "getRequestComplete").size() +
+                            run.eventsOf(struck, "setRequestComplete").size();
+    const int requests = expected.wire.filter(QRegularExpression("^[<>] ")).size();
+    return completions == requests
+               ? QString()
+               : QString("%1 completions of %2 requests").arg(completions).arg(requests);
+}
+
+QJsonObject stateAt(const SimRun &run, int operation)
+{
+    const QString answer = run.eventsOf(operation, "control").value(0)["answer"].toString();
+    return QJsonDocument::fromJson(answer.toUtf8()).object();
+}
+
+QString checkStory(const SimRun &run, const Story &story, const SettingsExpectation &expected)
+{
+    const Places places(story);
+    const QString held = story.held ? story.held(stateAt(run, places.state)) : QString();
+    const QStringList probe = WireModel().probe().lines();
+    return firstOf({
+        [&] { return checkStruck(run, story, expected); },
+        [&] { return checkCompletions(run, story, expected); },
+        [&] { return compareTexts("what the device holds", held, expected.held); },
+        [&] {
+            return compareTexts("the dialog in the end",
+                                seenAfter(run, places.last)[QLatin1String(story.field)].toString(),
+                                story.shownAfter);
+        },
+        [&] {
+            return compareLists("boxes in the end", listIn(seenAfter(run, places.last), "boxes"),
+                                {});
+        },
+        [&] {
+            return story.held
+                       ? compareTexts("what the device holds in the end",
+                                      story.held(stateAt(run, places.last + 1)), story.well.held)
+                       : QString();
+        },
+        [&] {
+            return compareLists("the wire", wireOf(run, {SimLine::Vendor, SimLine::Handle}),
+                                probe + story.wireBefore + expected.wire + probe +
+                                    story.wireAfter(expected.held));
+        },
+        [&] { return run.transcript().unbalanced("g"); },
+    });
+}
+
+// ---- the stories
+
+QString flagsHeld(const QJsonObject &state)
+{
+    return QString::number(state["flags"].toInt());
+}
+
+QString modesHeld(const QJsonObject &state)
+{
+    QStringList texts;
+    for (const QJsonValue value : state["userModes"].toArray()) {
+        const QJsonObject mode = value.toObject();
+        texts.append(QString("%1x%2 %3")
+                         .arg(mode["width"].toInt())
+                         .arg(mode["height"].toInt())
+                         .arg(mode["disabled"].toInt() == 0 ? "on" : "off"));
+    }
+    return texts.join(", ");
+}
+
+Story readFlagsStory()
+{
+    Story story;
+    story.title = "read flags";
+    story.prepare = {{"select", "S1"}, {"tab", "1"}, {"control", "set g flags 0x12"}, {"tab", "0"}};
+    story.operate = QStringList{"tab", "1"};
+    story.field = "flags";
+    story.script = readFlags(0x12);
+    story.wireBefore = wireOf(readFlags(0x05));
+    story.expect = [](std::size_t, Fault fault) { return expectReadFlags(fault); };
+    story.well.shown = s_otherFlags;
+    story.wireAfter = [](const QString &) { return wireOf(readFlags(0x12)); };
+    story.shownAfter = s_otherFlags;
+    return story;
+}
+
+Story writeFlagsStory()
+{
+    Story story;
+    story.title = "write flags";
+    story.prepare = {{"select", "S1"}, {"tab", "1"}};
+    story.operate = QStringList{"apply-flags", s_otherFlags};
+    story.repeat = {story.operate};
+    story.field = "flags";
+    story.script = writeFlags(0x12);
+    story.wireBefore = wireOf(readFlags(0x05));
+    story.expect = [](std::size_t, Fault fault) { return expectWriteFlags(fault); };
+    story.well.shown = s_otherFlags;
+    story.well.held = "18";
+    story.wireAfter = [](const QString &held) {
+        return wireOf(readFlags(held.toInt())) + wireOf(writeFlags(0x12));
+    };
+    story.shownAfter = s_otherFlags;
+    story.held = flagsHeld;
+    return story;
+}
+
+Story readModesStory()
+{
+    Story story;
+    story.title = "read user modes";
+    story.prepare = {{"select", "S1"}, {"tab", "2"}};
+    for (int i = 0; i < s_otherModes.size(); ++i) {
+        story.prepare +=
+            QStringList{"control", QString("set g user-mode %1 ").arg(i) + s_otherModes[i]};
+    }
+    story.prepare += QStringList{"tab", "0"};
+    story.operate = QStringList{"tab", "2"};
+    story.field = "modes";
+    story.script = readModes(s_otherModes);
+    story.wireBefore = wireOf(readModes(s_modes));
+    story.expect = expectReadModes;
+    story.well.shown = s_otherModes.join(", ");
+    story.wireAfter = [](const QString &) { return wireOf(readModes(s_otherModes)); };
+    story.shownAfter = s_otherModes.join(", ");
+    return story;
+}
+
+Story writeModesStory()
+{
+    Story story;
+    story.title = "write user modes";
+    story.prepare = {{"select", "S1"}, {"tab", "2"}};
+    story.operate = QStringList{"apply-modes"} + s_otherModes;
+    story.repeat = {story.operate};
+    story.field = "modes";
+    story.script = writeModes(s_otherModes);
+    story.wireBefore = wireOf(readModes(s_modes));
+    story.expect = expectWriteModes;
+    story.well.shown = s_otherModes.join(", ");
+    story.well.held = s_otherModes.join(", ");
+    story.wireAfter = [](const QString &held) {
+        return wireOf(readModes(held.split(", "))) + wireOf(writeModes(s_otherModes));
+    };
+    story.shownAfter = s_otherModes.join(", ");
+    story.held = modesHeld;
+    return story;
+}
+
+Story statusStory()
+{
+    Story story;
+    story.title = "read input status";
+    story.prepare = {{"select", "S1"}, {"poll"}};
+    story.operate = QStringList{"poll"};
+    story.repeat = {story.operate};
+    story.field = "signal";
+    story.script = readStatus();
+    story.wireBefore = wireOf(readStatus());
+    story.expect = [](std::size_t, Fault fault) { return expectStatus(fault); };
+    story.well.shown = s_signal;
+    story.wireAfter = [](const QString &) { return wireOf(readStatus()); };
+    story.shownAfter = s_signal;
+    return story;
+}
+
+// ---- the cells
+
+Cell cellOf(const std::shared_ptr<const Story> &story, const SettingsExpectation &expected,
+            const QString &title, const QString &fault)
+{
+    Operations operations = story->prepare;
+    operations += QStringList{"control", fault};
+    operations += story->operate;
+    operations += QStringList{"control", "clear-faults g"};
+    operations += QStringList{"control", "state g"};
+    operations += QStringList{"control", expected.gone ? "replug g" : "list"};
+    operations += QStringList{"scan"};
+    operations += QStringList{"select", "S1"};
+    operations += story->repeat;
+    operations += QStringList{"control", "state g"};
+    Cell cell;
+    cell.title = title;
+    cell.scene = sceneOf(velk3, s_scene);
+    for (const QStringList &words : operations) {
+        cell.operations += words;
+    }
+    cell.check = [story, expected](const SimRun &run) { return checkStory(run, *story, expected); };
+    return cell;
+}
+
+Operation operationOf(const Story &one)
+{
+    const auto story = std::make_shared<Story>(one);
+    Operation operation{"settings", story->title, {}};
+    SettingsExpectation well = story->well;
+    well.wire = wireOf(story->script);
+    operation.cells.push_back(cellOf(story, well, "no fault", "clear-faults g"));
+    forEachFault(story->script, [&](std::size_t at, const Step &step, Fault fault) {
+        operation.cells.push_back(cellOf(story, expectStruck(*story, at, fault),
+                                         cellTitle(story->script, at, fault),
+                                         faultCommand(at, step, fault)));
+        operation.cells.back().request = step.request;
+        operation.cells.back().fault = fault;
+    });
+    return operation;
+}
+
+} // namespace
+
+std::vector<Operation> settingsOperations()
+{
+    return {operationOf(readFlagsStory()), operationOf(writeFlagsStory()),
+            operationOf(readModesStory()), operationOf(writeModesStory()),
+            operationOf(statusStory())};
+}
