@@ -54,7 +54,8 @@ SimRun::SimRun(const QByteArray &scene, const QStringList &operations, const QSt
         qFatal("cannot write %s", qPrintable(file.fileName()));
     }
     file.write("transcript full\n" + scene);
-    words = QStringList{file.fileName(), "--", program.isEmpty() ? CAPSO_DRIVER : program} + operations;
+    words =
+        QStringList{file.fileName(), "--", program.isEmpty() ? CAPSO_DRIVER : program} + operations;
 }
 
 void SimRun::start()
