@@ -99,6 +99,7 @@ private:
 int main(int argc, char **argv)
 {
     QApplication application(argc, argv);
+    QCoreApplication::setAttribute(Qt::AA_ForceRasterWidgets); // as in the program
     qRegisterMetaType<DeviceDescription>("DeviceDescription");
     qtcompat::register_alias<unsigned char>("uint8_t");
     if (argc != 2 || libusb_init(nullptr) < 0) {

@@ -1,6 +1,6 @@
 /* The floor that the program is measured against: the same USB requests from a bare loop.
  *
- *   bench-loop scan                      probe every device of the maker, as a scan does
+ *   bench-loop scan TIMES                probe every device of the maker, as a scan does
  *   bench-loop update FX3 FPGA EDID      write raw images to the first one (first-generation FPGA)
  *
  * One line of JSON says what it cost. The pauses that the program makes for the device are left out. */
@@ -8,6 +8,7 @@
 #include <libusb.h>
 #include <zlib.h>
 
+#include <limits.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -165,9 +166,9 @@ static void probe(libusb_device *device, const struct libusb_device_descriptor *
     libusb_close(handle);
 }
 
-static void scan(void)
+/* Returns how many devices there were. */
+static int scan(void)
 {
-    const double start = wall_seconds();
     int devices = 0;
     libusb_device **list;
     const ssize_t count = libusb_get_device_list(NULL, &list);
@@ -181,18 +182,31 @@ static void scan(void)
         }
     }
     libusb_free_device_list(list, 1);
-    printf("{\"devices\": %d, \"wall\": %.6f}\n", devices, wall_seconds() - start);
+    return devices;
+}
+
+static void scans(int times)
+{
+    int fewest = INT_MAX;
+    printf("{\"walls\": [");
+    for (int i = 0; i < times; ++i) {
+        const double start = wall_seconds();
+        const int devices = scan();
+        printf("%s%.6f", i ? ", " : "", wall_seconds() - start);
+        fewest = devices < fewest ? devices : fewest;
+    }
+    printf("], \"devices\": %d}\n", fewest);
 }
 
 int main(int argc, char **argv)
 {
     must(libusb_init(NULL), "libusb_init");
-    if (argc == 2 && strcmp(argv[1], "scan") == 0) {
-        scan();
+    if (argc == 3 && strcmp(argv[1], "scan") == 0 && atoi(argv[2]) > 0) {
+        scans(atoi(argv[2]));
     } else if (argc == 5 && strcmp(argv[1], "update") == 0) {
         update(argv + 2);
     } else {
-        fprintf(stderr, "usage: bench-loop scan | update FX3 FPGA EDID\n");
+        fprintf(stderr, "usage: bench-loop scan TIMES | update FX3 FPGA EDID\n");
         return 2;
     }
     libusb_exit(NULL);

@@ -1,6 +1,6 @@
-// A scan or an update by the program's own front objects, and what it cost: one line of JSON.
+// Scans or an update by the program's own front objects, and what they cost: one line of JSON.
 //
-//   bench-tasks scan
+//   bench-tasks scan TIMES
 //   bench-tasks update PACKAGE       the first device that the scan finds
 
 #include "devicescanner.h"
@@ -8,27 +8,50 @@
 #include "usage.h"
 
 #include <QCoreApplication>
+#include <QLoggingCategory>
 #include <QVector>
 
 #include <libusb.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <vector>
 
 namespace {
 
-QVector<DeviceDescription> scan(double &seconds)
+struct Scan
 {
     QVector<DeviceDescription> found;
+    double seconds = 0;
+};
+
+// One after another, by one scanner.
+std::vector<Scan> scan(int times)
+{
+    std::vector<Scan> scans;
     DeviceScanner scanner;
     QObject::connect(&scanner, &DeviceScanner::newDevice,
-                     [&found](const DeviceDescription &device) { found += device; });
+                     [&scans](const DeviceDescription &device) { scans.back().found += device; });
     QObject::connect(&scanner, &DeviceScanner::complete, [] { QCoreApplication::quit(); });
-    const double start = wallSeconds();
-    emit scanner.scan();
-    QCoreApplication::exec();
-    seconds = wallSeconds() - start;
-    return found;
+    for (int i = 0; i < times; ++i) {
+        scans.emplace_back();
+        const double start = wallSeconds();
+        emit scanner.scan();
+        QCoreApplication::exec();
+        scans.back().seconds = wallSeconds() - start;
+    }
+    return scans;
+}
+
+void printScans(const std::vector<Scan> &scans)
+{
+    int fewest = scans.front().found.size();
+    std::printf("{\"walls\": [");
+    for (const Scan &one : scans) {
+        std::printf("%s%.6f", &one == &scans.front() ? "" : ", ", one.seconds);
+        fewest = std::min(fewest, one.found.size());
+    }
+    std::printf("], \"devices\": %d}\n", fewest);
 }
 
 bool update(const DeviceDescription &device, const QString &package, double &seconds,
@@ -52,15 +75,22 @@ bool update(const DeviceDescription &device, const QString &package, double &sec
 
 int run(const QStringList &arguments)
 {
-    double scanned = 0;
-    const QVector<DeviceDescription> found = scan(scanned);
-    if (arguments.value(1) == QLatin1String("scan")) {
-        std::printf("{\"devices\": %d, \"wall\": %.6f}\n", found.size(), scanned);
+    const QString what = arguments.value(1);
+    const bool scansOnly = what == QLatin1String("scan");
+    const int times = scansOnly ? arguments.value(2).toInt() : 1;
+    if (arguments.size() != 3 || times < 1 || !(scansOnly || what == QLatin1String("update"))) {
+        std::fprintf(stderr, "usage: bench-tasks scan TIMES | update PACKAGE\n");
+        return 2;
+    }
+    const std::vector<Scan> scans = scan(times);
+    if (scansOnly) {
+        printScans(scans);
         return 0;
     }
-    if (arguments.value(1) != QLatin1String("update") || arguments.size() != 3 || found.isEmpty()) {
-        std::fprintf(stderr, "usage: bench-tasks scan | update PACKAGE, with a device\n");
-        return 2;
+    const QVector<DeviceDescription> &found = scans.front().found;
+    if (found.isEmpty()) {
+        std::fprintf(stderr, "bench-tasks: no device\n");
+        return 1;
     }
     double wall = 0;
     double processor = 0;
@@ -77,6 +107,9 @@ int run(const QStringList &arguments)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    // Makes Qt read its logging rules, which it does at the first line that is logged. In the
+    // program that is while the application object is made, long before a scan.
+    QLoggingCategory::defaultCategory()->isDebugEnabled();
     qRegisterMetaType<DeviceDescription>("DeviceDescription");
     if (libusb_init(nullptr) < 0) {
         std::fprintf(stderr, "bench-tasks: no libusb\n");
