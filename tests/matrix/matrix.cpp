@@ -1,6 +1,7 @@
 #include "matrix.h"
 
 #include "expectation.h"
+#include "wiremodel.h"
 
 #include <QJsonArray>
 
@@ -45,9 +46,44 @@ QStringList listIn(const QJsonObject &seen, const char *field)
     return texts;
 }
 
-QStringList wireOf(const SimRun &run, const QVector<SimLine::Kind> &kinds)
+QString filesLeftOpen(const SimRun &run)
 {
-    QStringList lines = run.transcript().texts("g", kinds);
+    for (int operation = 1; !seenAfter(run, operation).isEmpty(); ++operation) {
+        const int files = seenAfter(run, operation)["filesLeftOpen"].toInt(-1);
+        if (files != 0) {
+            return QString("%1 files are open after operation %2").arg(files).arg(operation);
+        }
+    }
+    return {};
+}
+
+QString checkBoxCount(const SimRun &run, int expected)
+{
+    int count = 0;
+    for (int operation = 1; !seenAfter(run, operation).isEmpty(); ++operation) {
+        count += listIn(seenAfter(run, operation), "boxes").size();
+    }
+    return count == expected ? QString()
+                             : QString("%1 boxes in all, expected %2").arg(count).arg(expected);
+}
+
+// The language is asked for before each string: the product's, the serial number, and of a running
+// device the version.
+QStringList healthyProbe(bool runs, int firstPoll)
+{
+    WireModel wire;
+    wire.line("open").line("string 0").line("string 2").line("string 0").line("string 4");
+    if (!runs) {
+        return wire.line("close").lines();
+    }
+    wire.line("string 0").line("string 3").line("claim 0 ok");
+    return wire.poll(0xC8, firstPoll).giveBack().lines();
+}
+
+QStringList wireOf(const SimRun &run)
+{
+    QStringList lines =
+        run.transcript().texts("g", {SimLine::Vendor, SimLine::Standard, SimLine::Handle});
     for (const char *call : {"driver-attach", "driver-detach", "claim"}) {
         lines.removeAll(QString(call) + " 0 no-device");
     }

@@ -18,6 +18,7 @@ struct Cell
     // What is wrong with the run; empty if nothing is.
     std::function<QString(const SimRun &run)> check;
     int request = -1; // the code of the transfer that is struck; -1 without a fault
+    bool in = false;  // its direction
     std::optional<Fault> fault;
 };
 
@@ -50,9 +51,19 @@ QString faultCommand(std::size_t at, const Step &step, Fault fault);
 QJsonObject seenAfter(const SimRun &run, int operation);
 QStringList listIn(const QJsonObject &seen, const char *field);
 
-// What the device "g" saw, less what depends on how soon libusb notices that a device is gone: it
-// then refuses some calls by itself.
-QStringList wireOf(const SimRun &run, const QVector<SimLine::Kind> &kinds);
+// Empty when no file of a device was open after any of the operations. The transcript alone cannot
+// tell: a file that the program forgets is closed when it ends.
+QString filesLeftOpen(const SimRun &run);
+
+// Empty when there were so many message boxes in the whole run.
+QString checkBoxCount(const SimRun &run, int expected);
+
+// What a scan asks of a device that is well, strings included.
+QStringList healthyProbe(bool runs, int firstPoll = 1);
+
+// Every request that the device "g" saw, and what was done with its file, less what depends on how
+// soon libusb notices that a device is gone: it then refuses some calls by itself.
+QStringList wireOf(const SimRun &run);
 
 // Empty, or `what` and the first difference.
 QString compareLists(const QString &what, const QStringList &actual, const QStringList &expected);

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <random>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -102,11 +103,11 @@ std::vector<ChosenCell> selectCells(const std::vector<Operation> &operations, co
 std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, unsigned seed)
 {
     std::vector<ChosenCell> chosen;
-    std::map<std::pair<int, Fault>, std::vector<ChosenCell>> pairs;
+    std::map<std::tuple<int, bool, Fault>, std::vector<ChosenCell>> kinds;
     for (const Operation &operation : operations) {
         for (const Cell &cell : operation.cells) {
             if (cell.fault) {
-                pairs[{cell.request, *cell.fault}].push_back({&operation, &cell});
+                kinds[{cell.request, cell.in, *cell.fault}].push_back({&operation, &cell});
             } else {
                 chosen.push_back({&operation, &cell});
             }
@@ -114,7 +115,7 @@ std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, un
     }
     // The engine's numbers are the same everywhere; a distribution's are not.
     std::mt19937 random(seed);
-    for (const auto &[pair, cells] : pairs) {
+    for (const auto &[kind, cells] : kinds) {
         chosen.push_back(cells[random() % cells.size()]);
     }
     return chosen;

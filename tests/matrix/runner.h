@@ -12,8 +12,8 @@ struct ChosenCell
 // The cells of a group ("update"), of an operation ("update velk3"), or of "all".
 std::vector<ChosenCell> selectCells(const std::vector<Operation> &operations, const QString &name);
 
-// Every operation without a fault, and cells that hold every pair of a request code and a fault at
-// least once. The same seed makes the same choice.
+// Every operation without a fault, and cells that hold every pair of a request and a fault at least
+// once; reading and writing under one code are two requests. The same seed makes the same choice.
 std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, unsigned seed);
 
 // Runs them, so many at a time, and prints what failed and a summary for each operation. Returns 0

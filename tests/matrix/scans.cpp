@@ -8,7 +8,7 @@
 namespace {
 
 // The operations of a story, from 1. The dialog's own first scan comes before them.
-enum { SetFault = 1, Struck, Cleared, Again, Healthy };
+enum { SetFault = 1, Struck, Selected, Cleared, Again, Healthy };
 
 constexpr int GetDescriptor = 6;
 
@@ -252,12 +252,19 @@ QString checkScan(const SimRun &run, const Kind &kind, const ScanExpectation &ex
                                 {rowOf(kind, textsOf(kind), expected.gone)});
         },
         [&] {
-            return compareLists("the wire",
-                                wireOf(run, {SimLine::Vendor, SimLine::Standard, SimLine::Handle}),
+            return compareLists("the wire", wireOf(run),
                                 probeWire(kind) + expected.wire + probeWire(kind));
         },
         [&] { return run.transcript().unbalanced("g"); },
+        [&] { return filesLeftOpen(run); },
+        [&] { return checkBoxCount(run, 0); },
     });
+}
+
+// "S1" of "VELK3 Grabber (S1, 1.0.0) [e5c1:3601]"
+QString serialIn(const QString &row)
+{
+    return row.section(" (", 1, 1).section(',', 0, 0);
 }
 
 Cell cellOf(const Kind &kind, const ScanExpectation &expected, const QString &title,
@@ -266,14 +273,13 @@ Cell cellOf(const Kind &kind, const ScanExpectation &expected, const QString &ti
     Cell cell;
     cell.title = title;
     cell.scene = sceneOf(*kind.product, QByteArray("mode ") + kind.mode);
-    cell.operations = QStringList{"control",
-                                  fault,
-                                  "scan",
-                                  "control",
-                                  "clear-faults g",
-                                  "control",
-                                  expected.gone ? "replug g" : "list",
-                                  "scan"};
+    // A row that is selected unlocks the tabs, or the program does not go on.
+    cell.operations = QStringList{"control", fault, "scan"};
+    cell.operations += expected.rows.isEmpty() ? QStringList{"control", "list"}
+                                               : QStringList{"select", serialIn(expected.rows[0])};
+    cell.operations +=
+        QStringList{"control", "clear-faults g", "control", expected.gone ? "replug g" : "list",
+                    "scan",    "select",         "S1"};
     cell.check = [kind, expected](const SimRun &run) { return checkScan(run, kind, expected); };
     return cell;
 }
@@ -291,6 +297,7 @@ Operation scanOf(const Kind &kind)
                                          cellTitle(script, at, fault),
                                          faultCommand(at, step, fault)));
         operation.cells.back().request = step.request;
+        operation.cells.back().in = step.in;
         operation.cells.back().fault = fault;
     });
     return operation;

@@ -10,18 +10,44 @@
 #include <QJsonArray>
 #include <QTimer>
 
-#include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace {
 
 // Longer than the slowest operation: a repair whose every EDID request is given its ten seconds.
 constexpr int s_operationMs = 90 * 1000;
 
+// Longer than a busy machine lets the simulator wait for its turn.
+constexpr int s_closeMs = 5000;
+
 constexpr int s_inputStatus = 178;
 
 QJsonArray toJson(const QStringList &texts)
 {
     return QJsonArray::fromStringList(texts);
+}
+
+int filesOpenNow()
+{
+    int count = 0;
+    for (const QJsonObject &entry : simulation::transcript()) {
+        const QString event = entry["event"].toString();
+        count += event == "open" ? 1 : event == "close" ? -1 : 0;
+    }
+    return count;
+}
+
+// The simulator learns of a close a moment after it. This waits without handling events; a file
+// that is open after it stays open.
+int filesLeftOpen()
+{
+    int files = filesOpenNow();
+    for (int i = 0; i < s_closeMs / 10 && files != 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        files = filesOpenNow();
+    }
+    return files;
 }
 
 } // namespace
@@ -76,9 +102,10 @@ void Clicker::listenToUpdate()
 void Clicker::listenToConfig()
 {
     auto *task = user.dialog.findChild<ConfigDeviceTask *>();
-    connect(task, &ConfigDeviceBase::getRequestComplete, this, [this](uint8_t request) {
-        log.write("getRequestComplete", {{"request", request}});
-    });
+    connect(task, &ConfigDeviceBase::getRequestComplete, this,
+            [this](uint8_t request, const ConfigDeviceDataPtr &data) {
+                log.write("getRequestComplete", {{"request", request}, {"null", data.isNull()}});
+            });
     connect(task, &ConfigDeviceBase::setRequestComplete, this, [this](uint8_t request) {
         log.write("setRequestComplete", {{"request", request}});
     });
@@ -227,6 +254,7 @@ void Clicker::logWhatIsSeen()
                           {"flags", user.checkBoxes()},
                           {"modes", user.userModes()},
                           {"modesPage", user.find<QWidget>("tabUserMode")->isEnabled()},
+                          {"filesLeftOpen", filesLeftOpen()},
                       });
     boxesLogged = boxes.size();
 }
