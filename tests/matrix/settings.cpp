@@ -318,12 +318,14 @@ SettingsExpectation expectStruck(const Story &story, std::size_t at, Fault fault
 // Where the operations of a story stand, from 1.
 struct Places
 {
-    explicit Places(const Story &story) : struck(story.prepare.size() + 2), state(struck + 2)
+    explicit Places(const Story &story)
+        : struck(story.prepare.size() + 2), poll(struck + 1), state(poll + 2)
     {
         // The device is brought back, found and selected.
         last = state + 3 + story.repeat.size();
     }
     int struck;
+    int poll; // the one that comes by itself when the controls are unlocked
     int state;
     int last;
 };
@@ -383,8 +385,13 @@ QString checkStory(const SimRun &run, const Story &story, const SettingsExpectat
     const Places places(story);
     const QString held = story.held ? story.held(stateAt(run, places.state)) : QString();
     const QStringList probe = healthyProbe(true);
+    const QStringList poll = expected.gone ? QStringList() : wireOf(readStatus());
     return firstOf({
         [&] { return checkStruck(run, story, expected); },
+        [&] {
+            return compareTexts("the next poll", seenAfter(run, places.poll)["signal"].toString(),
+                                expected.gone ? "request not supported" : s_signal);
+        },
         [&] { return compareTexts("what the device holds", held, expected.held); },
         [&] {
             return compareTexts("the dialog in the end",
@@ -405,7 +412,7 @@ QString checkStory(const SimRun &run, const Story &story, const SettingsExpectat
         },
         [&] {
             return compareLists("the wire", wireOf(run),
-                                probe + story.wireBefore + expected.wire + probe +
+                                probe + story.wireBefore + expected.wire + poll + probe +
                                     story.wireAfter(expected.held));
         },
         [&] { return run.transcript().unbalanced("g"); },
@@ -538,6 +545,7 @@ Cell cellOf(const std::shared_ptr<const Story> &story, const SettingsExpectation
     Operations operations = story->prepare;
     operations += QStringList{"control", fault};
     operations += story->operate;
+    operations += QStringList{"poll"};
     operations += QStringList{"control", "clear-faults g"};
     operations += QStringList{"control", "state g"};
     operations += QStringList{"control", expected.gone ? "replug g" : "list"};
