@@ -1,11 +1,15 @@
 // capso-matrix: every operation of the program, cut at every transfer in every way. docs/faults.md.
 //
-//   capso-matrix size                       how many faults that makes
-//   capso-matrix list                       every cell, one a line
-//   capso-matrix run GROUP|OPERATION|all [AT-ONCE]    runs them, AT-ONCE (8) at a time
-//   capso-matrix sample SEED [AT-ONCE]      runs some of them: each request with each of its
-//   faults, once capso-matrix cell OPERATION TITLE       runs one, and prints what the program and
-//   the device said
+//   capso-matrix size                      how many faults that makes
+//
+//   capso-matrix list                      every cell, one a line
+//
+//   capso-matrix run GROUP|OPERATION|all [AT-ONCE]
+//                                          runs them, AT-ONCE (8) at a time
+//
+//   capso-matrix sample SEED [AT-ONCE]     runs some: each request with each of its faults, once
+//
+//   capso-matrix cell OPERATION TITLE      runs one, and prints what program and device said
 
 #include "matrix.h"
 #include "runner.h"

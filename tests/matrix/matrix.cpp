@@ -4,6 +4,7 @@
 #include "wiremodel.h"
 
 #include <QJsonArray>
+#include <QRegularExpression>
 
 void forEachFault(const Script &script,
                   const std::function<void(std::size_t at, const Step &step, Fault fault)> &add)
@@ -78,6 +79,24 @@ QStringList healthyProbe(bool runs, int firstPoll)
     }
     wire.line("string 0").line("string 3").line("claim 0 ok");
     return wire.poll(0xC8, firstPoll).giveBack().lines();
+}
+
+// Some transfers come after a pause, and the machine is busy: only the next longer time-out is out
+// of the question.
+QString checkPatience(const SimRun &run)
+{
+    static const QRegularExpression s_edidRequest("^> (cf|d2|d4) ");
+    double before = 0;
+    for (const SimLine &line : run.transcript().lines("g")) {
+        const bool edid = line.text.contains(s_edidRequest);
+        const double waited = line.time - before;
+        before = line.time;
+        const bool right = edid ? waited > 9900 : waited > 950 && waited < 9000;
+        if (line.text.endsWith(" cancelled") && !right) {
+            return QString("'%1' was given up after %2 ms").arg(line.text).arg(waited);
+        }
+    }
+    return {};
 }
 
 QStringList wireOf(const SimRun &run)

@@ -61,6 +61,9 @@ QString checkBoxCount(const SimRun &run, int expected);
 // What a scan asks of a device that is well, strings included.
 QStringList healthyProbe(bool runs, int firstPoll = 1);
 
+// A silent device is given ten seconds for a request about its EDID and one for any other.
+QString checkPatience(const SimRun &run);
+
 // Every request that the device "g" saw, and what was done with its file, less what depends on how
 // soon libusb notices that a device is gone: it then refuses some calls by itself.
 QStringList wireOf(const SimRun &run);

@@ -256,6 +256,7 @@ QString checkScan(const SimRun &run, const Kind &kind, const ScanExpectation &ex
                                 probeWire(kind) + expected.wire + probeWire(kind));
         },
         [&] { return run.transcript().unbalanced("g"); },
+        [&] { return checkPatience(run); },
         [&] { return filesLeftOpen(run); },
         [&] { return checkBoxCount(run, 0); },
     });

@@ -416,6 +416,7 @@ QString checkStory(const SimRun &run, const Story &story, const SettingsExpectat
                                     story.wireAfter(expected.held));
         },
         [&] { return run.transcript().unbalanced("g"); },
+        [&] { return checkPatience(run); },
         [&] { return filesLeftOpen(run); },
         [&] { return checkBoxCount(run, expected.box ? expected.errors.size() : 0); },
     });

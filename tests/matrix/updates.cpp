@@ -285,6 +285,7 @@ QString checkStory(const SimRun &run, const Plan &plan, const Expectation &expec
         },
         [&] { return compareLists("the wire", wireOf(run), storyWire(plan, expected)); },
         [&] { return run.transcript().unbalanced("g"); },
+        [&] { return checkPatience(run); },
         [&] { return filesLeftOpen(run); },
         [&] { return checkBoxCount(run, expected.errors.size()); },
     });

@@ -3,11 +3,19 @@
 // lines of JSON (see eventlog.h).
 //
 //   scan                          press Rescan and wait for the list
-//   update SERIAL PACKAGE         select a device, enter the file's name, press Update, wait for
-//   the end select SERIAL                 click a row tab NUMBER                    open a page and
-//   wait for its content poll                          wait for the next answer to a status poll
+//
+//   update SERIAL PACKAGE         select a device, enter the file's name, press Update, and wait
+//
+//   select SERIAL                 click a row
+//
+//   tab NUMBER                    open a page and wait for its content
+//
+//   poll                          wait for the next answer to a status poll
+//
 //   apply-flags 1010              set the boxes of the Settings page and press Apply
+//
 //   apply-modes MODE MODE MODE    the same with the user modes: "1280x720 on"
+//
 //   control COMMAND               tell the simulator to change something
 //
 // The dialog scans when it starts; that scan's rows are there before the first operation.
