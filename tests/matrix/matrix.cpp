@@ -4,6 +4,7 @@
 #include "wiremodel.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QRegularExpression>
 
 void forEachFault(const Script &script,
@@ -36,6 +37,12 @@ QString faultCommand(std::size_t at, const Step &step, Fault fault)
 QJsonObject seenAfter(const SimRun &run, int operation)
 {
     return run.eventsOf(operation, "seen").value(0);
+}
+
+QJsonObject stateAt(const SimRun &run, int operation)
+{
+    const QString answer = run.eventsOf(operation, "control").value(0)["answer"].toString();
+    return QJsonDocument::fromJson(answer.toUtf8()).object();
 }
 
 QStringList listIn(const QJsonObject &seen, const char *field)

@@ -49,6 +49,8 @@ QString faultCommand(std::size_t at, const Step &step, Fault fault);
 
 // What stands in the event "seen" after an operation (from 1).
 QJsonObject seenAfter(const SimRun &run, int operation);
+// What the simulator answered to the operation "control state g".
+QJsonObject stateAt(const SimRun &run, int operation);
 QStringList listIn(const QJsonObject &seen, const char *field);
 
 // Empty when no file of a device was open after any of the operations. The transcript alone cannot

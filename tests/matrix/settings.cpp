@@ -6,7 +6,6 @@
 #include "wiremodel.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 
 #include <memory>
 
@@ -48,26 +47,27 @@ QByteArray statusRecord(const char *info, const char *name, quint32 rate, const 
 
 // ---- the transfers of the five operations
 
-void addRead(Script &script, Role role, int request, int index, const QByteArray &record)
+void addRequest(Script &script, Role role, bool in, int request, int index,
+                const QByteArray &record)
 {
     script.add(role, request,
-               QString("< %1 v0 i%2 %3 %4")
+               QString("%1 %2 v0 i%3 %4 %5")
+                   .arg(in ? "<" : ">")
                    .arg(request, 0, 16)
                    .arg(index)
                    .arg(record.size())
                    .arg(showBytes(record)),
-               record, true);
+               record, in);
+}
+
+void addRead(Script &script, Role role, int request, int index, const QByteArray &record)
+{
+    addRequest(script, role, true, request, index, record);
 }
 
 void addWrite(Script &script, Role role, int request, int index, const QByteArray &record)
 {
-    script.add(role, request,
-               QString("> %1 v0 i%2 %3 %4")
-                   .arg(request, 0, 16)
-                   .arg(index)
-                   .arg(record.size())
-                   .arg(showBytes(record)),
-               record, false);
+    addRequest(script, role, false, request, index, record);
 }
 
 Script readFlags(int flags)
@@ -372,12 +372,6 @@ QString checkStruck(const SimRun &run, const Story &story, const SettingsExpecta
                        : "the User Modes page is usable or not, the wrong way round";
         },
     });
-}
-
-QJsonObject stateAt(const SimRun &run, int operation)
-{
-    const QString answer = run.eventsOf(operation, "control").value(0)["answer"].toString();
-    return QJsonDocument::fromJson(answer.toUtf8()).object();
 }
 
 QString checkStory(const SimRun &run, const Story &story, const SettingsExpectation &expected)

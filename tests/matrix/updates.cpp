@@ -6,7 +6,6 @@
 #include "wiremodel.h"
 
 #include <QDir>
-#include <QJsonDocument>
 
 #include <memory>
 
@@ -208,12 +207,6 @@ QStringList memoriesHolding(const Images &images)
         }
     }
     return texts;
-}
-
-QJsonObject stateAt(const SimRun &run, int operation)
-{
-    const QString answer = run.eventsOf(operation, "control").value(0)["answer"].toString();
-    return QJsonDocument::fromJson(answer.toUtf8()).object();
 }
 
 // Never a word of success that is not true.
