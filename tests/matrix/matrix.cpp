@@ -7,17 +7,7 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
-void forEachFault(const Script &script,
-                  const std::function<void(std::size_t at, const Step &step, Fault fault)> &add)
-{
-    for (std::size_t at = 0; at < script.steps.size(); ++at) {
-        for (const Fault fault : s_faults) {
-            if (applies(script.steps[at], fault)) {
-                add(at, script.steps[at], fault);
-            }
-        }
-    }
-}
+namespace {
 
 QString cellTitle(const Script &script, std::size_t at, Fault fault)
 {
@@ -32,6 +22,26 @@ QString faultCommand(std::size_t at, const Step &step, Fault fault)
 {
     return QString("fault g transfer nth %1 ").arg(at + 1) +
            QString::fromLatin1(sceneWords(step, fault));
+}
+
+} // namespace
+
+void addStruckCells(Operation &operation, const Script &script, const MakeCell &make)
+{
+    for (std::size_t at = 0; at < script.steps.size(); ++at) {
+        const Step &step = script.steps[at];
+        for (const Fault fault : s_faults) {
+            if (!applies(step, fault)) {
+                continue;
+            }
+            Cell cell =
+                make(at, fault, cellTitle(script, at, fault), faultCommand(at, step, fault));
+            cell.request = step.request;
+            cell.in = step.in;
+            cell.fault = fault;
+            operation.cells.push_back(std::move(cell));
+        }
+    }
 }
 
 QJsonObject seenAfter(const SimRun &run, int operation)

@@ -37,15 +37,12 @@ std::vector<Operation> settingsOperations();
 
 // ---- what the stories share
 
-// Calls `add` for every fault of every transfer; `at` counts from 0.
-void forEachFault(const Script &script,
-                  const std::function<void(std::size_t at, const Step &step, Fault fault)> &add);
-
-// "stall at 5 of 27: > c7 v0 i0 0"
-QString cellTitle(const Script &script, std::size_t at, Fault fault);
-
-// The command that makes a fault strike the next transfers' one at `at`.
-QString faultCommand(std::size_t at, const Step &step, Fault fault);
+// Adds a cell for every fault of every transfer of the script. `make` is told which transfer is
+// struck (counted from 0) and how, the cell's title ("stall at 5 of 27: > c7 v0 i0 0") and the
+// command that sets the fault.
+using MakeCell =
+    std::function<Cell(std::size_t at, Fault fault, const QString &title, const QString &command)>;
+void addStruckCells(Operation &operation, const Script &script, const MakeCell &make);
 
 // What stands in the event "seen" after an operation (from 1).
 QJsonObject seenAfter(const SimRun &run, int operation);

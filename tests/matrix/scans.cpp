@@ -293,14 +293,10 @@ Operation scanOf(const Kind &kind)
     well.rows = QStringList{rowOf(kind, textsOf(kind))};
     well.wire = probeWire(kind);
     operation.cells.push_back(cellOf(kind, well, "no fault", "clear-faults g"));
-    forEachFault(script, [&](std::size_t at, const Step &step, Fault fault) {
-        operation.cells.push_back(cellOf(kind, expectScan(kind, script, at, fault),
-                                         cellTitle(script, at, fault),
-                                         faultCommand(at, step, fault)));
-        operation.cells.back().request = step.request;
-        operation.cells.back().in = step.in;
-        operation.cells.back().fault = fault;
-    });
+    addStruckCells(operation, script,
+                   [&](std::size_t at, Fault fault, const QString &title, const QString &command) {
+                       return cellOf(kind, expectScan(kind, script, at, fault), title, command);
+                   });
     return operation;
 }
 

@@ -566,14 +566,10 @@ Operation operationOf(const Story &one)
     well.wire = wireOf(story->script);
     well.signalLines = signalsOf(story->script, 0, {});
     operation.cells.push_back(cellOf(story, well, "no fault", "clear-faults g"));
-    forEachFault(story->script, [&](std::size_t at, const Step &step, Fault fault) {
-        operation.cells.push_back(cellOf(story, expectStruck(*story, at, fault),
-                                         cellTitle(story->script, at, fault),
-                                         faultCommand(at, step, fault)));
-        operation.cells.back().request = step.request;
-        operation.cells.back().in = step.in;
-        operation.cells.back().fault = fault;
-    });
+    addStruckCells(operation, story->script,
+                   [&](std::size_t at, Fault fault, const QString &title, const QString &command) {
+                       return cellOf(story, expectStruck(*story, at, fault), title, command);
+                   });
     return operation;
 }
 

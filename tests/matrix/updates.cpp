@@ -305,20 +305,17 @@ Cell cellOf(const std::shared_ptr<const Plan> &plan, const Expectation &expected
     return cell;
 }
 
-Operation operationOf(const QString &title, const std::shared_ptr<const Plan> &plan)
+Operation operationOf(const QString &name, const std::shared_ptr<const Plan> &plan)
 {
     const bool repairing = plan->repairing();
-    Operation operation{repairing ? "repair" : "update", title, {}};
+    Operation operation{repairing ? "repair" : "update", name, {}};
     operation.cells.push_back(
         cellOf(plan, expectUpdate(plan->script, repairing), "no fault", "clear-faults g"));
-    forEachFault(plan->script, [&](std::size_t at, const Step &step, Fault fault) {
-        operation.cells.push_back(cellOf(plan, expectUpdate(plan->script, repairing, at, fault),
-                                         cellTitle(plan->script, at, fault),
-                                         faultCommand(at, step, fault)));
-        operation.cells.back().request = step.request;
-        operation.cells.back().in = step.in;
-        operation.cells.back().fault = fault;
-    });
+    addStruckCells(operation, plan->script,
+                   [&](std::size_t at, Fault fault, const QString &title, const QString &command) {
+                       return cellOf(plan, expectUpdate(plan->script, repairing, at, fault), title,
+                                     command);
+                   });
     return operation;
 }
 
