@@ -1,5 +1,5 @@
 # capso_qt_test(name SOURCES a.cpp ... [LINKS lib ...] [LABELS l ...] [WRAPPER command ...]
-#               [TIMEOUT seconds] [ENVIRONMENT VAR=value ...])
+#               [ENVIRONMENT VAR=value ...])
 #
 # Builds a Qt Test program and registers each of its test functions as a ctest test of its own, called
 # NAME.FUNCTION. An update pauses for seconds because the device needs them; with a process for each
@@ -16,10 +16,7 @@ elseif(CAPSO_SANITIZE MATCHES "address")
 endif()
 
 function(capso_qt_test name)
-    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
-    if(NOT TEST_TIMEOUT)
-        set(TEST_TIMEOUT 120)
-    endif()
+    cmake_parse_arguments(TEST "" "" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${TEST_SOURCES})
     target_link_libraries(${name} PRIVATE ${TEST_LINKS} Qt5::Test)
     capso_target_defaults(${name})
@@ -33,7 +30,7 @@ function(capso_qt_test name)
         COMMAND ${CMAKE_COMMAND}
             "-DPROGRAM=$<TARGET_FILE:${name}>" "-DNAME=${name}" "-DOUTPUT=${list_file}"
             "-DWRAPPER=${wrapper}" "-DENVIRONMENT=${environment}" "-DLABELS=${labels}"
-            "-DTIMEOUT=${TEST_TIMEOUT}" -P ${CMAKE_SOURCE_DIR}/cmake/ListQtTests.cmake
+            -P ${CMAKE_SOURCE_DIR}/cmake/ListQtTests.cmake
         BYPRODUCTS ${list_file}
         VERBATIM)
     # A program that was not built must not make its tests vanish from the summary.
