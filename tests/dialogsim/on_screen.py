@@ -9,6 +9,7 @@
 
 import argparse
 import pathlib
+import re
 import subprocess
 import sys
 import time
@@ -18,6 +19,9 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "
 from demo import TITLE, Visit  # noqa: E402
 from screen import Screen  # noqa: E402
 from simulation import DemoError, Simulation, environment_without_settings, wait_for  # noqa: E402
+
+# Of Mesa, or of Qt to reach it. Qt itself is linked with libGL.so, which loads them when it is asked to.
+DRIVER = re.compile(r"/(libqxcb-glx-|libqxcb-egl-|libGLX_mesa|libEGL_mesa|libgallium|\w+_dri\.so)")
 
 
 def environment_on(screen):
@@ -38,6 +42,18 @@ def close_window(screen, process):
     code = process.wait(60)
     if code != 0:
         raise DemoError(f"the program ended with exit code {code}")
+
+
+def check_no_opengl(screen):
+    """The dialog draws nothing with OpenGL, whose driver would take longer to load than all the rest."""
+    window = screen.windows(TITLE)[0]
+    program = (screen.run("xdotool", "getwindowpid", window) or "").strip()
+    maps = pathlib.Path(f"/proc/{program}/maps").read_text(encoding="utf-8")
+    if "libqxcb.so" not in maps:
+        raise DemoError(f"process {program} is not the program")
+    drivers = sorted({path for path in maps.split() if DRIVER.search(path)})
+    if drivers:
+        raise DemoError("the program has loaded " + ", ".join(drivers))
 
 
 def check_given_back(simulation):
@@ -81,6 +97,7 @@ def start_and_end(build, scene, devices):
             "the scan",
             lambda: len({e["device"] for e in simulation.transcript() if e.get("event") == "close"}) == devices,
         )
+        check_no_opengl(screen)
         close_window(screen, simulation.process)
         check_given_back(simulation)
 
