@@ -15,8 +15,9 @@ public:
     bool isOption() const { return !atEnd() && words[at].rfind("--", 0) == 0; }
     std::string next(const char *what)
     {
-        if (atEnd())
+        if (atEnd()) {
             throw UsageError(std::string("missing ") + what);
+        }
         return words[at++];
     }
     std::vector<std::string> rest()
@@ -34,12 +35,14 @@ private:
 // A word of the shell as a word of a scene: a text that holds blanks, or nothing, is put in quotes.
 std::string asSceneWord(const std::string &word)
 {
-    if (!word.empty() && word.find_first_of(" \t\"#\\") == std::string::npos)
+    if (!word.empty() && word.find_first_of(" \t\"#\\") == std::string::npos) {
         return word;
+    }
     std::string quoted = "\"";
     for (const char c : word) {
-        if (c == '"' || c == '\\')
+        if (c == '"' || c == '\\') {
             quoted += '\\';
+        }
         quoted += c;
     }
     return quoted + "\"";
@@ -50,14 +53,17 @@ void readControl(Arguments &arguments, CommandLine &line)
     line.action = Action::Control;
     line.scene = arguments.next("directory");
     const std::vector<std::string> words = arguments.rest();
-    if (words.empty())
+    if (words.empty()) {
         throw UsageError("missing command");
+    }
     // One word that holds blanks is a whole command, so that texts can be quoted as in a scene.
-    if (words.size() == 1)
+    if (words.size() == 1) {
         line.controlCommand = words[0];
-    else
-        for (const std::string &word : words)
+    } else {
+        for (const std::string &word : words) {
             line.controlCommand += (line.controlCommand.empty() ? "" : " ") + asSceneWord(word);
+        }
+    }
 }
 
 void readOption(Arguments &arguments, CommandLine &line)
@@ -65,6 +71,8 @@ void readOption(Arguments &arguments, CommandLine &line)
     const std::string option = arguments.next("option");
     if (option == "--verbose") {
         line.verbose = true;
+    } else if (option == "--state") {
+        line.stateDirectory = arguments.next("directory");
     } else if (option == "--list-scenes") {
         line.action = Action::ListScenes;
     } else if (option == "--show-scene") {
@@ -86,25 +94,29 @@ CommandLine parseCommandLine(int argc, char **argv)
 {
     Arguments arguments(argc, argv);
     CommandLine line;
-    while (arguments.isOption())
+    while (arguments.isOption()) {
         readOption(arguments, line);
+    }
     if (line.action != Action::Run) {
-        if (!arguments.atEnd())
+        if (!arguments.atEnd()) {
             throw UsageError("unexpected argument '" + arguments.next("argument") + "'");
+        }
         return line;
     }
     line.scene = arguments.next("scene");
-    if (arguments.next("'--' behind the scene") != "--")
+    if (arguments.next("'--' behind the scene") != "--") {
         throw UsageError("there is no '--' behind the scene");
+    }
     line.program = arguments.rest();
-    if (line.program.empty())
+    if (line.program.empty()) {
         throw UsageError("missing program");
+    }
     return line;
 }
 
 const char *usageText()
 {
-    return "usage: capso-sim [--verbose] SCENE -- PROGRAM [ARGS]\n"
+    return "usage: capso-sim [--verbose] [--state DIRECTORY] SCENE -- PROGRAM [ARGS]\n"
            "       capso-sim --list-scenes | --show-scene NAME | --check-scene SCENE\n"
            "       capso-sim --control DIRECTORY COMMAND...\n"
            "SCENE is a file, the name of a built-in scene, or - for standard input.\n";

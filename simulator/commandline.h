@@ -19,6 +19,7 @@ struct CommandLine
     std::string scene; // or, for Control, the directory
     std::vector<std::string> program;
     std::string controlCommand;
+    std::string stateDirectory; // empty: the devices are not kept
     bool verbose = false;
 };
 

@@ -1,6 +1,7 @@
 #include "builtinscenes.h"
 #include "commandline.h"
 #include "controlsocket.h"
+#include "keptstate.h"
 #include "scene.h"
 #include "simulation.h"
 
@@ -14,16 +15,18 @@ constexpr int s_badUsage = 2;
 
 int listScenes()
 {
-    for (const sim::BuiltinScene *scene = sim::s_builtinScenes; scene->name; ++scene)
+    for (const sim::BuiltinScene *scene = sim::s_builtinScenes; scene->name; ++scene) {
         std::printf("%-16s %s\n", scene->name, sim::loadScene(scene->name).title.c_str());
+    }
     return 0;
 }
 
 int showScene(const std::string &name)
 {
     const char *text = sim::builtinScene(name.c_str());
-    if (!text)
+    if (!text) {
         throw sim::SceneError("no built-in scene '" + name + "'");
+    }
     std::fputs(text, stdout);
     return 0;
 }
@@ -44,7 +47,11 @@ int run(const sim::CommandLine &line)
     case Action::Run:
         break;
     }
-    return sim::runSimulation(sim::loadScene(line.scene), line.program, line.verbose);
+    sim::Scene scene = sim::loadScene(line.scene);
+    if (!line.stateDirectory.empty()) {
+        sim::restoreState(scene, line.stateDirectory);
+    }
+    return sim::runSimulation(scene, line.program, {line.verbose, line.stateDirectory});
 }
 
 } // namespace

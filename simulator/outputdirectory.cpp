@@ -15,8 +15,9 @@ OutputDirectory::OutputDirectory()
         return;
     }
     std::string pattern = std::filesystem::temp_directory_path().string() + "/capso-sim.XXXXXX";
-    if (!mkdtemp(pattern.data()))
+    if (!mkdtemp(pattern.data())) {
         throw std::runtime_error("cannot make a directory like " + pattern);
+    }
     directory = pattern;
     temporary = true;
 }
@@ -24,8 +25,9 @@ OutputDirectory::OutputDirectory()
 OutputDirectory::~OutputDirectory()
 {
     std::error_code ignored;
-    if (temporary)
+    if (temporary) {
         std::filesystem::remove_all(directory, ignored);
+    }
 }
 
 } // namespace sim

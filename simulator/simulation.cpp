@@ -36,10 +36,11 @@ bool isMemoryFileSystem(const char *path)
 void chooseTemporaryDirectory()
 {
     const char *chosen = std::getenv("TMPDIR");
-    if (isMemoryFileSystem("/dev/shm"))
+    if (isMemoryFileSystem("/dev/shm")) {
         chosen = "/dev/shm";
-    else if (!chosen || std::string(chosen).size() > s_longestTemporaryPath)
+    } else if (!chosen || std::string(chosen).size() > s_longestTemporaryPath) {
         chosen = "/tmp";
+    }
     setenv("TMPDIR", chosen, 1);
 }
 
@@ -50,10 +51,11 @@ std::unique_ptr<TestBed> makeTestBed()
     const std::string before = variable ? variable : "";
     chooseTemporaryDirectory();
     auto bed = std::make_unique<TestBed>();
-    if (variable)
+    if (variable) {
         setenv("TMPDIR", before.c_str(), 1);
-    else
+    } else {
         unsetenv("TMPDIR");
+    }
     return bed;
 }
 
@@ -66,8 +68,9 @@ void say(const std::string &text)
 // everyday matter.
 void ignoreOpenStreams(const char *domain, GLogLevelFlags level, const char *message, void *)
 {
-    if (!std::strstr(message, "Destroying IoctlClient with open stream"))
+    if (!std::strstr(message, "Destroying IoctlClient with open stream")) {
         g_log_default_handler(domain, level, message, nullptr);
+    }
 }
 
 // The main loop, and what ends it.
@@ -101,8 +104,9 @@ void awaitClosing(const Machine &machine)
     for (unsigned ms = 0; ms < s_closingTakesMs; ++ms) {
         {
             const SimulationLock lock;
-            if (machine.isIdle())
+            if (machine.isIdle()) {
                 return;
+            }
         }
         g_usleep(1000);
     }
@@ -117,14 +121,15 @@ int endProgram(void *program)
 
 } // namespace
 
-int runSimulation(const Scene &scene, const std::vector<std::string> &program, bool verbose)
+int runSimulation(const Scene &scene, const std::vector<std::string> &program,
+                  const SimulationOptions &options)
 {
     g_log_set_handler(nullptr, G_LOG_LEVEL_CRITICAL, &ignoreOpenStreams, nullptr);
     const OutputDirectory output;
     Transcript transcript(output.path() + "/transcript.jsonl", scene.fullTranscript);
     const std::unique_ptr<TestBed> bed = makeTestBed();
     Machine machine(*bed, transcript, scene, output.path());
-    if (verbose) {
+    if (options.verbose) {
         say("outputs are in " + output.path());
         machine.setNewsSink(say);
     }
@@ -149,6 +154,9 @@ int runSimulation(const Scene &scene, const std::vector<std::string> &program, b
     awaitClosing(machine);
     const SimulationLock lock;
     machine.dump();
+    if (!options.stateDirectory.empty()) {
+        machine.keep(options.stateDirectory);
+    }
     return scene.strict && machine.sawViolation() ? s_sceneFailed : code;
 }
 

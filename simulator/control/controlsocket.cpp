@@ -31,8 +31,9 @@ sockaddr_un addressIn(int directory)
 int openSocket(const std::string &directory, int (*attach)(int, const sockaddr *, socklen_t))
 {
     const int folder = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0)
+    if (folder < 0) {
         return -1;
+    }
     const sockaddr_un address = addressIn(folder);
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (attach(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
@@ -55,8 +56,9 @@ ControlSocket::ControlSocket(const std::string &directory,
 {
     unlink(path.c_str());
     listener = openSocket(directory, &bind);
-    if (listener < 0 || listen(listener, s_backlog) != 0)
+    if (listener < 0 || listen(listener, s_backlog) != 0) {
         throw std::runtime_error("cannot listen at " + path + ": " + std::strerror(errno));
+    }
     listenerSource = g_unix_fd_add(
         listener, G_IO_IN,
         [](int fd, GIOCondition condition, void *self) {
@@ -80,8 +82,9 @@ int ControlSocket::onConnection(int fd, unsigned, void *self)
 {
     auto *control = static_cast<ControlSocket *>(self);
     const int client = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (client < 0)
+    if (client < 0) {
         return G_SOURCE_CONTINUE;
+    }
     control->clients[client].source = g_unix_fd_add(
         client, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
         [](int input, GIOCondition condition, void *owner) {
@@ -94,8 +97,9 @@ int ControlSocket::onConnection(int fd, unsigned, void *self)
 int ControlSocket::onInput(int fd, unsigned, void *self)
 {
     auto *control = static_cast<ControlSocket *>(self);
-    if (control->readFrom(fd))
+    if (control->readFrom(fd)) {
         return G_SOURCE_CONTINUE;
+    }
     control->clients.erase(fd);
     close(fd);
     return G_SOURCE_REMOVE;
@@ -106,10 +110,12 @@ bool ControlSocket::readFrom(int client)
 {
     char buffer[4096];
     const ssize_t size = read(client, buffer, sizeof buffer);
-    if (size < 0 && (errno == EAGAIN || errno == EINTR))
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
         return true;
-    if (size <= 0)
+    }
+    if (size <= 0) {
         return false;
+    }
     std::string &input = clients[client].input;
     input.append(buffer, static_cast<size_t>(size));
     answerLines(client, input);
@@ -136,9 +142,11 @@ int sendControlCommand(const std::string &directory, const std::string &command)
     const std::string line = command + "\n";
     std::string answer;
     char byte = 0;
-    if (send(fd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size()))
-        while (read(fd, &byte, 1) == 1 && byte != '\n')
+    if (send(fd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size())) {
+        while (read(fd, &byte, 1) == 1 && byte != '\n') {
             answer += byte;
+        }
+    }
     close(fd);
     std::puts(answer.c_str());
     return answer.rfind("ok", 0) == 0 ? 0 : 1;

@@ -37,8 +37,9 @@ bool BootRam::holds(const BootImage &image) const
         for (const uint8_t byte : section.data) {
             const Page *source = page(address);
             if (!source || !source->written.test(address % s_pageSize) ||
-                source->bytes[address % s_pageSize] != byte || bad.count(address))
+                source->bytes[address % s_pageSize] != byte || bad.count(address)) {
                 return false;
+            }
             ++address;
         }
     }

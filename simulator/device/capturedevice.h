@@ -88,6 +88,7 @@ private:
     Verdict writeRequest(const Setup &setup, const Bytes &out);
     Verdict edidRequest(const Setup &setup, const Bytes &out);
     Verdict writeUserMode(uint16_t index, const Bytes &out);
+    Outcome readUserMode(uint16_t index) const;
     ImageMemory *memoryBehind(uint8_t statusRequest);
     Outcome judge(const Setup &setup, const Verdict &verdict, size_t size);
     Outcome violation(const std::string &text);

@@ -50,12 +50,14 @@ struct Exchange
 
     Outcome answerInstead(const Bytes &data) const
     {
-        if (setup.direction() == Direction::Out)
+        if (setup.direction() == Direction::Out) {
             return perform();
+        }
         Bytes bytes(data.begin(),
                     data.begin() + static_cast<long>(std::min<size_t>(data.size(), setup.length)));
-        if (setup.isVendor() && !bytes.empty())
+        if (setup.isVendor() && !bytes.empty()) {
             device.statusAnswered(setup.request, bytes[0]);
+        }
         return Outcome::answer(std::move(bytes));
     }
 
@@ -90,14 +92,16 @@ Completion transfer(CaptureDevice &device, FaultPlan &faults, const Setup &setup
     }
     completion.faulted = true;
     const Status lost = lostStatus(fault->action);
-    if (lost == Status::Ok || fault->performed)
+    if (lost == Status::Ok || fault->performed) {
         completion.outcome = exchange.performWith(*fault);
+    }
     if (lost != Status::Ok) {
         completion.outcome = Outcome();
         completion.outcome.status = lost;
     }
-    if (fault->action == Fault::Action::Delay)
+    if (fault->action == Fault::Action::Delay) {
         completion.delayMs += fault->amount;
+    }
     completion.disconnect = fault->action == Fault::Action::Disconnect;
     completion.replugMs = fault->replugMs;
     completion.replugAddress = fault->replugAddress;

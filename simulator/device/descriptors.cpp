@@ -15,11 +15,13 @@ uint32_t nextCodePoint(const std::string &text, size_t &at)
 {
     const auto lead = static_cast<uint8_t>(text[at++]);
     const unsigned more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
-    if (more == 0 || at + more > text.size())
+    if (more == 0 || at + more > text.size()) {
         return lead;
+    }
     uint32_t point = lead & (0x3Fu >> more);
-    for (unsigned i = 0; i < more; ++i)
+    for (unsigned i = 0; i < more; ++i) {
         point = point << 6 | (static_cast<uint8_t>(text[at++]) & 0x3Fu);
+    }
     return point;
 }
 
@@ -65,10 +67,12 @@ Bytes languageDescriptor()
 Bytes stringDescriptor(const std::string &text)
 {
     Bytes bytes = {0, s_stringType}; // its size follows
-    for (size_t at = 0; at < text.size();)
+    for (size_t at = 0; at < text.size();) {
         appendUtf16(bytes, nextCodePoint(text, at));
-    if (bytes.size() > 2 + s_longestString * 2)
+    }
+    if (bytes.size() > 2 + s_longestString * 2) {
         bytes.resize(2 + s_longestString * 2);
+    }
     bytes[0] = static_cast<uint8_t>(bytes.size());
     return bytes;
 }

@@ -36,6 +36,8 @@ struct ReturnRule
     std::optional<UsbId> id;
     std::optional<unsigned> address;
     bool denied = false;
+    std::optional<unsigned> bus;   // unless its own
+    std::optional<unsigned> speed; // unless its own
 };
 
 // What a scene says of a device.
@@ -46,8 +48,10 @@ struct DeviceConfig
     UsbId runningId;
     Mode mode = Mode::Normal;
     unsigned bus = 1;
+    std::string hubs; // the ports of the hubs on the way, "2.1"; empty: on the root hub
     std::optional<unsigned> port;
     std::optional<unsigned> address;
+    unsigned speed = 5000; // of its link, in Mbit/s
     StringSetting productString;
     StringSetting serial;
     StringSetting version;

@@ -16,16 +16,18 @@ void EdidMemory::start()
 
 Verdict EdidMemory::write(const Bytes &edid)
 {
-    if (!writing)
+    if (!writing) {
         return Verdict::violation("EDID without a start");
+    }
     staging = edid;
     return Verdict::taken();
 }
 
 Verdict EdidMemory::complete()
 {
-    if (!writing)
+    if (!writing) {
         return Verdict::violation("EDID completion without a start");
+    }
     completed = staging;
     writing = false;
     return Verdict::taken();

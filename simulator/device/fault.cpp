@@ -38,11 +38,13 @@ std::optional<Fault> FaultPlan::strikeTransfer(const Setup &setup)
 {
     std::optional<Fault> struck;
     for (Entry &entry : entries) {
-        if (!matches(entry.fault, setup))
+        if (!matches(entry.fault, setup)) {
             continue;
+        }
         ++entry.count;
-        if (!struck && (entry.fault.nth == 0 || entry.fault.nth == entry.count))
+        if (!struck && (entry.fault.nth == 0 || entry.fault.nth == entry.count)) {
             struck = entry.fault;
+        }
     }
     return struck;
 }
@@ -51,20 +53,24 @@ std::optional<Fault> FaultPlan::strikeClaim()
 {
     std::optional<Fault> struck;
     for (Entry &entry : entries) {
-        if (entry.fault.where != Fault::Where::Claim)
+        if (entry.fault.where != Fault::Where::Claim) {
             continue;
+        }
         ++entry.count;
-        if (!struck && (entry.fault.nth == 0 || entry.fault.nth == entry.count))
+        if (!struck && (entry.fault.nth == 0 || entry.fault.nth == entry.count)) {
             struck = entry.fault;
+        }
     }
     return struck;
 }
 
 std::optional<Fault> FaultPlan::openFault() const
 {
-    for (const Entry &entry : entries)
-        if (entry.fault.where == Fault::Where::Open)
+    for (const Entry &entry : entries) {
+        if (entry.fault.where == Fault::Where::Open) {
             return entry.fault;
+        }
+    }
     return std::nullopt;
 }
 

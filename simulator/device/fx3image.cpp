@@ -9,8 +9,9 @@ constexpr size_t s_recordSize = 8;   // words, address
 uint32_t sumOfWords(const Bytes &data)
 {
     uint32_t sum = 0;
-    for (size_t i = 0; i + 4 <= data.size(); i += 4)
+    for (size_t i = 0; i + 4 <= data.size(); i += 4) {
         sum += readLe32(&data[i]);
+    }
     return sum;
 }
 
@@ -18,8 +19,9 @@ uint32_t sumOfWords(const Bytes &data)
 
 std::optional<BootImage> parseBootImage(const Bytes &bytes)
 {
-    if (bytes.size() < s_preambleSize || bytes[0] != 'C' || bytes[1] != 'Y')
+    if (bytes.size() < s_preambleSize || bytes[0] != 'C' || bytes[1] != 'Y') {
         return std::nullopt;
+    }
     BootImage image;
     uint32_t sum = 0;
     size_t at = s_preambleSize;
@@ -29,12 +31,14 @@ std::optional<BootImage> parseBootImage(const Bytes &bytes)
         at += s_recordSize;
         if (size == 0) {
             image.entry = address;
-            if (bytes.size() - at < 4 || readLe32(&bytes[at]) != sum)
+            if (bytes.size() - at < 4 || readLe32(&bytes[at]) != sum) {
                 return std::nullopt;
+            }
             return image;
         }
-        if (size > bytes.size() - at)
+        if (size > bytes.size() - at) {
             return std::nullopt;
+        }
         const auto begin = bytes.begin() + static_cast<Bytes::difference_type>(at);
         image.sections.push_back({address, Bytes(begin, begin + static_cast<long>(size))});
         sum += sumOfWords(image.sections.back().data);

@@ -29,23 +29,28 @@ void ImageMemory::start(unsigned busyPolls)
 
 Verdict ImageMemory::write(const Bytes &block, uint16_t wireLength, unsigned busyPolls)
 {
-    if (currentState != State::Writing)
+    if (currentState != State::Writing) {
         return Verdict::violation("block without a start");
-    if (busy > 0)
+    }
+    if (busy > 0) {
         return Verdict::violation("block while busy");
+    }
     bool busyAfter = true;
     Verdict verdict = take(block, wireLength, busyAfter);
-    if (verdict.kind == Verdict::Taken && busyAfter)
+    if (verdict.kind == Verdict::Taken && busyAfter) {
         busy = busyPolls;
+    }
     return verdict;
 }
 
 Verdict ImageMemory::complete()
 {
-    if (currentState != State::Writing)
+    if (currentState != State::Writing) {
         return Verdict::violation("completion without a start");
-    if (busy > 0)
+    }
+    if (busy > 0) {
         return Verdict::violation("completion while busy");
+    }
     Verdict verdict = check();
     if (verdict.kind == Verdict::Taken) {
         completed = std::move(staging);
@@ -57,8 +62,9 @@ Verdict ImageMemory::complete()
 
 uint8_t ImageMemory::poll()
 {
-    if (busy == 0)
+    if (busy == 0) {
         return 1;
+    }
     --busy;
     return 0;
 }
@@ -66,8 +72,9 @@ uint8_t ImageMemory::poll()
 void ImageMemory::powerCycle()
 {
     busy = 0;
-    if (currentState != State::Writing)
+    if (currentState != State::Writing) {
         return;
+    }
     staging.clear();
     currentState = State::Blank;
 }
@@ -89,8 +96,9 @@ void FramedBitstreamMemory::begin()
 Verdict FramedBitstreamMemory::take(const Bytes &block, uint16_t wireLength, bool &busyAfter)
 {
     if (!headerSeen) {
-        if (wireLength != s_headerSize)
+        if (wireLength != s_headerSize) {
             return Verdict::violation("bitstream does not begin with a header block of 12 bytes");
+        }
         takeHeader(block);
         busyAfter = false;
     } else if (staging.size() < announcedSize) {
@@ -116,30 +124,36 @@ void FramedBitstreamMemory::takeHeader(const Bytes &block)
 void FramedBitstreamMemory::takeData(const Bytes &block)
 {
     staging.insert(staging.end(), block.begin(), block.end());
-    if (staging.size() > announcedSize && mismatch.empty())
+    if (staging.size() > announcedSize && mismatch.empty()) {
         mismatch = "more data than the header announced";
+    }
 }
 
 void FramedBitstreamMemory::takeChecksum(const Bytes &block)
 {
     const bool first = !checksumSeen;
     checksumSeen = true;
-    if (!mismatch.empty())
+    if (!mismatch.empty()) {
         return;
-    if (!first || block.size() != s_checksumSize)
+    }
+    if (!first || block.size() != s_checksumSize) {
         mismatch = "more data than the header announced";
-    else if (readLe32(block.data()) != crc32Of(staging))
+    } else if (readLe32(block.data()) != crc32Of(staging)) {
         mismatch = "image checksum does not match";
+    }
 }
 
 Verdict FramedBitstreamMemory::check() const
 {
-    if (!mismatch.empty())
+    if (!mismatch.empty()) {
         return Verdict::refused(mismatch);
-    if (!headerSeen)
+    }
+    if (!headerSeen) {
         return Verdict::refused("no header came");
-    if (!checksumSeen)
+    }
+    if (!checksumSeen) {
         return Verdict::refused("the image is not whole");
+    }
     return Verdict::taken();
 }
 

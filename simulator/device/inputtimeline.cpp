@@ -10,8 +10,9 @@ constexpr size_t s_nameSize = 8;
 
 void appendText(Bytes &record, const std::string &text, size_t size)
 {
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         record.push_back(i < text.size() ? static_cast<uint8_t>(text[i]) : 0);
+    }
 }
 
 } // namespace
@@ -40,8 +41,9 @@ InputSignal InputTimeline::at(uint64_t ms) const
     const uint64_t moment = period ? ms % period : ms;
     InputSignal current;
     for (const Entry &entry : entries) {
-        if (entry.atMs > moment)
+        if (entry.atMs > moment) {
             break;
+        }
         current = entry.signal;
     }
     return current;

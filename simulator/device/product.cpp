@@ -8,10 +8,10 @@ namespace {
 constexpr uint16_t s_maker = 0xE5C1;
 
 constexpr Product s_products[] = {
-    {"velk3", {s_maker, 0x3601}, "VELK3 Grabber", 1, true, true},
-    {"sorn3", {s_maker, 0x3621}, "SORN3 Grabber", 1, true, false},
-    {"velk3_4k", {s_maker, 0x3631}, "VELK3 4K Grabber", 2, true, true},
-    {"other", {0, 0}, "Other Device", 2, false, false},
+    {"velk3", {s_maker, 0x3601}, "VELK3 Grabber", 0, true, true},
+    {"sorn3", {s_maker, 0x3621}, "SORN3 Grabber", 0, true, false},
+    {"velk3_4k", {s_maker, 0x3631}, "VELK3 4K Grabber", 1, true, true},
+    {"other", {0, 0}, "Other Device", 1, false, false},
 };
 
 } // namespace
@@ -49,9 +49,11 @@ bool isBootLoader(Mode mode)
 
 const Product *findProduct(const std::string &name)
 {
-    for (const Product &product : s_products)
-        if (name == product.name)
+    for (const Product &product : s_products) {
+        if (name == product.name) {
             return &product;
+        }
+    }
     return nullptr;
 }
 

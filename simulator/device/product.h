@@ -35,7 +35,7 @@ struct Product
     const char *name;
     UsbId runningId;        // unless the scene says otherwise; 0:0 = the scene must
     const char *stringText; // product string unless the scene says otherwise
-    unsigned generation;    // of the bitstream's framing: 1 with header and checksums, 2 raw
+    unsigned fpgaVersion;   // how the bitstream comes: 0 with header and checksums, 1 raw
     bool captures;          // false: a plain USB device that knows no vendor request
     bool hasEdid;
 };

@@ -42,45 +42,57 @@ std::string describe(const char *what, unsigned value)
 
 const RequestRule *findRule(uint8_t code, Direction direction)
 {
-    for (const RequestRule &rule : s_rules)
-        if (rule.code == code && rule.direction == direction)
+    for (const RequestRule &rule : s_rules) {
+        if (rule.code == code && rule.direction == direction) {
             return &rule;
+        }
+    }
     return nullptr;
 }
 
 const char *requestName(uint8_t code)
 {
-    for (const RequestRule &rule : s_rules)
-        if (rule.code == code)
+    for (const RequestRule &rule : s_rules) {
+        if (rule.code == code) {
             return rule.name;
+        }
+    }
     return nullptr;
 }
 
 int requestCode(const std::string &name)
 {
-    for (const RequestRule &rule : s_rules)
-        if (name == rule.name)
+    for (const RequestRule &rule : s_rules) {
+        if (name == rule.name) {
             return rule.code;
+        }
+    }
     return -1;
 }
 
 std::string ruleViolation(const Setup &setup)
 {
-    if (setup.requestType != vendorIn && setup.requestType != vendorOut)
+    if (setup.requestType != vendorIn && setup.requestType != vendorOut) {
         return describe("bmRequestType", setup.requestType);
-    if (!requestName(setup.request))
+    }
+    if (!requestName(setup.request)) {
         return describe("unknown request: bRequest", setup.request);
+    }
     const std::string name = requestName(setup.request);
     const RequestRule *rule = findRule(setup.request, setup.direction());
-    if (!rule)
+    if (!rule) {
         return name + ": wrong direction";
-    if (!rule->addressed && setup.value != 0)
+    }
+    if (!rule->addressed && setup.value != 0) {
         return name + ": " + describe("wValue", setup.value);
-    if (!rule->addressed && setup.index > rule->lastIndex)
+    }
+    if (!rule->addressed && setup.index > rule->lastIndex) {
         return name + ": " + describe("wIndex", setup.index);
+    }
     if (setup.length < rule->minLength || setup.length > rule->maxLength ||
-        setup.length % rule->multipleOf != 0)
+        setup.length % rule->multipleOf != 0) {
         return name + ": " + describe("wLength", setup.length);
+    }
     return {};
 }
 

@@ -37,8 +37,9 @@ std::string imageJson(const ImageMemory &memory)
 
 std::string edidJson(const EdidMemory &edid)
 {
-    if (edid.isWriting())
+    if (edid.isWriting()) {
         return memoryJson("writing", edid.staged());
+    }
     return memoryJson(edid.image().empty() ? "blank" : "complete", edid.image());
 }
 
@@ -58,9 +59,19 @@ std::string userModesJson(const CaptureDevice &device)
 std::string violationsJson(const CaptureDevice &device)
 {
     std::string list;
-    for (const std::string &text : device.violations())
+    for (const std::string &text : device.violations()) {
         list += (list.empty() ? "" : ",") + jsonString(text);
+    }
     return "[" + list + "]";
+}
+
+std::string callsJson(const std::map<std::string, unsigned> &calls)
+{
+    JsonObject object;
+    for (const auto &[name, count] : calls) {
+        object.add(name.c_str(), count);
+    }
+    return object.text();
 }
 
 void writeFile(const std::string &path, const void *data, size_t size)
@@ -68,8 +79,9 @@ void writeFile(const std::string &path, const void *data, size_t size)
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file.write(static_cast<const char *>(data), static_cast<std::streamsize>(size));
     file.flush();
-    if (!file)
+    if (!file) {
         throw std::runtime_error("cannot write " + path);
+    }
 }
 
 } // namespace
@@ -83,7 +95,7 @@ std::string stateJson(const CaptureDevice &device, const Presence &presence)
         .add("mode", toText(device.mode()))
         .add("plugged", presence.plugged)
         .add("id", toText(device.id()))
-        .add("bus", config.bus)
+        .add("bus", presence.bus)
         .add("port", presence.port)
         .add("address", presence.address);
     addText(object, "version", device.version());
@@ -95,6 +107,7 @@ std::string stateJson(const CaptureDevice &device, const Presence &presence)
         .addRaw("edid", edidJson(device.edid()))
         .add("transfers", presence.transfers)
         .add("openFiles", presence.openFiles)
+        .addRaw("calls", callsJson(presence.calls))
         .addRaw("violations", violationsJson(device));
     return object.text();
 }

@@ -2,6 +2,7 @@
 
 #include "capturedevice.h"
 
+#include <map>
 #include <string>
 
 namespace sim {
@@ -10,10 +11,12 @@ namespace sim {
 struct Presence
 {
     bool plugged = false;
+    unsigned bus = 0;
     unsigned port = 0;
     unsigned address = 0;
     unsigned transfers = 0;
     size_t openFiles = 0;
+    std::map<std::string, unsigned> calls; // ioctls of all programs so far, by name
 };
 
 // state.json, in one line.

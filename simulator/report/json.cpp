@@ -24,16 +24,18 @@ std::string jsonString(const std::string &text)
 
 JsonObject &JsonObject::addRaw(const char *key, const std::string &json)
 {
-    if (!members.empty())
+    if (!members.empty()) {
         members += ",";
+    }
     members += jsonString(key) + ":" + json;
     return *this;
 }
 
 JsonObject &JsonObject::append(const JsonObject &other)
 {
-    if (!members.empty() && !other.members.empty())
+    if (!members.empty() && !other.members.empty()) {
         members += ",";
+    }
     members += other.members;
     return *this;
 }

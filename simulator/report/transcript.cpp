@@ -14,8 +14,9 @@ const char *const s_standardNames[] = {
 
 const char *nameOf(const Setup &setup)
 {
-    if (setup.isVendor())
+    if (setup.isVendor()) {
         return requestName(setup.request);
+    }
     const bool known = setup.isStandard() && setup.request < std::size(s_standardNames);
     return known ? s_standardNames[setup.request] : nullptr;
 }
@@ -32,8 +33,9 @@ std::string crcText(const Bytes &data)
 Transcript::Transcript(const std::string &path, bool fullData)
     : file(std::fopen(path.c_str(), "we")), full(fullData)
 {
-    if (!file)
+    if (!file) {
         throw std::runtime_error("cannot write " + path);
+    }
 }
 
 uint64_t Transcript::nowMs() const
@@ -61,19 +63,22 @@ void Transcript::transfer(const std::string &device, unsigned address, const Tra
     line.add("transfer", record.number)
         .add("requestType", setup.requestType)
         .add("request", setup.request);
-    if (nameOf(setup))
+    if (nameOf(setup)) {
         line.add("name", nameOf(setup));
+    }
     line.add("value", setup.value)
         .add("index", setup.index)
         .add("length", setup.length)
         .add("actual", record.actual);
-    if (full || record.data.size() <= s_shownBytes)
+    if (full || record.data.size() <= s_shownBytes) {
         line.add("data", toHex(record.data));
-    else
+    } else {
         line.add("crc32", crcText(record.data));
+    }
     line.add("status", record.status);
-    if (record.faulted)
+    if (record.faulted) {
         line.add("fault", true);
+    }
     write(line);
 }
 

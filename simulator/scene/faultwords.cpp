@@ -42,15 +42,18 @@ void readRequestWhere(WordReader &words, const std::string &word, Fault &fault)
     fault.where = Where::Request;
     const int code = requestCode(word);
     const bool number = std::isdigit(static_cast<unsigned char>(word[0]));
-    if (code < 0 && !number)
+    if (code < 0 && !number) {
         throw SceneError("unknown request '" + word + "'");
+    }
     fault.code = static_cast<uint8_t>(code >= 0 ? code : parseNumber(word, "request", 0, 255));
-    if (words.accept("in"))
+    if (words.accept("in")) {
         fault.direction = Direction::In;
-    else if (words.accept("out"))
+    } else if (words.accept("out")) {
         fault.direction = Direction::Out;
-    if (words.accept("index"))
+    }
+    if (words.accept("index")) {
         fault.index = static_cast<uint16_t>(words.number("index", 0, 0xFFFF));
+    }
 }
 
 void readWhere(WordReader &words, Fault &fault)
@@ -75,35 +78,41 @@ void readWhere(WordReader &words, Fault &fault)
 
 void readOccurrence(WordReader &words, Fault &fault)
 {
-    if (fault.where == Where::Open)
+    if (fault.where == Where::Open) {
         return;
-    if (words.accept("every"))
+    }
+    if (words.accept("every")) {
         fault.nth = 0;
-    else if (words.accept("nth"))
+    } else if (words.accept("nth")) {
         fault.nth = words.number("occurrence", 1, 0xFFFFFFFF);
+    }
 }
 
 Bytes hexBytes(const std::string &word)
 {
     const auto isHex = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
-    if (word.size() % 2 != 0 || !std::all_of(word.begin(), word.end(), isHex))
+    if (word.size() % 2 != 0 || !std::all_of(word.begin(), word.end(), isHex)) {
         throw SceneError("'" + word + "' is not a number of bytes in hexadecimal");
+    }
     Bytes bytes;
-    for (size_t i = 0; i < word.size(); i += 2)
+    for (size_t i = 0; i < word.size(); i += 2) {
         bytes.push_back(static_cast<uint8_t>(std::stoul(word.substr(i, 2), nullptr, 16)));
+    }
     return bytes;
 }
 
 const ActionWord &findAction(const std::string &word, Where where)
 {
     for (const ActionWord &candidate : s_actions) {
-        if (word != candidate.word)
+        if (word != candidate.word) {
             continue;
+        }
         const bool fits = where == Where::Claim  ? candidate.claim
                           : where == Where::Open ? candidate.open
                                                  : candidate.transfer;
-        if (!fits)
+        if (!fits) {
             throw SceneError("'" + word + "' cannot happen there");
+        }
         return candidate;
     }
     failUnknown(word);
@@ -125,10 +134,12 @@ void readDetails(WordReader &words, Fault &fault)
         fault.data = hexBytes(words.next("bytes"));
         break;
     case Action::Disconnect:
-        if (words.accept("replug"))
+        if (words.accept("replug")) {
             fault.replugMs = words.number("time", 0, s_longestTime);
-        if (fault.replugMs && words.accept("address"))
+        }
+        if (fault.replugMs && words.accept("address")) {
             fault.replugAddress = words.number("address", 2, 127);
+        }
         break;
     default:
         break;
@@ -150,8 +161,9 @@ Fault parseFault(WordReader &words)
     readOccurrence(words, fault);
     fault.action = findAction(words.next("action"), fault.where).action;
     readDetails(words, fault);
-    if (canBePerformed(fault.action))
+    if (canBePerformed(fault.action)) {
         fault.performed = words.accept("performed");
+    }
     words.expectEnd();
     return fault;
 }

@@ -4,11 +4,14 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <tuple>
 
 namespace sim {
 namespace {
 
+constexpr unsigned s_mostHubs = 5; // on the way to a device, as USB allows
+constexpr uint32_t s_lastHubPort = 31;
 constexpr uint32_t s_longestTime = 24 * 3600 * 1000;
 
 using Context = PropertyContext;
@@ -22,8 +25,9 @@ UsbId usbId(WordReader &words)
 {
     const std::string word = words.next("id");
     const size_t colon = word.find(':');
-    if (colon != 4 || word.size() != 9)
+    if (colon != 4 || word.size() != 9) {
         throw SceneError("id '" + word + "' is not of the form VVVV:PPPP");
+    }
     const auto part = [&word](size_t from) {
         return static_cast<uint16_t>(
             parseNumber("0x" + word.substr(from, 4), "half of an id", 0, 0xFFFF));
@@ -38,17 +42,20 @@ Bytes fileContent(WordReader &words, const Context &context)
         name[0] == '/' || context.directory.empty() ? name : context.directory + "/" + name;
     std::ifstream file(path, std::ios::binary);
     Bytes bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file.is_open() || file.bad())
+    if (!file.is_open() || file.bad()) {
         throw SceneError("cannot read file '" + path + "'");
+    }
     return bytes;
 }
 
 StringSetting stringSetting(WordReader &words, const std::string &defaultWord)
 {
-    if (words.accept("none"))
+    if (words.accept("none")) {
         return {StringSetting::None, {}};
-    if (!defaultWord.empty() && words.accept(defaultWord))
+    }
+    if (!defaultWord.empty() && words.accept(defaultWord)) {
         return {StringSetting::Default, {}};
+    }
     return {StringSetting::Text, words.quotedText("text")};
 }
 
@@ -56,8 +63,9 @@ void readProduct(WordReader &words, DeviceConfig &config, const Context &)
 {
     const std::string name = words.next("product");
     config.product = findProduct(name);
-    if (!config.product)
+    if (!config.product) {
         throw SceneError("unknown product '" + name + "'");
+    }
 }
 
 void readId(WordReader &words, DeviceConfig &config, const Context &)
@@ -82,6 +90,22 @@ void readBus(WordReader &words, DeviceConfig &config, const Context &)
     config.bus = words.number("bus", 1, 255);
 }
 
+// "2.1": port 2 of the root hub has a hub, and its port 1 another one, which has the device.
+void readHubs(WordReader &words, DeviceConfig &config, const Context &)
+{
+    const std::string path = words.next("ports");
+    std::istringstream parts(path + ".");
+    std::string part;
+    config.hubs.clear();
+    for (unsigned depth = 1; std::getline(parts, part, '.'); ++depth) {
+        if (depth > s_mostHubs) {
+            throw SceneError("more than 5 hubs in '" + path + "'");
+        }
+        parseNumber(part, "port", 1, s_lastHubPort);
+        config.hubs += (config.hubs.empty() ? "" : ".") + part;
+    }
+}
+
 void readPort(WordReader &words, DeviceConfig &config, const Context &)
 {
     config.port = words.number("port", 1, 255);
@@ -90,6 +114,22 @@ void readPort(WordReader &words, DeviceConfig &config, const Context &)
 void readAddress(WordReader &words, DeviceConfig &config, const Context &)
 {
     config.address = words.number("address", 2, 127); // 1 is the root hub
+}
+
+unsigned speed(WordReader &words)
+{
+    const std::string word = words.next("speed");
+    for (const unsigned known : {12u, 480u, 5000u, 10000u}) {
+        if (word == std::to_string(known)) {
+            return known;
+        }
+    }
+    throw SceneError("speed '" + word + "' is not 12, 480, 5000 or 10000");
+}
+
+void readSpeed(WordReader &words, DeviceConfig &config, const Context &)
+{
+    config.speed = speed(words);
 }
 
 void readProductString(WordReader &words, DeviceConfig &config, const Context &)
@@ -110,15 +150,17 @@ void readVersion(WordReader &words, DeviceConfig &config, const Context &)
 void readKernelDriver(WordReader &words, DeviceConfig &config, const Context &)
 {
     config.kernelDriver = words.next("driver");
-    if (config.kernelDriver == "none")
+    if (config.kernelDriver == "none") {
         config.kernelDriver.clear();
+    }
 }
 
 void readAccess(WordReader &words, DeviceConfig &config, const Context &)
 {
     const std::string word = words.next("access");
-    if (word != "granted" && word != "denied")
+    if (word != "granted" && word != "denied") {
         failUnknown(word);
+    }
     config.accessDenied = word == "denied";
 }
 
@@ -144,8 +186,9 @@ std::pair<uint16_t, uint16_t> readSize(const std::string &word, std::string &res
     unsigned height = 0;
     int used = 0;
     const int found = std::sscanf(word.c_str(), "%5ux%5u%n", &width, &height, &used);
-    if (found != 2 || width > 0xFFFF || height > 0xFFFF)
+    if (found != 2 || width > 0xFFFF || height > 0xFFFF) {
         throw SceneError("'" + word + "' is not of the form WIDTHxHEIGHT");
+    }
     rest = word.substr(static_cast<size_t>(used));
     return {static_cast<uint16_t>(width), static_cast<uint16_t>(height)};
 }
@@ -156,24 +199,28 @@ void readUserMode(WordReader &words, DeviceConfig &config, const Context &)
     const std::string word = words.next("size");
     std::string rest;
     const auto [width, height] = readSize(word, rest);
-    if (!rest.empty())
+    if (!rest.empty()) {
         throw SceneError("'" + word + "' is not of the form WIDTHxHEIGHT");
+    }
     const std::string state = words.next("'on' or 'off'");
-    if (state != "on" && state != "off")
+    if (state != "on" && state != "off") {
         failUnknown(state);
+    }
     config.userModes.at(number) = {width, height, static_cast<uint8_t>(state == "off")};
 }
 
 InputSignal readSignal(WordReader &words)
 {
-    if (words.accept("none"))
+    if (words.accept("none")) {
         return {};
+    }
     InputSignal signal;
     const std::string word = words.next("signal");
     std::string scan;
     std::tie(signal.width, signal.height) = readSize(word, scan);
-    if (scan != "p" && scan != "i")
+    if (scan != "p" && scan != "i") {
         throw SceneError("'" + word + "' is not of the form WIDTHxHEIGHTp or WIDTHxHEIGHTi");
+    }
     signal.interlaced = scan == "i";
     signal.frameRate = words.number("frame rate", 0, 0xFFFFFFFF);
     signal.name = words.quotedText("name");
@@ -214,8 +261,9 @@ void readSandboxImage(WordReader &words, DeviceConfig &config, const Context &co
 {
     const std::string name = words.peek();
     config.sandboxImage = parseBootImage(fileContent(words, context));
-    if (!config.sandboxImage)
+    if (!config.sandboxImage) {
         throw SceneError("file '" + name + "' is no FX3 boot image");
+    }
 }
 
 void readReturn(WordReader &words, DeviceConfig &config, const Context &)
@@ -227,16 +275,21 @@ void readReturn(WordReader &words, DeviceConfig &config, const Context &)
         return;
     }
     while (!words.atEnd()) {
-        if (words.accept("after"))
+        if (words.accept("after")) {
             rule.afterMs = milliseconds(words);
-        else if (words.accept("as"))
+        } else if (words.accept("as")) {
             rule.id = usbId(words);
-        else if (words.accept("address"))
+        } else if (words.accept("address")) {
             rule.address = words.number("address", 2, 127);
-        else if (words.accept("denied"))
+        } else if (words.accept("bus")) {
+            rule.bus = words.number("bus", 1, 255);
+        } else if (words.accept("speed")) {
+            rule.speed = speed(words);
+        } else if (words.accept("denied")) {
             rule.denied = true;
-        else
+        } else {
             failUnknown(words.peek());
+        }
     }
     config.comeback = rule;
 }
@@ -263,8 +316,10 @@ constexpr Property s_properties[] = {
     {"id", PropertyKind::Identity, readId},
     {"mode", PropertyKind::Identity, readMode},
     {"bus", PropertyKind::Identity, readBus},
+    {"behind-hub", PropertyKind::Identity, readHubs},
     {"port", PropertyKind::Identity, readPort},
     {"address", PropertyKind::Identity, readAddress},
+    {"speed", PropertyKind::Plain, readSpeed},
     {"product-string", PropertyKind::Plain, readProductString},
     {"serial", PropertyKind::Plain, readSerial},
     {"version", PropertyKind::Plain, readVersion},
@@ -308,8 +363,9 @@ void parseProperty(WordReader &words, DeviceConfig &config, const PropertyContex
 {
     const std::string word = words.next("property");
     const Property *property = findProperty(word);
-    if (!property)
+    if (!property) {
         failUnknown(word);
+    }
     property->read(words, config, context);
     words.expectEnd();
 }

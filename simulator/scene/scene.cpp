@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <set>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 namespace sim {
@@ -70,49 +71,54 @@ private:
     void readLine(const std::string &line)
     {
         std::vector<Word> split = splitWords(line);
-        if (split.empty())
+        if (split.empty()) {
             return;
+        }
         WordReader words(std::move(split));
         const std::string first = words.peek();
-        if (isProperty(first) || first == "count")
+        if (isProperty(first) || first == "count") {
             readDeviceWord(words);
-        else
+        } else {
             readSceneWord(words);
+        }
     }
 
     void readSceneWord(WordReader &words)
     {
         const std::string word = words.next("word");
-        if (word == "title")
+        if (word == "title") {
             scene.title = words.quotedText("title");
-        else if (word == "strict" || word == "lenient")
+        } else if (word == "strict" || word == "lenient") {
             scene.strict = word == "strict";
-        else if (word == "transcript")
+        } else if (word == "transcript") {
             readTranscript(words);
-        else if (word == "allow-denial")
+        } else if (word == "allow-denial") {
             scene.allowDenial = true;
-        else if (word == "device")
+        } else if (word == "device") {
             beginDevice(words);
-        else if (word == "fault")
+        } else if (word == "fault") {
             readFault(words);
-        else
+        } else {
             failUnknown(word);
+        }
         words.expectEnd();
     }
 
     void readTranscript(WordReader &words)
     {
         const std::string word = words.next("'full' or 'brief'");
-        if (word != "full" && word != "brief")
+        if (word != "full" && word != "brief") {
             failUnknown(word);
+        }
         scene.fullTranscript = word == "full";
     }
 
     void beginDevice(WordReader &words)
     {
         const std::string name = words.next("name");
-        if (!isName(name))
+        if (!isName(name)) {
             throw SceneError("'" + name + "' is no name for a device");
+        }
         DeviceBlock block;
         block.config.name = name;
         block.line = lineNumber;
@@ -121,8 +127,9 @@ private:
 
     void readDeviceWord(WordReader &words)
     {
-        if (blocks.empty())
+        if (blocks.empty()) {
             throw SceneError("'" + words.peek() + "' stands before the first device");
+        }
         if (words.accept("count")) {
             blocks.back().count = words.number("count", 1, 120);
             words.expectEnd();
@@ -136,8 +143,9 @@ private:
         const std::string name = words.next("device");
         const auto block = std::find_if(blocks.begin(), blocks.end(),
                                         [&](const DeviceBlock &b) { return namesDevice(b, name); });
-        if (block == blocks.end())
+        if (block == blocks.end()) {
             throw SceneError("no device '" + name + "' above");
+        }
         block->faults.emplace_back(name, parseFault(words));
     }
 
@@ -148,9 +156,11 @@ private:
 
     static bool namesDevice(const DeviceBlock &block, const std::string &name)
     {
-        for (unsigned i = 1; i <= block.count; ++i)
-            if (name == memberName(block, i))
+        for (unsigned i = 1; i <= block.count; ++i) {
+            if (name == memberName(block, i)) {
                 return true;
+            }
+        }
         return name == block.config.name;
     }
 
@@ -160,9 +170,11 @@ private:
             SceneDevice device{block.config, {}};
             device.config.name = memberName(block, i + 1);
             complete(device.config, i);
-            for (const auto &[name, fault] : block.faults)
-                if (name == block.config.name || name == device.config.name)
+            for (const auto &[name, fault] : block.faults) {
+                if (name == block.config.name || name == device.config.name) {
                     device.faults.push_back(fault);
+                }
+            }
             scene.devices.push_back(std::move(device));
         }
     }
@@ -170,26 +182,35 @@ private:
     // Fills in what depends on the product and on the other devices, and refuses what cannot be.
     void complete(DeviceConfig &config, unsigned number)
     {
-        if (!config.product)
+        if (!config.product) {
             throw SceneError("device '" + config.name + "' has no product");
-        if (config.runningId == UsbId())
+        }
+        if (config.runningId == UsbId()) {
             config.runningId = config.product->runningId;
-        if (config.runningId == UsbId())
+        }
+        if (config.runningId == UsbId()) {
             throw SceneError("device '" + config.name + "' has no id");
-        if (!names.insert(config.name).second)
+        }
+        if (!names.insert(config.name).second) {
             throw SceneError("a second device '" + config.name + "'");
-        if (config.serial.kind == StringSetting::Default)
+        }
+        if (config.serial.kind == StringSetting::Default) {
             config.serial = {StringSetting::Text, automaticSerial()};
-        if (config.address)
+        }
+        if (config.address) {
             *config.address += number;
-        if (config.port)
+        }
+        if (config.port) {
             *config.port += number;
-        if (config.port &&
-            (*config.port > s_lastPort || !ports.insert({config.bus, *config.port}).second))
+        }
+        if (config.port && (*config.port > s_lastPort ||
+                            !ports.insert({config.bus, config.hubs, *config.port}).second)) {
             throw SceneError("port '" + std::to_string(*config.port) + "' is taken");
+        }
         if (config.address &&
-            (*config.address > 127 || !addresses.insert({config.bus, *config.address}).second))
+            (*config.address > 127 || !addresses.insert({config.bus, *config.address}).second)) {
             throw SceneError("address '" + std::to_string(*config.address) + "' is taken");
+        }
     }
 
     std::string automaticSerial() const
@@ -205,7 +226,7 @@ private:
     std::vector<DeviceBlock> blocks;
     Scene scene;
     std::set<std::string> names;
-    std::set<std::pair<unsigned, unsigned>> ports;
+    std::set<std::tuple<unsigned, std::string, unsigned>> ports;
     std::set<std::pair<unsigned, unsigned>> addresses;
 };
 

@@ -26,22 +26,27 @@ bool isReadableFile(const std::string &name)
 
 const char *builtinScene(const char *name)
 {
-    for (const BuiltinScene *scene = s_builtinScenes; scene->name; ++scene)
-        if (std::strcmp(scene->name, name) == 0)
+    for (const BuiltinScene *scene = s_builtinScenes; scene->name; ++scene) {
+        if (std::strcmp(scene->name, name) == 0) {
             return scene->text;
+        }
+    }
     return nullptr;
 }
 
 Scene loadScene(const std::string &name)
 {
-    if (name == "-")
+    if (name == "-") {
         return parseScene(readAll(std::cin), "standard input", {});
+    }
     // Built-in names win, so that they mean the same everywhere; a file of such a name is given as
     // ./NAME.
-    if (const char *text = builtinScene(name.c_str()))
+    if (const char *text = builtinScene(name.c_str())) {
         return parseScene(text, name + ".scene", {});
-    if (!isReadableFile(name))
+    }
+    if (!isReadableFile(name)) {
         throw SceneError("no scene '" + name + "'");
+    }
     std::ifstream file(name);
     const size_t slash = name.rfind('/');
     const bool hasFolder = slash != std::string::npos;

@@ -17,10 +17,12 @@ std::string readQuoted(const std::string &line, size_t &at)
     std::string text;
     while (at < line.size()) {
         char c = line[at++];
-        if (c == '"')
+        if (c == '"') {
             return text;
-        if (c == '\\' && at < line.size())
+        }
+        if (c == '\\' && at < line.size()) {
             c = line[at++];
+        }
         text += c;
     }
     throw SceneError("text without its closing quote '\"" + text + "'");
@@ -29,8 +31,9 @@ std::string readQuoted(const std::string &line, size_t &at)
 std::string readPlain(const std::string &line, size_t &at)
 {
     std::string text;
-    while (at < line.size() && !isBlank(line[at]) && line[at] != '#' && line[at] != '"')
+    while (at < line.size() && !isBlank(line[at]) && line[at] != '#' && line[at] != '"') {
         text += line[at++];
+    }
     return text;
 }
 
@@ -56,30 +59,34 @@ std::vector<Word> splitWords(const std::string &line)
 
 void WordReader::expectEnd() const
 {
-    if (!atEnd())
+    if (!atEnd()) {
         throw SceneError("unexpected word '" + words[at].text + "'");
+    }
 }
 
 std::string WordReader::next(const std::string &what)
 {
-    if (!atEnd())
+    if (!atEnd()) {
         return words[at++].text;
+    }
     const std::string last = words.empty() ? std::string() : " after '" + words.back().text + "'";
     throw SceneError("missing " + what + last);
 }
 
 bool WordReader::accept(const std::string &word)
 {
-    if (atEnd() || words[at].quoted || words[at].text != word)
+    if (atEnd() || words[at].quoted || words[at].text != word) {
         return false;
+    }
     ++at;
     return true;
 }
 
 std::string WordReader::quotedText(const std::string &what)
 {
-    if (!atEnd() && !words[at].quoted)
+    if (!atEnd() && !words[at].quoted) {
         throw SceneError(what + " '" + words[at].text + "' is not in quotes");
+    }
     return next(what);
 }
 
@@ -96,9 +103,10 @@ uint32_t parseNumber(const std::string &word, const std::string &what, uint32_t 
     char *end = nullptr;
     const unsigned long long value = std::strtoull(word.c_str(), &end, hexadecimal ? 16 : 10);
     const bool starts = !word.empty() && std::isdigit(static_cast<unsigned char>(word[0]));
-    if (!starts || *end != '\0' || value < least || value > most)
+    if (!starts || *end != '\0' || value < least || value > most) {
         throw SceneError(what + " '" + word + "' is not a number from " + std::to_string(least) +
                          " to " + std::to_string(most));
+    }
     return static_cast<uint32_t>(value);
 }
 

@@ -6,8 +6,9 @@ namespace sim {
 
 void ClientMemory::Unref::operator()(UMockdevIoctlData *memory) const
 {
-    if (memory)
+    if (memory) {
         g_object_unref(memory);
+    }
 }
 
 ClientMemory ClientMemory::ofArgument(UMockdevIoctlClient *client, size_t size)
@@ -24,15 +25,17 @@ uint64_t ClientMemory::argumentValue(UMockdevIoctlClient *client)
 {
     const UMockdevIoctlData *argument = umockdev_ioctl_client_get_arg(client);
     uint64_t value = 0;
-    if (argument->data_len >= static_cast<int>(sizeof value))
+    if (argument->data_len >= static_cast<int>(sizeof value)) {
         std::memcpy(&value, argument->data, sizeof value);
+    }
     return value;
 }
 
 ClientMemory ClientMemory::follow(size_t offset, size_t size) const
 {
-    if (!data)
+    if (!data) {
         return {};
+    }
     GError *error = nullptr;
     UMockdevIoctlData *target = umockdev_ioctl_data_resolve(data.get(), offset, size, &error);
     g_clear_error(&error);
@@ -46,15 +49,17 @@ uint64_t ClientMemory::address() const
 
 Bytes ClientMemory::bytes() const
 {
-    if (!data)
+    if (!data) {
         return {};
+    }
     return Bytes(data->data, data->data + data->data_len);
 }
 
 void ClientMemory::write(size_t offset, const void *from, size_t size) const
 {
-    if (!data || size == 0 || offset + size > static_cast<size_t>(data->data_len))
+    if (!data || size == 0 || offset + size > static_cast<size_t>(data->data_len)) {
         return;
+    }
     const auto *source = static_cast<const guint8 *>(from);
     umockdev_ioctl_data_update(data.get(), offset, const_cast<guint8 *>(source),
                                static_cast<gint>(size));
@@ -62,8 +67,9 @@ void ClientMemory::write(size_t offset, const void *from, size_t size) const
 
 void ClientMemory::writePointerTo(const ClientMemory &other) const
 {
-    if (data && other.data)
+    if (data && other.data) {
         umockdev_ioctl_data_set_ptr(data.get(), 0, other.data.get());
+    }
 }
 
 } // namespace sim

@@ -31,8 +31,9 @@ public:
     {
         T value = {};
         const Bytes content = bytes();
-        if (content.size() >= sizeof value)
+        if (content.size() >= sizeof value) {
             std::memcpy(&value, content.data(), sizeof value);
+        }
         return value;
     }
     void write(size_t offset, const void *from, size_t size) const;

@@ -21,6 +21,8 @@ public:
 
     void plugAll();
     void dump() const;
+    // Keeps all devices for the next run; only at the end of this one.
+    void keep(const std::string &stateDirectory);
     // Whether no program has a device open, as far as is known yet.
     bool isIdle() const;
     bool sawViolation() const;

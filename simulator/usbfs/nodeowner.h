@@ -13,6 +13,8 @@ public:
 
     virtual unsigned nextTransferNumber() = 0;
     virtual unsigned nextFileNumber() = 0;
+    // A program has made an ioctl on the node: "SUBMITURB" and so on.
+    virtual void called(const char *ioctl) = 0;
     virtual Completion control(const Setup &setup, const Bytes &out, bool claimed) = 0;
     // 0, or the errno with which a claim fails on purpose.
     virtual int claimFault() = 0;

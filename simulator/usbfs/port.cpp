@@ -2,6 +2,7 @@
 
 #include "descriptors.h"
 #include "devicestate.h"
+#include "keptstate.h"
 #include "properties.h"
 
 #include <algorithm>
@@ -42,16 +43,27 @@ unsigned AddressPool::take(unsigned bus)
     unsigned &address = last.emplace(bus, 1).first->second;
     for (unsigned tried = 2; tried <= s_lastAddress; ++tried) {
         address = address >= s_lastAddress ? 2 : address + 1;
-        if (taken[bus].insert(address).second)
+        if (taken[bus].insert(address).second) {
             return address;
+        }
     }
     throw SceneError("no address left on bus " + std::to_string(bus));
 }
 
 void AddressPool::take(unsigned bus, unsigned address)
 {
-    if (!taken[bus].insert(address).second)
+    if (!taken[bus].insert(address).second) {
         throw SceneError("address '" + std::to_string(address) + "' is taken");
+    }
+}
+
+unsigned AddressPool::takeLast(unsigned bus)
+{
+    unsigned address = s_lastAddress;
+    while (!taken[bus].insert(address).second) {
+        --address;
+    }
+    return address;
 }
 
 void AddressPool::giveBack(unsigned bus, unsigned address)
@@ -63,8 +75,9 @@ Port::Port(TestBed &testBed, Transcript &record, AddressPool &pool, const SceneD
            unsigned port)
     : bed(testBed), transcript(record), addresses(pool), device(scene.config), portNumber(port)
 {
-    for (const Fault &fault : scene.faults)
+    for (const Fault &fault : scene.faults) {
         faults.add(fault);
+    }
     device.onViolation = [this](const std::string &text) {
         event(address(), "violation", JsonObject().add("text", text));
         news("violation: " + text);
@@ -73,8 +86,9 @@ Port::Port(TestBed &testBed, Transcript &record, AddressPool &pool, const SceneD
 
 void Port::plug(std::optional<unsigned> wanted)
 {
-    if (!pulled)
+    if (!pulled) {
         throw SceneError("'" + name() + "' is plugged in");
+    }
     coming.cancel();
     plugIn(wanted);
     pulled = false;
@@ -82,11 +96,16 @@ void Port::plug(std::optional<unsigned> wanted)
 
 void Port::plugIn(std::optional<unsigned> wanted)
 {
-    const unsigned bus = device.config().bus;
-    if (wanted)
+    const ReturnRule &comeback = device.config().comeback;
+    const unsigned bus = (returning ? comeback.bus : std::nullopt).value_or(device.config().bus);
+    const unsigned speed =
+        (returning ? comeback.speed : std::nullopt).value_or(device.config().speed);
+    lastBus = bus;
+    if (wanted) {
         addresses.take(bus, *wanted);
-    else
+    } else {
         wanted = addresses.take(bus);
+    }
     lastAddress = *wanted;
     const UsbId id = device.id();
     event(lastAddress, "plug",
@@ -94,18 +113,27 @@ void Port::plugIn(std::optional<unsigned> wanted)
               .add("id", toText(id))
               .add("bus", bus)
               .add("port", portNumber)
+              .add("path", portPath())
+              .add("speed", speed)
               .add("mode", toText(device.mode())));
     node = std::make_unique<UsbNode>(
-        bed, SysfsEntry{bus, portNumber, lastAddress, descriptorsOf(device)},
+        bed, SysfsEntry{bus, portPath(), lastAddress, descriptorsOf(device), speed},
         static_cast<NodeOwner &>(*this),
         NodeOptions{device.config().kernelDriver, isDenied(), isMissing()});
     news("plugged in as " + toText(id) + ", address " + std::to_string(lastAddress));
 }
 
+std::string Port::portPath() const
+{
+    const std::string &hubs = device.config().hubs;
+    return (hubs.empty() ? "" : hubs + ".") + std::to_string(portNumber);
+}
+
 void Port::unplug()
 {
-    if (pulled)
+    if (pulled) {
         throw SceneError("'" + name() + "' is not plugged in");
+    }
     pulled = true;
     coming.cancel();
     leaving.cancel();
@@ -117,8 +145,9 @@ void Port::unplug()
 
 void Port::leave()
 {
-    if (!node)
+    if (!node) {
         return;
+    }
     event(address(), "unplug", {});
     news("gone");
     addresses.giveBack(node->entry().bus, node->entry().address);
@@ -166,24 +195,27 @@ void Port::afterTransfer(const Completion &completion)
     const std::optional<CaptureDevice::Departure> departure = device.takeDeparture();
     if (completion.disconnect) {
         unplug();
-        if (completion.replugMs)
+        if (completion.replugMs) {
             coming.start(*completion.replugMs,
                          [this, wanted = completion.replugAddress] { plug(wanted); });
+        }
     } else if (departure) {
-        startCode(*departure);
+        startCode(*departure, completion.delayMs);
     }
 }
 
-void Port::startCode(const CaptureDevice::Departure &departure)
+// The request is answered after answerMs, and then the code runs.
+void Port::startCode(const CaptureDevice::Departure &departure, unsigned answerMs)
 {
     event(address(), "start",
           JsonObject().add("entry", departure.entry).add("accepted", departure.accepted));
-    leaving.start(s_startTakesMs, [this] { leave(); });
-    if (!departure.accepted || device.config().comeback.never)
+    leaving.start(answerMs + s_startTakesMs, [this] { leave(); });
+    if (!departure.accepted || device.config().comeback.never) {
         return;
+    }
     returning = true;
     const unsigned afterMs = std::max(device.config().comeback.afterMs, s_startTakesMs + 1);
-    coming.start(afterMs, [this] { comeBack(); });
+    coming.start(answerMs + afterMs, [this] { comeBack(); });
 }
 
 void Port::comeBack()
@@ -209,8 +241,9 @@ bool Port::isMissing() const
 
 void Port::checkAccess()
 {
-    if (!node)
+    if (!node) {
         return;
+    }
     node->setDenied(isDenied());
     node->setMissing(isMissing());
 }
@@ -220,16 +253,18 @@ void Port::filesChanged()
     // Called by a node about its own files, so it must not be let go of here and now.
     const std::optional<unsigned> afterMs = device.config().powerCycleWhenIdleMs;
     idle.cancel();
-    if (node && afterMs && node->openFiles() == 0 && device.wasUpdated())
+    if (node && afterMs && node->openFiles() == 0 && device.wasUpdated()) {
         idle.start(*afterMs, [this] { powerCycle(); });
+    }
 }
 
 void Port::set(WordReader &words)
 {
     const std::string property = words.peek();
     const PropertyKind kind = propertyKind(property);
-    if (isProperty(property) && kind == PropertyKind::Identity)
+    if (isProperty(property) && kind == PropertyKind::Identity) {
         throw SceneError("'" + property + "' cannot be changed");
+    }
     // Only what is set now may change, not what the scene said earlier and the program changed
     // since.
     DeviceConfig changed = device.config();
@@ -240,12 +275,15 @@ void Port::set(WordReader &words)
     changed.userModes = device.userModes();
     parseProperty(words, changed, {{}, static_cast<uint32_t>(transcript.nowMs())});
     device.config() = changed;
-    if (kind == PropertyKind::Memory)
+    if (kind == PropertyKind::Memory) {
         device.presetMemories();
-    if (kind == PropertyKind::Setting)
+    }
+    if (kind == PropertyKind::Setting) {
         device.presetSettings();
-    if (kind == PropertyKind::Ram)
+    }
+    if (kind == PropertyKind::Ram) {
         device.presetRam();
+    }
     checkAccess();
 }
 
@@ -265,16 +303,23 @@ std::string Port::state() const
 {
     Presence presence;
     presence.plugged = node != nullptr;
+    presence.bus = lastBus;
     presence.port = portNumber;
     presence.address = address();
     presence.transfers = transfers;
     presence.openFiles = node ? node->openFiles() : 0;
+    presence.calls = calls;
     return stateJson(device, presence);
 }
 
 void Port::writeMemories(const std::string &directory) const
 {
     writeMemoryFiles(device, state(), directory + "/" + device.config().name);
+}
+
+void Port::keep(const std::string &directory)
+{
+    keepState(device, directory);
 }
 
 bool Port::isIdle() const
@@ -286,8 +331,9 @@ bool Port::isIdle() const
 
 void Port::news(const std::string &text) const
 {
-    if (onNews)
+    if (onNews) {
         onNews(device.config().name + ": " + text);
+    }
 }
 
 } // namespace sim

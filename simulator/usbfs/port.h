@@ -19,6 +19,8 @@ public:
     unsigned take(unsigned bus);
     // This one. Throws SceneError when a device has it.
     void take(unsigned bus, unsigned address);
+    // The highest that no device has, for what is always there.
+    unsigned takeLast(unsigned bus);
     void giveBack(unsigned bus, unsigned address);
 
 private:
@@ -50,6 +52,8 @@ public:
     std::string state() const;
     // fx3.bin, fpga.bin, edid.bin and state.json below this directory.
     void writeMemories(const std::string &directory) const;
+    // Keeps the device for the next run; only at the end of this one.
+    void keep(const std::string &directory);
     // Whether no program has it open.
     bool isIdle() const;
     bool sawViolation() const { return !device.violations().empty(); }
@@ -60,6 +64,7 @@ public:
 private:
     unsigned nextTransferNumber() override { return ++transfers; }
     unsigned nextFileNumber() override { return ++fileCount; }
+    void called(const char *ioctl) override { ++calls[ioctl]; }
     Completion control(const Setup &setup, const Bytes &out, bool claimed) override;
     int claimFault() override;
     void finished(unsigned address, const TransferRecord &record) override;
@@ -68,8 +73,9 @@ private:
     void filesChanged() override;
 
     void plugIn(std::optional<unsigned> address);
+    std::string portPath() const; // "2.1.4"
     void leave();
-    void startCode(const CaptureDevice::Departure &departure);
+    void startCode(const CaptureDevice::Departure &departure, unsigned answerMs);
     void comeBack();
     void checkAccess();
     bool isDenied() const;
@@ -84,9 +90,11 @@ private:
     CaptureDevice device;
     FaultPlan faults;
     unsigned portNumber;
+    unsigned lastBus = 0;
     unsigned lastAddress = 0;
     unsigned transfers = 0;
     unsigned fileCount = 0;
+    std::map<std::string, unsigned> calls; // ioctls by name, at all its addresses
     bool pulled = true;     // the plug is out; a device that left by itself is still plugged in
     bool returning = false; // comes back from a start, by its rule
     std::unique_ptr<UsbNode> node;

@@ -52,8 +52,9 @@ void setEnvironment(const Program::Setting &setting)
     }
     std::signal(SIGINT, SIG_DFL);
     std::vector<char *> arguments;
-    for (const std::string &word : command)
+    for (const std::string &word : command) {
         arguments.push_back(const_cast<char *>(word.c_str()));
+    }
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
     const int error = errno;
@@ -66,21 +67,25 @@ void setEnvironment(const Program::Setting &setting)
 void Program::start(const std::vector<std::string> &command, const Setting &setting)
 {
     pid = fork();
-    if (pid < 0)
+    if (pid < 0) {
         throw std::runtime_error(std::string("cannot start a process: ") + std::strerror(errno));
-    if (pid == 0)
+    }
+    if (pid == 0) {
         runProgram(command, setting);
+    }
     g_child_watch_add(pid, &Program::onExit, this);
 }
 
 void Program::end()
 {
-    if (pid <= 0)
+    if (pid <= 0) {
         return;
+    }
     kill(pid, SIGTERM);
     escalation.start(s_patienceMs, [this] {
-        if (pid > 0)
+        if (pid > 0) {
             kill(pid, SIGKILL);
+        }
     });
 }
 

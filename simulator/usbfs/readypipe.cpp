@@ -31,11 +31,13 @@ ReadyPipe::ReadyPipe(const std::string &nodePath) : path(nodePath)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     unlink(path.c_str());
-    if (mkfifo(path.c_str(), 0666) != 0)
+    if (mkfifo(path.c_str(), 0666) != 0) {
         fail("cannot create " + path);
+    }
     fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0 || fcntl(fd, F_SETPIPE_SZ, s_smallestBuffer) < 0)
+    if (fd < 0 || fcntl(fd, F_SETPIPE_SZ, s_smallestBuffer) < 0) {
         fail("cannot open " + path);
+    }
     setAccess(true);
     setReady(false);
 }
@@ -49,12 +51,14 @@ ReadyPipe::~ReadyPipe()
 void ReadyPipe::setReady(bool ready)
 {
     char byte = 0;
-    if (ready == isReady)
+    if (ready == isReady) {
         return;
+    }
     isReady = ready;
     const ssize_t moved = ready ? read(fd, &byte, 1) : write(fd, &byte, 1);
-    if (moved != 1)
+    if (moved != 1) {
         fail("the node " + path + " is out of step");
+    }
 }
 
 void ReadyPipe::setAccess(bool granted)
@@ -64,14 +68,16 @@ void ReadyPipe::setAccess(bool granted)
 
 void ReadyPipe::setMissing(bool missing)
 {
-    if (missing == isMissing)
+    if (missing == isMissing) {
         return;
+    }
     isMissing = missing;
     const std::string hidden = hiddenPath(path);
-    if (missing)
+    if (missing) {
         rename(path.c_str(), hidden.c_str());
-    else
+    } else {
         rename(hidden.c_str(), path.c_str());
+    }
 }
 
 } // namespace sim

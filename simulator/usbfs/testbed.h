@@ -16,9 +16,10 @@ namespace sim {
 struct SysfsEntry
 {
     unsigned bus = 1;
-    unsigned port = 1;
+    std::string portPath = "1"; // "2.1.4": the ports of the hubs on the way, then its own
     unsigned address = 2;
-    Bytes descriptors; // device and configuration
+    Bytes descriptors;     // device and configuration
+    unsigned speed = 5000; // of the link, in Mbit/s
 };
 
 // /dev/bus/usb/001/002
@@ -41,12 +42,18 @@ public:
     void attach(const std::string &path, UMockdevIoctlBase *handler);
     void detach(const std::string &path);
 
+    // Shows a hub that is always there: at this path, such as "2" or "2.1", of the bus. Those on
+    // the way to it come first.
+    void addHub(unsigned bus, const std::string &portPath, unsigned address);
     // Shows the device in sysfs and says so to the programs; removes it again.
     void add(const SysfsEntry &entry);
     void remove(const SysfsEntry &entry);
 
+    // Shows which driver is bound to an interface of a device that is there; empty: none.
+    void showDriver(const SysfsEntry &entry, unsigned interface, const std::string &driver) const;
+
 private:
-    void addRootHub(unsigned bus);
+    void needRootHub(unsigned bus);
     void addFromString(const std::string &description);
     void notify(const char *action, const SysfsEntry &entry);
 

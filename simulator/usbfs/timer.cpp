@@ -21,8 +21,9 @@ void Timer::start(unsigned ms, std::function<void()> call)
 
 void Timer::cancel()
 {
-    if (shot)
+    if (shot) {
         shot->cancelled = true;
+    }
     shot.reset();
     if (source) {
         g_source_destroy(source);
@@ -36,8 +37,9 @@ int Timer::fire(void *owned)
     const SimulationLock lock;
     // The call may destroy the timer, so only the shot is touched.
     const std::shared_ptr<Shot> fired = *static_cast<std::shared_ptr<Shot> *>(owned);
-    if (!fired->cancelled)
+    if (!fired->cancelled) {
         fired->call();
+    }
     return G_SOURCE_REMOVE;
 }
 

@@ -42,10 +42,12 @@ uint32_t murmurHash2(const std::string &text)
         hash = hash * s_mix ^ word;
     }
     const size_t rest = text.size() - at;
-    for (size_t i = rest; i > 0; --i)
+    for (size_t i = rest; i > 0; --i) {
         hash ^= static_cast<uint32_t>(static_cast<uint8_t>(text[at + i - 1])) << (8 * (i - 1));
-    if (rest > 0)
+    }
+    if (rest > 0) {
         hash *= s_mix;
+    }
     hash = (hash ^ hash >> 13) * s_mix;
     return hash ^ hash >> 15;
 }
@@ -54,8 +56,9 @@ void sendTo(const std::string &socketPath, const std::string &message)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    if (socketPath.size() >= sizeof address.sun_path)
+    if (socketPath.size() >= sizeof address.sun_path) {
         return;
+    }
     socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // A listener that is gone or does not listen misses the message, as with the real daemon.
@@ -72,10 +75,12 @@ std::string ueventMessage(const UeventProperties &properties)
     std::string body;
     for (const auto &[key, value] : properties) {
         body.append(key).append("=").append(value).push_back('\0');
-        if (key == "SUBSYSTEM")
+        if (key == "SUBSYSTEM") {
             header.subsystemHash = htonl(murmurHash2(value));
-        if (key == "DEVTYPE")
+        }
+        if (key == "DEVTYPE") {
             header.devtypeHash = htonl(murmurHash2(value));
+        }
     }
     header.propertiesSize = static_cast<uint32_t>(body.size());
     return std::string(reinterpret_cast<const char *>(&header), sizeof header) + body;
@@ -84,9 +89,11 @@ std::string ueventMessage(const UeventProperties &properties)
 void sendUevent(const std::string &root, const UeventProperties &properties)
 {
     const std::string message = ueventMessage(properties);
-    for (const auto &entry : std::filesystem::directory_iterator(root))
-        if (entry.path().filename().string().rfind("event", 0) == 0)
+    for (const auto &entry : std::filesystem::directory_iterator(root)) {
+        if (entry.path().filename().string().rfind("event", 0) == 0) {
             sendTo(entry.path().string(), message);
+        }
+    }
 }
 
 } // namespace sim

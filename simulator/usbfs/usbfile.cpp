@@ -58,8 +58,9 @@ UsbFile::UsbFile(NodeOwner &nodeOwner, unsigned deviceAddress, std::function<voi
 UsbFile::~UsbFile()
 {
     for (Urb &urb : urbs) {
-        if (urb.ready)
+        if (urb.ready) {
             continue;
+        }
         urb.record.status = "abandoned";
         owner.finished(address, urb.record);
     }
@@ -69,8 +70,9 @@ UsbFile::~UsbFile()
 int UsbFile::submit(const ClientMemory &memory)
 {
     const auto raw = memory.as<usbdevfs_urb>();
-    if (!memory || raw.type != USBDEVFS_URB_TYPE_CONTROL || raw.buffer_length < int{s_setupSize})
+    if (!memory || raw.type != USBDEVFS_URB_TYPE_CONTROL || raw.buffer_length < int{s_setupSize}) {
         return EINVAL;
+    }
     urbs.emplace_back();
     Urb &urb = urbs.back();
     urb.urb = memory;
@@ -84,8 +86,9 @@ int UsbFile::submit(const ClientMemory &memory)
     urb.record.number = owner.nextTransferNumber();
     urb.record.setup = parseSetup(content);
     const bool out = urb.record.setup.direction() == Direction::Out;
-    if (out)
+    if (out) {
         urb.record.data.assign(content.begin() + s_setupSize, content.end());
+    }
     const Completion completion =
         owner.control(urb.record.setup, out ? urb.record.data : Bytes(), hasClaim);
     answer(urb, completion);
@@ -97,14 +100,16 @@ void UsbFile::answer(Urb &urb, const Completion &completion)
 {
     urb.outcome = completion.outcome;
     urb.record.faulted = completion.faulted;
-    if (urb.outcome.status == Status::Silence)
+    if (urb.outcome.status == Status::Silence) {
         return;
+    }
     const StatusName &name = nameOf(urb.outcome.status);
-    if (completion.delayMs == 0)
+    if (completion.delayMs == 0) {
         finish(urb, name.code, name.text);
-    else
+    } else {
         urb.delay.start(completion.delayMs,
                         [this, &urb, &name] { finish(urb, name.code, name.text); });
+    }
 }
 
 void UsbFile::finish(Urb &urb, int status, const char *statusText)
@@ -112,12 +117,14 @@ void UsbFile::finish(Urb &urb, int status, const char *statusText)
     urb.delay.cancel();
     urb.ready = true;
     urb.status = status;
-    if (status != 0)
+    if (status != 0) {
         urb.outcome = Outcome();
+    }
     urb.record.status = statusText;
     urb.record.actual = urb.outcome.actual;
-    if (urb.record.setup.direction() == Direction::In)
+    if (urb.record.setup.direction() == Direction::In) {
         urb.record.data = urb.outcome.data;
+    }
     owner.finished(address, urb.record);
     onReadyChanged();
 }
@@ -125,8 +132,9 @@ void UsbFile::finish(Urb &urb, int status, const char *statusText)
 int UsbFile::discard(uint64_t urbAddress)
 {
     for (Urb &urb : urbs) {
-        if (urb.urb.address() != urbAddress || urb.ready)
+        if (urb.urb.address() != urbAddress || urb.ready) {
             continue;
+        }
         finish(urb, -ENOENT, "cancelled");
         return 0;
     }
@@ -142,8 +150,9 @@ int UsbFile::reap(const ClientMemory &pointer)
 {
     const auto ready =
         std::find_if(urbs.begin(), urbs.end(), [](const Urb &urb) { return urb.ready; });
-    if (ready == urbs.end())
+    if (ready == urbs.end()) {
         return EAGAIN;
+    }
     writeBack(*ready);
     pointer.writePointerTo(ready->urb);
     urbs.erase(ready);
@@ -161,9 +170,11 @@ void UsbFile::writeBack(const Urb &urb) const
 
 void UsbFile::disconnect()
 {
-    for (Urb &urb : urbs)
-        if (!urb.ready)
+    for (Urb &urb : urbs) {
+        if (!urb.ready) {
             finish(urb, -ENODEV, "no-device");
+        }
+    }
 }
 
 } // namespace sim

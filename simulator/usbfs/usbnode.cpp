@@ -16,10 +16,41 @@ namespace {
 
 constexpr unsigned s_interface = 0;     // the only one
 constexpr unsigned s_closeTakesMs = 50; // at most; a file that is still open then is really open
-constexpr int s_superSpeed = 5;         // as USBDEVFS_GET_SPEED counts
 constexpr uint32_t s_capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
                                     USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
                                     USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+
+const char *nameOfIoctl(unsigned long request)
+{
+    static const std::map<unsigned long, const char *> s_names = {
+        {USBDEVFS_SUBMITURB, "SUBMITURB"},
+        {USBDEVFS_REAPURB, "REAPURB"},
+        {USBDEVFS_REAPURBNDELAY, "REAPURBNDELAY"},
+        {USBDEVFS_DISCARDURB, "DISCARDURB"},
+        {USBDEVFS_CLAIMINTERFACE, "CLAIMINTERFACE"},
+        {USBDEVFS_RELEASEINTERFACE, "RELEASEINTERFACE"},
+        {USBDEVFS_GETDRIVER, "GETDRIVER"},
+        {USBDEVFS_IOCTL, "IOCTL"},
+        {USBDEVFS_GET_CAPABILITIES, "GET_CAPABILITIES"},
+    };
+    const auto found = s_names.find(request);
+    return found == s_names.end() ? "other" : found->second;
+}
+
+// As USBDEVFS_GET_SPEED counts.
+int speedNumber(unsigned speed)
+{
+    switch (speed) {
+    case 12:
+        return 2;
+    case 480:
+        return 3;
+    case 5000:
+        return 5;
+    default:
+        return 6;
+    }
+}
 
 const char *statusText(int result)
 {
@@ -55,29 +86,34 @@ UsbNode::UsbNode(TestBed &testBed, SysfsEntry sysfsEntry, NodeOwner &nodeOwner,
     // Programs learn of the device only when everything behind it is in place.
     bed.attach(path, handler);
     bed.add(sysfs);
+    showDriver();
 }
 
 UsbNode::~UsbNode()
 {
     unplug();
-    for (const auto &[client, timer] : waiting)
+    for (const auto &[client, timer] : waiting) {
         g_object_unref(client);
-    for (const auto &[client, file] : files)
+    }
+    for (const auto &[client, file] : files) {
         g_object_weak_unref(G_OBJECT(client), &UsbNode::onClientGone, this);
+    }
     g_signal_handlers_disconnect_by_data(handler, this);
     g_object_unref(handler);
 }
 
 void UsbNode::unplug()
 {
-    if (gone)
+    if (gone) {
         return;
+    }
     gone = true;
     pipe.setMissing(true);
     bed.detach(path);
     bed.remove(sysfs);
-    for (const auto &[client, file] : files)
+    for (const auto &[client, file] : files) {
         file->disconnect();
+    }
 }
 
 int UsbNode::onIoctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, void *self)
@@ -86,21 +122,24 @@ int UsbNode::onIoctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, void *sel
     auto *node = static_cast<UsbNode *>(self);
     // umockdev tells of a close a little later than it happens. Were a new file served at once, it
     // could find the interface claimed by one that is closed already.
-    if (!node->files.empty() && !node->files.count(client))
+    if (!node->files.empty() && !node->files.count(client)) {
         node->answerLater(client);
-    else
+    } else {
         node->answer(client);
+    }
     return TRUE;
 }
 
 void UsbNode::answer(UMockdevIoctlClient *client)
 {
     const unsigned long request = umockdev_ioctl_client_get_request(client);
+    owner.called(nameOfIoctl(request));
     const int result = dispatch(fileOf(client), request, client);
-    if (result < 0)
+    if (result < 0) {
         umockdev_ioctl_client_complete(client, -1, -result);
-    else
+    } else {
         umockdev_ioctl_client_complete(client, result, 0);
+    }
 }
 
 void UsbNode::answerLater(UMockdevIoctlClient *client)
@@ -112,8 +151,9 @@ void UsbNode::answerLater(UMockdevIoctlClient *client)
 void UsbNode::answerWaiting(UMockdevIoctlClient *client)
 {
     waiting.erase(client);
-    if (umockdev_ioctl_client_get_connected(client))
+    if (umockdev_ioctl_client_get_connected(client)) {
         answer(client);
+    }
     g_object_unref(client);
 }
 
@@ -125,11 +165,14 @@ void UsbNode::onClientGone(void *self, GObject *client)
     auto *node = static_cast<UsbNode *>(self);
     node->files.erase(reinterpret_cast<UMockdevIoctlClient *>(client));
     node->updateReady();
+    node->showDriver();
     node->owner.filesChanged();
-    if (!node->files.empty())
+    if (!node->files.empty()) {
         return;
-    for (auto &[next, timer] : node->waiting)
+    }
+    for (auto &[next, timer] : node->waiting) {
         timer.start(0, [node, next = next] { node->answerWaiting(next); });
+    }
 }
 
 UsbFile &UsbNode::fileOf(UMockdevIoctlClient *client)
@@ -153,10 +196,12 @@ int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient 
         const int result = file.reap(argument(sizeof(void *)));
         return gone && result == EAGAIN ? -ENODEV : -result;
     }
-    if (request == USBDEVFS_DISCARDURB)
+    if (request == USBDEVFS_DISCARDURB) {
         return -file.discard(ClientMemory::argumentValue(client));
-    if (gone)
+    }
+    if (gone) {
         return refuseAsGone(file, request, argument);
+    }
     switch (request) {
     case USBDEVFS_SUBMITURB:
         return -file.submit(argument(sizeof(usbdevfs_urb)));
@@ -172,7 +217,7 @@ int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient 
         argument(sizeof s_capabilities).write(0, &s_capabilities, sizeof s_capabilities);
         return 0;
     case USBDEVFS_GET_SPEED:
-        return s_superSpeed;
+        return speedNumber(sysfs.speed);
     case USBDEVFS_SETCONFIGURATION:
     case USBDEVFS_SETINTERFACE:
     case USBDEVFS_CLEAR_HALT:
@@ -186,12 +231,15 @@ int UsbNode::dispatch(UsbFile &file, unsigned long request, UMockdevIoctlClient 
 // Nothing works any more, but how the program gives the device back is worth recording.
 int UsbNode::refuseAsGone(const UsbFile &file, unsigned long request, const Argument &argument)
 {
-    if (request == USBDEVFS_CLAIMINTERFACE)
+    if (request == USBDEVFS_CLAIMINTERFACE) {
         return report(file, "claim", argument(sizeof(unsigned)).as<unsigned>(), -ENODEV);
-    if (request == USBDEVFS_RELEASEINTERFACE)
+    }
+    if (request == USBDEVFS_RELEASEINTERFACE) {
         return report(file, "release", argument(sizeof(unsigned)).as<unsigned>(), -ENODEV);
-    if (request != USBDEVFS_IOCTL)
+    }
+    if (request != USBDEVFS_IOCTL) {
         return -ENODEV;
+    }
     const auto command = argument(sizeof(usbdevfs_ioctl)).as<usbdevfs_ioctl>();
     const bool attach = static_cast<unsigned>(command.ioctl_code) == USBDEVFS_CONNECT;
     return report(file, attach ? "driver-attach" : "driver-detach",
@@ -207,75 +255,106 @@ bool UsbNode::isClaimed() const
 int UsbNode::claim(UsbFile &file, unsigned interface)
 {
     int result = -owner.claimFault();
-    if (result == 0 && interface != s_interface)
+    const bool faulted = result != 0;
+    if (result == 0 && interface != s_interface) {
         result = -ENOENT;
-    else if (result == 0 && !file.claimed() && (isClaimed() || !boundDriver.empty()))
+    } else if (result == 0 && !file.claimed() && (isClaimed() || !boundDriver.empty())) {
         result = -EBUSY;
-    if (result == 0)
+    }
+    if (result == 0) {
         file.setClaimed(true);
-    return report(file, "claim", interface, result);
+    }
+    showDriver();
+    return report(file, "claim", interface, result, faulted);
 }
 
 int UsbNode::release(UsbFile &file, unsigned interface)
 {
     int result = 0;
-    if (interface != s_interface)
+    if (interface != s_interface) {
         result = -ENOENT;
-    else if (!file.claimed())
+    } else if (!file.claimed()) {
         result = -EINVAL;
+    }
     file.setClaimed(file.claimed() && result != 0);
+    showDriver();
     return report(file, "release", interface, result);
 }
 
 int UsbNode::getDriver(const ClientMemory &memory) const
 {
-    if (memory.as<usbdevfs_getdriver>().interface != s_interface)
+    if (memory.as<usbdevfs_getdriver>().interface != s_interface) {
         return -EINVAL;
-    const std::string driver = isClaimed() ? "usbfs" : boundDriver;
-    if (driver.empty())
+    }
+    const std::string name = driver();
+    if (name.empty()) {
         return -ENODATA;
-    memory.write(offsetof(usbdevfs_getdriver, driver), driver.c_str(), driver.size() + 1);
+    }
+    memory.write(offsetof(usbdevfs_getdriver, driver), name.c_str(), name.size() + 1);
     return 0;
+}
+
+std::string UsbNode::driver() const
+{
+    return isClaimed() ? "usbfs" : boundDriver;
+}
+
+void UsbNode::showDriver() const
+{
+    if (!gone) {
+        bed.showDriver(sysfs, s_interface, driver());
+    }
 }
 
 int UsbNode::driverIoctl(const UsbFile &file, const ClientMemory &memory)
 {
     const auto command = memory.as<usbdevfs_ioctl>();
     const auto interface = static_cast<unsigned>(command.ifno);
-    if (interface != s_interface)
+    if (interface != s_interface) {
         return -EINVAL;
-    if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_DISCONNECT)
+    }
+    if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_DISCONNECT) {
         return report(file, "driver-detach", interface, detachDriver());
-    if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_CONNECT)
+    }
+    if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_CONNECT) {
         return report(file, "driver-attach", interface, attachDriver());
+    }
     return -ENOTTY;
 }
 
 int UsbNode::detachDriver()
 {
-    if (boundDriver.empty())
+    if (boundDriver.empty()) {
         return -ENODATA;
+    }
     boundDriver.clear();
+    showDriver();
     return 0;
 }
 
 // 1: a driver was bound; 0: none fits, which libusb calls NOT_FOUND.
 int UsbNode::attachDriver()
 {
-    if (isClaimed() || !boundDriver.empty())
+    if (isClaimed() || !boundDriver.empty()) {
         return -EBUSY;
+    }
     boundDriver = options.kernelDriver;
+    showDriver();
     return boundDriver.empty() ? 0 : 1;
 }
 
-int UsbNode::report(const UsbFile &file, const char *event, unsigned interface, int result)
+int UsbNode::report(const UsbFile &file, const char *event, unsigned interface, int result,
+                    bool faulted)
 {
     const bool noDriver = std::strcmp(event, "driver-attach") == 0 && result == 0;
-    owner.event(sysfs.address, event,
-                JsonObject()
-                    .add("file", file.number())
-                    .add("interface", interface)
-                    .add("status", noDriver ? "not-found" : statusText(result)));
+    JsonObject details;
+    details.add("file", file.number())
+        .add("interface", interface)
+        .add("status", noDriver ? "not-found" : statusText(result));
+    if (faulted) {
+        details.add("fault", true);
+    }
+    owner.event(sysfs.address, event, details);
     return result;
 }
 

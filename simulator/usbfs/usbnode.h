@@ -58,7 +58,10 @@ private:
     int detachDriver();
     int attachDriver();
     bool isClaimed() const;
-    int report(const UsbFile &file, const char *event, unsigned interface, int result);
+    void showDriver() const;
+    std::string driver() const; // as the kernel names it; a claim counts as one
+    int report(const UsbFile &file, const char *event, unsigned interface, int result,
+               bool faulted = false);
     void updateReady();
 
     TestBed &bed;
