@@ -9,6 +9,9 @@ class ConfigDeviceTask::Worker : public QObject
 {
     Q_OBJECT
 
+public:
+    ~Worker() override { usb::close_unclaimed_device(); }
+
 signals:
     void getComplete(uint8_t request, ConfigDeviceDataPtr data, uint16_t size);
     void setComplete(uint8_t request);
@@ -28,14 +31,14 @@ void ConfigDeviceTask::Worker::getConfigDeviceData(DeviceDescription device, uin
                                                    ConfigDeviceDataPtr data, uint16_t size,
                                                    uint16_t index, uint16_t value)
 {
-    libusb_device_handle *handle = usb::init_device(device);
+    usb::ClaimedDevice handle = usb::claim_device(device);
     if (!handle) {
         emitErrorCompleteGet(request,
                              tr("Cannot access USB. Administrative rights may be required."));
         return;
     }
-    const int result = usb::read_vendor(handle, request, value, index, data.data(), size);
-    usb::deinit_device(handle, device);
+    const int result = usb::read_vendor(handle.get(), request, value, index, data.data(), size);
+    handle.reset();
     if (result < 0) {
         emitErrorCompleteGet(request, tr("Error retreiving config device data: req=%1, status: %2")
                                           .arg(request)
@@ -49,7 +52,7 @@ void ConfigDeviceTask::Worker::setConfigDeviceData(DeviceDescription device, uin
                                                    ConfigDeviceDataPtr data, uint16_t size,
                                                    uint16_t index, uint16_t value)
 {
-    libusb_device_handle *handle = usb::init_device(device);
+    usb::ClaimedDevice handle = usb::claim_device(device);
     if (!handle) {
         // A read completion although this is a write: a null buffer is how a receiver tells that
         // nothing was done.
@@ -57,11 +60,11 @@ void ConfigDeviceTask::Worker::setConfigDeviceData(DeviceDescription device, uin
                              tr("Cannot access USB. Administrative rights may be required."));
         return;
     }
-    const int result = usb::write_vendor(handle, request, value, index, data.data(), size);
+    const int result = usb::write_vendor(handle.get(), request, value, index, data.data(), size);
     if (result < 0) {
         emit error(request, tr("Error setting device flags: %1").arg(usb::error_sentence(result)));
     }
-    usb::deinit_device(handle, device);
+    handle.reset();
     emit setComplete(request);
 }
 

@@ -1,21 +1,8 @@
 #pragma once
 
-#include <QtEndian>
+#include "littleendian.h"
 
 // The data stages of the configuration requests, byte for byte. Numbers are little-endian.
-
-// An unsigned number on the wire. It has no alignment, so a record of these has no gaps.
-template<typename T> struct LittleEndian
-{
-    quint8 bytes[sizeof(T)];
-
-    operator T() const { return qFromLittleEndian<T>(bytes); }
-    LittleEndian &operator=(T value)
-    {
-        qToLittleEndian<T>(value, bytes);
-        return *this;
-    }
-};
 
 // The signal at the device's input (request INPUT_STATUS, read only). Texts are ASCII and padded
 // with NUL, which the device may have forgotten: never read past the end of the record.

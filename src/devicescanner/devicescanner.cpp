@@ -33,7 +33,10 @@ private:
         int lastStatus = 0; // of the last device looked at: its descriptor read, or Denied
     };
 
-    static constexpr int Denied = -1;
+    static constexpr int s_denied = -1;
+    // An installation that succeeds each time for a device that never opens would go on for ever,
+    // and whoever quits the program waits for the scan.
+    static constexpr int s_mostPasses = 10;
 
     bool runPass(Pass &pass);
     bool checkDevice(libusb_device *device, Pass &pass);
@@ -44,7 +47,8 @@ void DeviceScanner::Worker::scanDevices()
 {
     qDebug() << "Scan devices";
     bool secondPass = false;
-    for (bool again = true; again;) {
+    bool again = true;
+    for (int passes = 0; again && passes < s_mostPasses; ++passes) {
         Pass pass;
         pass.secondPass = secondPass;
         if (!runPass(pass)) {
@@ -75,7 +79,7 @@ bool DeviceScanner::Worker::runPass(Pass &pass)
     }
     // Only a denial of the last device ends the scan: after an earlier one, a device that was given
     // a driver still gets its pass.
-    return pass.lastStatus != Denied;
+    return pass.lastStatus != s_denied;
 }
 
 // Returns false when the device cannot even be described, which ends the scan.
@@ -115,7 +119,7 @@ void DeviceScanner::Worker::probeDevice(const Filter &filter, libusb_device *dev
     case ProbeResult::AccessDenied:
         emit error(
             tr("Access Denied: Administrative privilegies are required to access the device"));
-        pass.lastStatus = Denied;
+        pass.lastStatus = s_denied;
         break;
     case ProbeResult::Failed:
         pass.failed += 1;

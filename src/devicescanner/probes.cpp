@@ -1,7 +1,7 @@
 #include "probes.h"
 
 #include "devicedescription.h"
-#include "driverinstall.h"
+#include "driverdecision.h"
 #include "usbaccess.h"
 #include "vendorrequests.h"
 
@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr int Interface = 0;
-constexpr quint8 VersionStringIndex = 3;
-constexpr int LongestString = 127;
+constexpr int s_interface = 0;
+constexpr quint8 s_versionStringIndex = 3;
+constexpr int s_longestString = 127;
 
 // A device that a probe has open. Closing is the destructor's work, so no path forgets it.
 struct OpenDevice
@@ -41,8 +41,8 @@ struct DriverPolicy
     bool bracketed; // the log line puts the reason in brackets
 };
 
-constexpr DriverPolicy RunningDevice{true, false, false};
-constexpr DriverPolicy BareController{false, false, true};
+constexpr DriverPolicy s_runningDevice{true, false, false};
+constexpr DriverPolicy s_bareController{false, false, true};
 
 void logOpenError(int code, bool bracketed)
 {
@@ -85,12 +85,12 @@ ProbeResult openOrInstallDriver(libusb_device *device, const DriverPolicy &polic
 // The string descriptor with this index, or the fallback when it cannot be read.
 QString readString(libusb_device_handle *handle, quint8 index, const char *fallback)
 {
-    unsigned char text[LongestString + 1] = {};
-    const int length = libusb_get_string_descriptor_ascii(handle, index, text, LongestString);
+    unsigned char text[s_longestString + 1] = {};
+    const int length = libusb_get_string_descriptor_ascii(handle, index, text, s_longestString);
     if (length < 0) {
         return QString::fromLatin1(fallback);
     }
-    text[qMin(length, LongestString)] = 0;
+    text[qMin(length, s_longestString)] = 0;
     return QString::fromLatin1(reinterpret_cast<const char *>(text));
 }
 
@@ -121,7 +121,7 @@ ProbeResult describeBootLoader(libusb_device *device, const DriverPolicy &policy
     description.serialNumber = readSerial(opened);
     usb::device_adressing_fill(usb::Device(device), description);
     description.mode = mode;
-    description.interfaceNumber = Interface;
+    description.interfaceNumber = s_interface;
     description.modeText = modeText;
     return ProbeResult::Found;
 }
@@ -130,20 +130,20 @@ ProbeResult describeBootLoader(libusb_device *device, const DriverPolicy &policy
 // hangs does not answer it within the second that it has.
 bool ping(libusb_device_handle *handle)
 {
-    if (libusb_kernel_driver_active(handle, Interface) != 0) {
-        libusb_detach_kernel_driver(handle, Interface);
+    if (libusb_kernel_driver_active(handle, s_interface) != 0) {
+        libusb_detach_kernel_driver(handle, s_interface);
     }
-    const int claimed = libusb_claim_interface(handle, Interface);
-    qDebug() << "Claim interface:" << Interface << claimed;
+    const int claimed = libusb_claim_interface(handle, s_interface);
+    qDebug() << "Claim interface:" << s_interface << claimed;
     if (claimed != 0) {
         qDebug() << "Error claim usb interface: " << claimed;
-        libusb_attach_kernel_driver(handle, Interface);
+        libusb_attach_kernel_driver(handle, s_interface);
         return false;
     }
     quint8 ready = 0; // any answer will do: a busy device is alive
     const int answered = usb::read_vendor(handle, FX3_STATUS, 0, 0, &ready, sizeof(ready));
-    libusb_attach_kernel_driver(handle, Interface);
-    libusb_release_interface(handle, Interface);
+    libusb_attach_kernel_driver(handle, s_interface);
+    libusb_release_interface(handle, s_interface);
     qDebug() << "Ping device:" << answered;
     return answered >= 0;
 }
@@ -154,18 +154,18 @@ ProbeResult probeVelk3(libusb_device *device, DeviceDescription &description)
 {
     qDebug() << "Probe VELK3/SORN3";
     OpenDevice opened;
-    const ProbeResult result = openOrInstallDriver(device, RunningDevice, opened);
+    const ProbeResult result = openOrInstallDriver(device, s_runningDevice, opened);
     if (result != ProbeResult::Found) {
         return result;
     }
     const QString product = readProduct(opened);
     const QString serial = readSerial(opened);
-    const QString version = readString(opened.handle, VersionStringIndex, "0.0.0");
+    const QString version = readString(opened.handle, s_versionStringIndex, "0.0.0");
     if (!ping(opened.handle)) {
         return ProbeResult::Failed;
     }
     usb::device_adressing_fill(usb::Device(device), description);
-    description.interfaceNumber = Interface;
+    description.interfaceNumber = s_interface;
     description.mode = DeviceMode::Normal;
     description.productName = product;
     description.modeText.clear();
@@ -191,7 +191,7 @@ ProbeResult probeSoft(libusb_device *device, DeviceDescription &description)
 ProbeResult probeHard(libusb_device *device, DeviceDescription &description)
 {
     qDebug() << "Probe Hard";
-    return describeBootLoader(device, BareController, DeviceMode::HardRepair,
+    return describeBootLoader(device, s_bareController, DeviceMode::HardRepair,
                               QCoreApplication::translate("DeviceProbes", "Hard Repair Mode"),
                               description);
 }

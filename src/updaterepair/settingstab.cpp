@@ -2,6 +2,7 @@
 
 #include "updaterepair.h"
 
+#include "literalmessage.h"
 #include "ui_updaterepair.h"
 
 #include <QDebug>
@@ -25,51 +26,15 @@ constexpr FlagBox s_flagBoxes[] = {
 
 } // namespace
 
-// ---- loading either configuration tab
-
-void UpdateRepair::tryLoadDeviceSettings()
-{
-    if (!allowUserAccess) {
-        // The answer that is under way is for what was chosen before; what is chosen now follows
-        // it.
-        loadRemembered = true;
-        return;
-    }
-    if (ui->devicesList->currentRow() < 0) {
-        return;
-    }
-    const QWidget *page = ui->tabWidget->currentWidget();
-    if (page != ui->tabSettings && page != ui->tabUserMode) {
-        return;
-    }
-    DeviceDescription desc;
-    if (!prepareConfigurationDeviceRequest(desc)) {
-        return;
-    }
-    if (page == ui->tabSettings) {
-        prepareSettingsRequest();
-        requestDeviceFlags(desc);
-    } else {
-        prepareUserModeRequest(desc);
-        requestFirstUserMode();
-    }
-}
-
-void UpdateRepair::on_tabWidget_currentChanged(int /*index*/)
-{
-    tryLoadDeviceSettings();
-}
-
-// ---- the flags
-
 void UpdateRepair::prepareSettingsRequest()
 {
     deviceFlagsError = false;
 }
 
-void UpdateRepair::requestDeviceFlags(const DeviceDescription &desc)
+void UpdateRepair::loadSettings(const DeviceDescription &desc)
 {
-    sendWhenStatusAnswered([this, desc] {
+    prepareSettingsRequest();
+    configTicket = turns.ask(Turns::Work::Configuration, [this, desc] {
         emit deviceFlagsAction->getConfigDeviceData(desc, GET_DEVICE_FLAGS, makeConfigDeviceData(1),
                                                     1, 0, 0);
     });
@@ -90,7 +55,7 @@ void UpdateRepair::on_updateSettingsButton_clicked()
     }
     const ConfigDeviceDataPtr record = makeConfigDeviceData(sizeof(flags));
     *record = flags;
-    sendWhenStatusAnswered([this, desc, record] {
+    configTicket = turns.ask(Turns::Work::Configuration, [this, desc, record] {
         emit deviceFlagsAction->setConfigDeviceData(desc, SET_DEVICE_FLAGS, record, 1, 0, 0);
     });
 }
@@ -98,17 +63,17 @@ void UpdateRepair::on_updateSettingsButton_clicked()
 void UpdateRepair::onGetDeviceFlagsComplete(uint8_t /*request*/, QSharedPointer<uint8_t> record,
                                             uint16_t /*size*/)
 {
-    endConfigRequest();
-    if (!deviceFlagsError && record) {
-        showDeviceFlags(*record);
-        ui->tabSettings->setEnabled(true);
-    }
-    loadIfRemembered();
+    endWork(Turns::Work::Configuration, [this, record] {
+        if (!deviceFlagsError && record) {
+            showDeviceFlags(*record);
+            ui->tabSettings->setEnabled(true);
+        }
+    });
 }
 
 void UpdateRepair::showDeviceFlags(uint8_t flags)
 {
-    if (configAnswerStale) {
+    if (!configTicket.isWanted()) {
         return;
     }
     for (const FlagBox &box : s_flagBoxes) {
@@ -118,14 +83,12 @@ void UpdateRepair::showDeviceFlags(uint8_t flags)
 
 void UpdateRepair::onSetDeviceFlagsComplete(uint8_t /*request*/)
 {
-    endConfigRequest();
-    ui->tabSettings->setEnabled(true);
-    loadIfRemembered();
+    endWork(Turns::Work::Configuration, [this] { ui->tabSettings->setEnabled(true); });
 }
 
 void UpdateRepair::onDeviceFlagsError(uint8_t /*request*/, const QString &text)
 {
     qDebug() << "Setting/getting flags error" << text;
     deviceFlagsError = true;
-    QMessageBox::critical(this, tr("Device Access Error"), text);
+    QMessageBox::critical(this, tr("Device Access Error"), literalMessage(text));
 }

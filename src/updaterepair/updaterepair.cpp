@@ -1,15 +1,18 @@
 #include "updaterepair.h"
 
 #include "devicescanner.h"
-#include "qtcompat.h"
+#include "emptylisthint.h"
+#include "focuskeeper.h"
+#include "focusmark.h"
+#include "images.h"
+#include "listselection.h"
 #include "ui_updaterepair.h"
 #include "updatetask.h"
 
 #include <QApplication>
-#include <QDebug>
-#include <QMessageBox>
-
-#include <utility>
+#include <QKeyEvent>
+#include <QTabBar>
+#include <QTextDocumentFragment>
 
 static constexpr int s_statusPollInterval = 2000; // ms
 
@@ -23,6 +26,7 @@ UpdateRepair::UpdateRepair(QWidget *parent)
       inputStatusAction(new InputStatusAction(configTask, this)),
       userModeAction(new UserModeAction(configTask, this))
 {
+    init_images();
     ui->setupUi(this);
     if (qApp->devicePixelRatio() > 1) {
         // An icon has a variant for each density of screen; a form loads the plain picture only.
@@ -30,6 +34,15 @@ UpdateRepair::UpdateRepair(QWidget *parent)
             QIcon(QStringLiteral(":/images/banner.png")).pixmap(ui->QuorlinBanner->sizeHint()));
     }
     ui->labelDoNotInterrupt->hide();
+    describeForScreenReaders();
+    selection = new ListSelection(ui->devicesList);
+    focusKeeper = std::make_unique<FocusKeeper>(
+        this, QList<QWidget *>{ui->tabWidget->tabBar(), ui->devicesList});
+    emptyListHint = new EmptyListHint(ui->devicesList);
+    for (QWidget *button : {ui->rescanDevicesButton, ui->firmwareSelectButton}) {
+        new FocusMark(button, button);
+    }
+    new FocusMark(ui->devicesList, ui->devicesList->viewport());
     connectFrontObjects();
     inputStatusTimer.setInterval(s_statusPollInterval);
     inputStatusTimer.start();
@@ -38,8 +51,6 @@ UpdateRepair::UpdateRepair(QWidget *parent)
     connect(userModeAction, &ConfigDeviceBase::setRequestComplete, this,
             &UpdateRepair::onSetUserModeComplete);
     connect(userModeAction, &ConfigDeviceBase::error, this, &UpdateRepair::onUserModeError);
-    connect(ui->devicesList, &QListWidget::currentRowChanged, this,
-            &UpdateRepair::selectCurrentRow);
     ui->updateProgress->hide();
     tryEnableDeviceControls();
     scanDevices();
@@ -69,11 +80,37 @@ void UpdateRepair::connectFrontObjects()
     connect(&inputStatusTimer, &QTimer::timeout, this, &UpdateRepair::onInputStatusTimer);
 }
 
+void UpdateRepair::describeForScreenReaders()
+{
+    // Tool tips are read out where there is no description, with their mark-up.
+    for (QCheckBox *box : ui->tabSettings->findChildren<QCheckBox *>()) {
+        box->setAccessibleDescription(
+            QTextDocumentFragment::fromHtml(box->toolTip()).toPlainText());
+    }
+}
+
+// ---- the keyboard
+
+// A dialog presses its default button for Return wherever the focus is. Here that would write a
+// device's firmware; Return on the button itself does not come this far.
+void UpdateRepair::keyPressEvent(QKeyEvent *event)
+{
+    const bool isReturn = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (isReturn && focusWidget() != ui->firmwareLineEdit) {
+        event->ignore();
+        return;
+    }
+    QDialog::keyPressEvent(event);
+}
+
 // ---- enabling
 
 void UpdateRepair::setControlsAllowUserAccess(bool allow)
 {
     allowUserAccess = allow;
+    if (!allow) {
+        focusKeeper->hold();
+    }
     tryEnableDeviceControls();
     if (allow) {
         inputStatusTimer.start();
@@ -93,95 +130,69 @@ void UpdateRepair::resetDeviceControls()
     ui->updateProgress->hide();
 }
 
-// ---- the selected device
-
-// A list that gets the focus by the keyboard makes its first row current without selecting it.
-// Every request goes to the current row, so that row must be the one that the user sees
-// highlighted.
-void UpdateRepair::selectCurrentRow(int row)
-{
-    if (row >= 0 && ui->devicesList->selectedItems().isEmpty()) {
-        ui->devicesList->setCurrentRow(row, QItemSelectionModel::Select);
-    }
-}
-
-bool UpdateRepair::getCurrentDeviceDescription(DeviceDescription &desc)
-{
-    if (ui->devicesList->currentRow() < 0) {
-        return false;
-    }
-    QVariant record = ui->devicesList->currentItem()->data(Qt::UserRole);
-    if (record.userType() != qMetaTypeId<DeviceDescription>() &&
-        !qtcompat::convert<DeviceDescription>(record)) {
-        desc = DeviceDescription();
-        return true;
-    }
-    desc = record.value<DeviceDescription>();
-    return true;
-}
-
-bool UpdateRepair::prepareConfigurationDeviceRequest(DeviceDescription &desc)
-{
-    if (!getCurrentDeviceDescription(desc)) {
-        QMessageBox::warning(this, tr("Quorlin Updater"),
-                             tr("Please select a device from the list"));
-        return false;
-    }
-    configRequestRunning = true;
-    configAnswerStale = false;
-    setControlsAllowUserAccess(false);
-    qDebug() << "Selected device:" << desc.productName;
-    return true;
-}
-
-// ---- whose turn it is
+// ---- work
 
 // Scans can overlap, and a scan can be asked for during a configuration request; the controls wait
 // for the last of them.
-void UpdateRepair::unlockWhenNothingRuns()
+void UpdateRepair::unlockWhenIdle()
 {
-    if (scansRunning == 0 && !updateRunning && !configRequestRunning) {
+    if (turns.isIdle()) {
         setControlsAllowUserAccess(true);
     }
 }
 
-void UpdateRepair::endConfigRequest()
+// `show` comes after the unlocking, which enables every page. A load comes last: it locks the
+// controls again.
+void UpdateRepair::endWork(Turns::Work work, const std::function<void()> &show)
 {
-    configRequestRunning = false;
-    unlockWhenNothingRuns();
-    sendPending();
-}
-
-// The last thing that the end of a request does: it locks the controls again.
-void UpdateRepair::loadIfRemembered()
-{
-    if (allowUserAccess && std::exchange(loadRemembered, false)) {
+    turns.ended(work);
+    unlockWhenIdle();
+    if (show) {
+        show();
+    }
+    if (allowUserAccess && turns.takeRememberedLoad()) {
         tryLoadDeviceSettings();
     }
+    if (allowUserAccess) {
+        focusKeeper->giveBack();
+    }
 }
 
-// Sends an update or configuration request at once, or when the poll that is under way has been
-// answered: until then the device's interface is claimed.
-void UpdateRepair::sendWhenStatusAnswered(std::function<void()> send)
-{
-    pendingRequests.push_back(std::move(send));
-    sendPending();
-}
+// ---- the pages
 
-void UpdateRepair::sendPending()
+// Each page that shows what a device holds, and what begins to read it.
+void UpdateRepair::tryLoadDeviceSettings()
 {
-    if (statusPollRunning) {
+    struct Page
+    {
+        QWidget *Ui_UpdateRepair::*widget;
+        void (UpdateRepair::*load)(const DeviceDescription &);
+    };
+    static constexpr Page pages[] = {
+        {&Ui_UpdateRepair::tabSettings, &UpdateRepair::loadSettings},
+        {&Ui_UpdateRepair::tabUserMode, &UpdateRepair::loadUserModes},
+    };
+
+    if (!allowUserAccess) {
+        // The answer that is under way is for what was chosen before; what is chosen now follows
+        // it.
+        turns.rememberLoad();
         return;
     }
-    for (const auto &send : std::exchange(pendingRequests, {})) {
-        send();
+    if (ui->devicesList->currentRow() < 0) {
+        return;
     }
-    // A scan opens every device, so it could not probe the one that a configuration request holds
-    // and would leave it out of the list.
-    if (!configRequestRunning) {
-        while (pendingScans > 0) {
-            --pendingScans;
-            emit scanner->scan();
+    for (const Page &page : pages) {
+        DeviceDescription desc;
+        if (ui->tabWidget->currentWidget() == ui.get()->*page.widget &&
+            prepareConfigurationDeviceRequest(desc)) {
+            (this->*page.load)(desc);
+            return;
         }
     }
+}
+
+void UpdateRepair::on_tabWidget_currentChanged(int /*index*/)
+{
+    tryLoadDeviceSettings();
 }

@@ -3,6 +3,7 @@
 #include "configdevicetask.h"
 #include "devicedescription.h"
 #include "records.h"
+#include "turns.h"
 #include "vendorrequests.h"
 
 #include <QDialog>
@@ -13,25 +14,29 @@
 #include <functional>
 #include <memory>
 #include <tuple>
-#include <vector>
 
 class DeviceScanner;
+class EmptyListHint;
+class FocusKeeper;
+class ListSelection;
 class QGroupBox;
 class QSpinBox;
 class Ui_UpdateRepair;
 class UpdateTask;
+
+namespace platform {
+class SessionHold;
+}
 
 // The program's one window: the list of capture devices, a tab each for updating the firmware, for
 // the device's settings and for its user modes, and a line that shows the input signal of the
 // selected device.
 //
 // Everything here runs in the GUI thread and nothing here touches USB: the scanner, the update task
-// and the configuration task work on threads of their own and answer with queued signals. A
-// device's interface can be claimed by one of them at a time, so the dialog never has two of them
-// at work on the same device: the controls are locked while a scan, an update or a configuration
-// request is running, and the signal is polled only while they are not. A request that is asked for
-// while a poll is unanswered is sent when the answer is there, and so is a scan that is asked for
-// during a configuration request.
+// and the configuration task work on threads of their own and answer with queued signals. Each slot
+// asks for work, sends it when it is its turn (see Turns) or shows an answer. The controls are
+// locked while a scan, an update or a configuration request has begun and not ended, and the signal
+// is polled only while they are not.
 //
 // The meta-types "DeviceDescription" and "uint8_t" must be registered before a dialog is made.
 class UpdateRepair : public QDialog
@@ -41,6 +46,9 @@ class UpdateRepair : public QDialog
 public:
     explicit UpdateRepair(QWidget *parent = nullptr);
     ~UpdateRepair() override;
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
 
 private slots:
     void on_firmwareSelectButton_clicked();
@@ -95,24 +103,25 @@ private:
     void userModeStore(uint16_t index);
 
     void connectFrontObjects();
-    void selectCurrentRow(int row);
+    void describeForScreenReaders();
 
-    // updaterepair.cpp: whose turn it is
-    void unlockWhenNothingRuns();
-    void endConfigRequest();
-    void loadIfRemembered();
-    void sendWhenStatusAnswered(std::function<void()> send);
-    void sendPending();
+    // updaterepair.cpp: the end of a scan or of a configuration request, see Turns
+    void unlockWhenIdle();
+    void endWork(Turns::Work work, const std::function<void()> &show = nullptr);
+
+    // devicelist.cpp
+    void forgetDevices();
+    void hintIfNothingIsListed();
+    void requestScan();
 
     // firmwaretab.cpp
-    void forgetDevices();
-    void requestScan();
     void startUpdate(const DeviceDescription &desc);
 
-    // settingstab.cpp, usermodestab.cpp
-    void requestDeviceFlags(const DeviceDescription &desc);
+    // settingstab.cpp, usermodestab.cpp, inputsignal.cpp
+    void loadSettings(const DeviceDescription &desc);
     void showDeviceFlags(uint8_t flags);
-    void requestFirstUserMode();
+    void loadUserModes(const DeviceDescription &desc);
+    void sendUserMode(uint16_t index, const Turns::Send &send);
     void showUserMode(const UserMode &mode);
     void showInputStatus(const QSharedPointer<uint8_t> &record);
 
@@ -131,19 +140,15 @@ private:
     uint16_t userModeIndex = 0;    // the mode whose request is under way
     DeviceDescription userModeDevice;
     QTimer inputStatusTimer;
+    ListSelection *selection = nullptr; // of devicesList, which owns it
+    std::unique_ptr<FocusKeeper> focusKeeper;
+    EmptyListHint *emptyListHint = nullptr; // of devicesList, which owns it
 
-    // What has been asked for and has not ended yet, sent or not.
-    int scansRunning = 0;
-    bool updateRunning = false;
-    bool configRequestRunning = false;
-    bool statusPollRunning = false;
+    Turns turns;
+    Turns::Ticket configTicket; // of the configuration request that was asked for last
+    Turns::Ticket pollTicket;   // of the last poll
 
-    // What has been asked for and not been sent, since a poll or, for a scan, a configuration
-    // request has the device.
-    std::vector<std::function<void()>> pendingRequests;
-    int pendingScans = 0;
-
-    bool loadRemembered = false;    // a tab or a row was chosen while the controls were locked
-    bool configAnswerStale = false; // another row was chosen since the request was made
-    bool statusAnswerStale = false; // the list was cleared since the poll was sent
+    // While an update runs. A child that is made after the update task and so deleted after it: in
+    // a window that is closed, the task still waits for its update.
+    platform::SessionHold *sessionHold = nullptr;
 };

@@ -1,15 +1,14 @@
-// The User Modes tab, and the status line that shows the input signal.
+// The User Modes tab.
 
 #include "updaterepair.h"
 
-#include "displaytexts.h"
+#include "literalmessage.h"
 #include "ui_updaterepair.h"
 
 #include <QDebug>
 #include <QMessageBox>
 
 #include <cstring>
-#include <utility>
 
 static constexpr uint16_t s_lastUserMode = 2;
 
@@ -36,11 +35,22 @@ void UpdateRepair::prepareUserModeRequest(const DeviceDescription &desc)
     userModeDevice = desc;
 }
 
+// The first request of the sequence waits for its turn; the others have it.
+void UpdateRepair::sendUserMode(uint16_t index, const Turns::Send &send)
+{
+    if (index == 0) {
+        configTicket = turns.ask(Turns::Work::Configuration, send);
+    } else {
+        send();
+    }
+}
+
 // ---- reading
 
-void UpdateRepair::requestFirstUserMode()
+void UpdateRepair::loadUserModes(const DeviceDescription &desc)
 {
-    sendWhenStatusAnswered([this, desc = userModeDevice, index = userModeIndex] {
+    prepareUserModeRequest(desc);
+    sendUserMode(userModeIndex, [this, desc, index = userModeIndex] {
         userModeAction->requestConfigDeviceData<UserMode>(desc, USER_MODE, index, 0);
     });
 }
@@ -49,20 +59,17 @@ void UpdateRepair::onGetUserModeComplete(uint8_t /*request*/, QSharedPointer<uin
                                          uint16_t /*size*/)
 {
     if (userModeError || !record) {
-        endConfigRequest();
-        // What the page shows is not what the device holds.
-        if (userModeError) {
-            ui->tabUserMode->setEnabled(false);
-        }
-        loadIfRemembered();
+        endWork(Turns::Work::Configuration, [this] {
+            // After an error the page does not show what the device holds.
+            ui->tabUserMode->setEnabled(!userModeError);
+        });
         return;
     }
     UserMode mode;
     std::memcpy(&mode, record.data(), sizeof(mode));
     showUserMode(mode);
     if (userModeIndex == s_lastUserMode) {
-        endConfigRequest();
-        loadIfRemembered();
+        endWork(Turns::Work::Configuration);
         return;
     }
     ++userModeIndex;
@@ -73,7 +80,7 @@ void UpdateRepair::onGetUserModeComplete(uint8_t /*request*/, QSharedPointer<uin
 
 void UpdateRepair::showUserMode(const UserMode &mode)
 {
-    if (configAnswerStale) {
+    if (!configTicket.isWanted()) {
         return;
     }
     const auto [height, width, group] = userModeWidgets(userModeIndex);
@@ -104,7 +111,7 @@ void UpdateRepair::userModeStore(uint16_t index)
     mode.disabled = group->isChecked() ? 0 : 1;
     const ConfigDeviceDataPtr record = makeConfigDeviceData(sizeof(mode));
     std::memcpy(record.data(), &mode, sizeof(mode));
-    sendWhenStatusAnswered([this, desc = userModeDevice, index, record] {
+    sendUserMode(index, [this, desc = userModeDevice, index, record] {
         emit userModeAction->setConfigDeviceData(desc, USER_MODE, record, sizeof(UserMode), index,
                                                  0);
     });
@@ -117,8 +124,7 @@ void UpdateRepair::onSetUserModeComplete(uint8_t /*request*/)
         userModeStore(userModeIndex);
         return;
     }
-    endConfigRequest();
-    loadIfRemembered();
+    endWork(Turns::Work::Configuration);
 }
 
 void UpdateRepair::onUserModeError(uint8_t /*request*/, const QString &text)
@@ -127,46 +133,6 @@ void UpdateRepair::onUserModeError(uint8_t /*request*/, const QString &text)
     userModeError = true;
     // A failed read shows itself: its page is disabled.
     if (userModeStoring) {
-        QMessageBox::critical(this, tr("Device Access Error"), text);
+        QMessageBox::critical(this, tr("Device Access Error"), literalMessage(text));
     }
-}
-
-// ---- the input signal
-
-// Runs only while the controls are unlocked, so no poll starts during a scan, an update or a
-// configuration request.
-void UpdateRepair::onInputStatusTimer()
-{
-    DeviceDescription desc;
-    if (statusPollRunning || !getCurrentDeviceDescription(desc)) {
-        return;
-    }
-    statusPollRunning = true;
-    statusAnswerStale = false;
-    emit inputStatusAction->getConfigDeviceData(desc, INPUT_STATUS,
-                                                makeConfigDeviceData(sizeof(InputStatusInfo)),
-                                                sizeof(InputStatusInfo), 0, 0);
-}
-
-void UpdateRepair::onGetDeviceInputStatusComplete(uint8_t /*request*/,
-                                                  QSharedPointer<uint8_t> record, uint16_t /*size*/)
-{
-    statusPollRunning = false;
-    if (!std::exchange(statusAnswerStale, false)) {
-        showInputStatus(record);
-    }
-    sendPending();
-}
-
-void UpdateRepair::showInputStatus(const QSharedPointer<uint8_t> &record)
-{
-    if (!record) {
-        ui->inputSignalLabel->setText(tr("request not supported"));
-        return;
-    }
-    InputStatusInfo status;
-    std::memcpy(&status, record.data(), sizeof(status));
-    // The device's texts are shown as they are, also when they look like mark-up.
-    ui->inputSignalLabel->setTextFormat(Qt::PlainText);
-    ui->inputSignalLabel->setText(inputStatusText(status));
 }

@@ -1,14 +1,15 @@
 #include "bootimage.h"
 
+#include "littleendian.h"
 #include "ziparchive.h"
 
-#include <QtEndian>
-
 #include <cstddef>
+#include <cstring>
 
 namespace {
 
-constexpr std::uint32_t WordSize = 4;
+using Word = LittleEndian<quint32>;
+constexpr std::uint32_t s_wordSize = sizeof(Word);
 
 } // namespace
 
@@ -36,15 +37,17 @@ BootImage::Record BootImage::readRecord()
         return Record::Entry;
     }
     // Compared in words: the length in bytes may not fit into 32 bits.
-    if (words > LongestSection / WordSize) {
+    if (words > LongestSection / s_wordSize) {
         return Record::Broken;
     }
-    data.resize(std::size_t(words) * WordSize);
+    data.resize(std::size_t(words) * s_wordSize);
     if (!readExactly(data.data(), data.size())) {
         return Record::Broken;
     }
-    for (std::size_t at = 0; at < data.size(); at += WordSize) {
-        sum += qFromLittleEndian<quint32>(&data[at]);
+    for (std::size_t at = 0; at < data.size(); at += s_wordSize) {
+        Word word;
+        std::memcpy(&word, &data[at], sizeof(word));
+        sum += word;
     }
     return Record::Section;
 }
@@ -71,10 +74,10 @@ bool BootImage::readExactly(void *buffer, std::uint64_t length)
 
 bool BootImage::readNumber(std::uint32_t &number)
 {
-    std::uint8_t bytes[WordSize];
-    if (!readExactly(bytes, sizeof(bytes))) {
+    Word word;
+    if (!readExactly(&word, sizeof(word))) {
         return false;
     }
-    number = qFromLittleEndian<quint32>(bytes);
+    number = word;
     return true;
 }

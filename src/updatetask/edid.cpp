@@ -8,10 +8,10 @@
 
 namespace {
 
-constexpr int HeaderLines = 3;
-constexpr std::size_t LineBytes = 16;
-constexpr int BlockLines = 8;
-constexpr std::size_t BlockBytes = LineBytes * BlockLines;
+constexpr int s_headerLines = 3;
+constexpr std::size_t s_lineBytes = 16;
+constexpr int s_blockLines = 8;
+constexpr std::size_t s_blockBytes = s_lineBytes * s_blockLines;
 
 // Appends the 16 bytes of one data line; false, with the reason logged, when it does not hold them.
 bool parseLine(const std::string &line, int number, std::vector<std::uint8_t> &bytes)
@@ -26,13 +26,13 @@ bool parseLine(const std::string &line, int number, std::vector<std::uint8_t> &b
     numbers >> std::hex;
     std::size_t found = 0;
     for (unsigned value = 0; numbers >> value; ++found) {
-        if (found == LineBytes) {
+        if (found == s_lineBytes) {
             std::cerr << "Error: line overflow, line " << number << std::endl;
             return false;
         }
         bytes.push_back(static_cast<std::uint8_t>(value));
     }
-    if (found < LineBytes) {
+    if (found < s_lineBytes) {
         std::cerr << "Error: line underflow, line: " << number << std::endl;
         return false;
     }
@@ -44,11 +44,11 @@ bool checksumsHold(const std::vector<std::uint8_t> &bytes)
     std::uint8_t total = 0; // over all blocks: each adds zero
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         total = static_cast<std::uint8_t>(total + bytes[i]);
-        if ((i + 1) % BlockBytes != 0 || total == 0) {
+        if ((i + 1) % s_blockBytes != 0 || total == 0) {
             continue;
         }
         const auto expected = static_cast<std::uint8_t>(total - bytes[i]);
-        std::cerr << "Checksum of the block " << i / BlockBytes << " mismatch, expected: 0x"
+        std::cerr << "Checksum of the block " << i / s_blockBytes << " mismatch, expected: 0x"
                   << std::hex << unsigned(expected) << ", readed: 0x" << unsigned(bytes[i])
                   << std::dec << std::endl;
         return false;
@@ -66,7 +66,7 @@ EdidResult failed(EdidStatus status)
 EdidResult parse_edid(std::istream &in)
 {
     std::string line;
-    for (int i = 0; i < HeaderLines; ++i) {
+    for (int i = 0; i < s_headerLines; ++i) {
         std::getline(in, line);
     }
 
@@ -78,9 +78,9 @@ EdidResult parse_edid(std::istream &in)
             return failed(EdidFormatError);
         }
     }
-    if (lines == 0 || lines % BlockLines != 0) {
+    if (lines == 0 || lines % s_blockLines != 0) {
         std::cerr << "Unexpected lines count: " << lines << ", should be dividable by "
-                  << BlockLines << std::endl;
+                  << s_blockLines << std::endl;
         return failed(EdidFormatError);
     }
     if (!checksumsHold(result.bytes)) {

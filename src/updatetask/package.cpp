@@ -1,122 +1,165 @@
-#include "updateworker.h"
+#include "package.h"
+
+#include "updatetexts.h"
+#include "ziparchive.h"
 
 #include <QDebug>
 
 #include <algorithm>
+#include <cstddef>
+#include <sstream>
 
-// Every check that fails here has touched no device yet.
+namespace {
 
-bool UpdateTask::Worker::readProduct(Zip &zip)
-{
-    if (!readProductKey(zip)) {
-        return false;
-    }
-    qDebug() << "Deal with product: " << product.c_str();
-    const auto row = s_products.find(product);
-    if (row == s_products.end()) {
-        emit error(tr("Unsupported product: '%1'").arg(QString::fromStdString(product)));
-        return false;
-    }
-    productInfo = &row->second;
-    sandboxIds = productInfo->sandboxIds;
-    return true;
-}
+// The bounds count the bytes that are read, not those that are kept: a NUL byte hides the rest of
+// its piece, so that gigabytes of them would leave a text as short as it was.
+
+// Far beyond any product key.
+constexpr int s_longestInfo = 64 * 1024;
+
+// Far beyond the text of any EDID: on Linux and Windows libusb takes 4096 bytes at most in one
+// request, whose text has some 15 KiB.
+constexpr std::size_t s_longestEdidText = std::size_t{16} * 1024 * 1024;
 
 // Replaces the key by the first line of product.info, byte for byte, when the package has one.
-bool UpdateTask::Worker::readProductKey(Zip &zip)
+// Returns why that cannot be read, or nothing.
+QString readProductKey(Zip &archive, std::string &productKey)
 {
-    if (!zip.stat(PRODUCT_NAME_FILE)) {
-        return true;
+    if (!archive.stat(PRODUCT_NAME_FILE)) {
+        return {};
     }
-    ZipFile file = zip.fopen(PRODUCT_NAME_FILE);
+    ZipFile file = archive.fopen(PRODUCT_NAME_FILE);
     if (!file) {
-        const QString reason = QString::fromStdString(zip.errorStr());
+        const QString reason = QString::fromStdString(archive.errorStr());
         qDebug().noquote() << "Product info file found but can't be opened: " << reason;
-        emit error(tr("Product info file found but can't be opened: %1").arg(reason));
-        return false;
+        return UpdateTexts::tr("Product info file found but can't be opened: %1").arg(reason);
     }
 
     constexpr int pieceSize = 15;
-    // Far beyond any product's. A small package can unpack to gigabytes, and nobody needs to see
-    // them.
-    constexpr std::size_t longestKey = std::size_t{64} * 1024;
     std::string key;
-    for (bool last = false; !last && key.size() < longestKey;) {
+    int bytesRead = 0;
+    for (bool last = false; !last && bytesRead < s_longestInfo;) {
         char piece[pieceSize + 1] = {};
         const int length = file.read(piece, pieceSize);
         if (length < 0) {
             const QString reason = QString::fromStdString(file.errorStr());
             qDebug().noquote() << "Can't read Product info file: " << reason;
-            emit error(tr("Can't read Product info file: %1").arg(reason));
-            return false;
+            return UpdateTexts::tr("Can't read Product info file: %1").arg(reason);
         }
+        bytesRead += length;
         char *lineFeed = std::find(piece, piece + length, '\n');
         last = lineFeed != piece + length || length < pieceSize;
         *lineFeed = 0;
         key += piece; // up to its first NUL
     }
-    product = key;
-    return true;
+    productKey = key;
+    return {};
 }
 
-bool UpdateTask::Worker::checkContents(Zip &zip)
+// Finds out which of the product's entries are there, and returns why the package is refused if
+// those are not enough.
+QString checkContents(Zip &archive, Package &package)
 {
-    struct Entry
-    {
-        const std::string &name;
-        bool required;
+    const ProductInfo &product = *package.product;
+    const std::string *required[] = {&product.fpgaName, &product.fx3Name, &product.sandboxName};
+    const auto holds = [&archive](const std::string &name) {
+        return !name.empty() && archive.stat(name);
     };
-    const Entry entries[] = {
-        {productInfo->fpgaName, true},
-        {productInfo->fx3Name, true},
-        {productInfo->sandboxName, true},
-        {productInfo->edidName, false},
-    };
-
     bool requiredFound = false;
-    bool optionalFound = false;
-    QStringList missing;
-    for (const Entry &entry : entries) {
-        const bool found = !entry.name.empty() && zip.stat(entry.name);
-        if (found && entry.required) {
+    for (const std::string *name : required) {
+        if (holds(*name)) {
             requiredFound = true;
-        } else if (found) {
-            qDebug() << "optional file found: " << entry.name.c_str();
-            optionalFound = true;
-            edidPresent = true; // the EDID is the only optional entry
-        } else if (entry.required) {
-            qDebug() << "required file not found: " << entry.name.c_str();
-            packageIncomplete = true;
-            missing += QString::fromStdString(entry.name);
+        } else {
+            qDebug() << "required file not found: " << name->c_str();
+            package.missing += QString::fromStdString(*name);
         }
     }
-    // A package of nothing but the EDID is meant to change the EDID alone.
-    const bool optionalOnly = optionalFound && !requiredFound;
-    if (packageIncomplete && !optionalOnly) {
-        emit error(tr("Invalid firmware package. File(s) not found: %1").arg(missing.join(", ")));
-        return false;
+    if (holds(product.edidName)) {
+        qDebug() << "optional file found: " << product.edidName.c_str();
+        package.edidPresent = true;
     }
-    return true;
+    // A package of nothing but the EDID is meant to change the EDID alone.
+    const bool onlyEdid = package.edidPresent && !requiredFound;
+    if (package.missing.isEmpty() || onlyEdid) {
+        return {};
+    }
+    return UpdateTexts::tr("Invalid firmware package. File(s) not found: %1")
+        .arg(package.missing.join(", "));
 }
 
-bool UpdateTask::Worker::checkCompatibility(const DeviceDescription &description)
+} // namespace
+
+Package read_package(Zip &archive)
+{
+    Package package;
+    if (!archive) {
+        const QString reason = QString::fromStdString(archive.errorStr());
+        qDebug().noquote() << "Can't open firmware file:" << reason;
+        package.refusal = UpdateTexts::tr("Cannot open firmware package: %1").arg(reason);
+        return package;
+    }
+    package.refusal = readProductKey(archive, package.productKey);
+    if (!package.refusal.isEmpty()) {
+        return package;
+    }
+    qDebug() << "Deal with product: " << package.productKey.c_str();
+    const auto row = s_products.find(package.productKey);
+    if (row == s_products.end()) {
+        const QString key = QString::fromStdString(package.productKey);
+        package.refusal = UpdateTexts::tr("Unsupported product: '%1'").arg(key);
+        return package;
+    }
+    package.product = &row->second;
+    package.refusal = checkContents(archive, package);
+    return package;
+}
+
+bool package_fits(const ProductInfo &product, ProductId device, quint32 mode)
 {
     // The bare controller's boot loader shows its own ids, which say nothing of the product around
     // it: here the choice of the package is the user's.
-    if (description.mode == DeviceMode::HardRepair) {
+    if (mode == DeviceMode::HardRepair) {
         return true;
     }
-    // Product ids that end in 0 or F are the maker's repair and sandbox ids. A device that shows
-    // one may have been given the wrong firmware, so any package of its vendor may be tried on it.
-    const int lowDigit = description.productId & 0xF;
+    // Product ids that end in 0 or F are the maker's repair and sandbox ids.
+    const int lowDigit = device.productId & 0xF;
     const bool repairId = lowDigit == 0x0 || lowDigit == 0xF;
-    const auto &ids = productInfo->compatibleIds;
-    const bool fits = std::any_of(ids.begin(), ids.end(), [&](const ProductId &id) {
-        return id.vendorId == description.vendorId &&
-               (repairId || id.productId == description.productId);
+    const auto &ids = product.compatibleIds;
+    return std::any_of(ids.begin(), ids.end(), [&](const ProductId &id) {
+        return id.vendorId == device.vendorId && (repairId || id.productId == device.productId);
     });
-    if (!fits) {
-        emit error(tr("Selected device and firmware incompatible"));
+}
+
+quint64 entry_size(Zip &archive, const std::string &fileName)
+{
+    const ZipStat stat = archive.stat(fileName);
+    return stat.isSizeValid() ? stat.size() : 0;
+}
+
+std::optional<std::string> read_edid_text(ZipFile &entry)
+{
+    std::string text;
+    char piece[4096] = {};
+    for (std::size_t bytesRead = 0; bytesRead <= s_longestEdidText;) {
+        const int length = entry.read(piece, sizeof(piece) - 1);
+        if (length == 0) {
+            return text;
+        }
+        if (length < 0) {
+            return {}; // what is left of a damaged text may well look like a whole one
+        }
+        piece[length] = 0;
+        text += piece; // up to its first NUL
+        bytesRead += std::size_t(length);
     }
-    return fits;
+    return {};
+}
+
+EdidResult parse_edid_text(const std::optional<std::string> &text)
+{
+    if (!text) {
+        return {{}, EdidFormatError};
+    }
+    std::istringstream lines(*text);
+    return parse_edid(lines);
 }

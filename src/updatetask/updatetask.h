@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devicedescription.h"
+#include "updategate.h"
 
 #include <QObject>
 #include <QThread>
@@ -10,9 +11,9 @@
 // Emit start() to update a device from a package file; every update ends with exactly one
 // complete(), after the device has been given back. progress() carries percent of the whole update,
 // error() a complete text for the user. Register the meta-type "DeviceDescription" before the first
-// update. Destroying the task waits, without a limit, for the update that is under way: a device
-// must not be left half written. Ask for one update at a time: one that has not begun then may run
-// or be dropped.
+// update. Ask for one update at a time. Destroying the task waits, without a limit, for the update
+// that is under way, since a device must not be left half written; std::clog then says so, and how
+// the update ended, for no signal is delivered any more. An update that has not begun is dropped.
 class UpdateTask : public QObject
 {
     Q_OBJECT
@@ -30,5 +31,6 @@ signals:
 private:
     class Worker;
 
+    UpdateGate gate;
     QThread workerThread;
 };

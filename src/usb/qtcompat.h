@@ -8,6 +8,13 @@
 // what both of them take.
 namespace qtcompat {
 
+// What QAbstractNativeEventFilter::nativeEventFilter() stores the answer to a message in.
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+using NativeEventResult = long;
+#else
+using NativeEventResult = qintptr;
+#endif
+
 // Makes a queued connection accept `alias` where the argument is a built-in `T`.
 template<typename T> void register_alias(const char *alias)
 {
@@ -25,6 +32,17 @@ template<typename T> bool convert(QVariant &variant)
     return variant.convert(qMetaTypeId<T>());
 #else
     return variant.convert(QMetaType::fromType<T>());
+#endif
+}
+
+// Draws everything as large as the screen's density asks for, fractions included, as Qt 6 always
+// does. To be called before there is an application object, with its class (QApplication).
+template<typename Application> void use_high_dpi_scaling()
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    Application::setAttribute(Qt::AA_EnableHighDpiScaling, true);
+    Application::setHighDpiScaleFactorRoundingPolicy(
+        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
 #endif
 }
 

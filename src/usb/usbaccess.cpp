@@ -1,7 +1,5 @@
 #include "usbaccess.h"
 
-#include "devicedescription.h"
-
 #include <libusb.h>
 
 #include <atomic>
@@ -14,6 +12,9 @@ namespace usb {
 namespace {
 
 std::atomic_bool s_contextReady{true};
+
+// What the last failed claim of this thread has left open.
+thread_local libusb_device_handle *s_unclaimed = nullptr;
 
 QString fromAscii(const char *text)
 {
@@ -157,6 +158,7 @@ bool device_addressing_compare(Device device, const DeviceDescription &descripti
 
 libusb_device_handle *init_device(DeviceDescription &description)
 {
+    close_unclaimed_device();
     SearchResult found;
     if (description.device) {
         std::clog << "Open device by reference" << std::endl;
@@ -176,8 +178,11 @@ libusb_device_handle *init_device(DeviceDescription &description)
     }
     std::clog << "Device opened." << std::endl;
 
-    // After a failed claim the handle is left open on purpose (see the header).
-    return claimInterface(found.handle, description.interfaceNumber) ? found.handle : nullptr;
+    if (!claimInterface(found.handle, description.interfaceNumber)) {
+        s_unclaimed = found.handle;
+        return nullptr;
+    }
+    return found.handle;
 }
 
 void deinit_device(libusb_device_handle *handle, const DeviceDescription &description)
@@ -188,6 +193,21 @@ void deinit_device(libusb_device_handle *handle, const DeviceDescription &descri
     libusb_attach_kernel_driver(handle, description.interfaceNumber);
     libusb_release_interface(handle, description.interfaceNumber);
     libusb_close(handle);
+}
+
+ClaimedDevice claim_device(DeviceDescription &description)
+{
+    if (libusb_device_handle *handle = init_device(description)) {
+        return {handle, GiveBack{description}};
+    }
+    return {}; // with no record in it that would hold a device
+}
+
+void close_unclaimed_device()
+{
+    if (libusb_device_handle *left = std::exchange(s_unclaimed, nullptr)) {
+        libusb_close(left);
+    }
 }
 
 QString error_name(int code)

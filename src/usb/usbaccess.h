@@ -1,10 +1,13 @@
 #pragma once
 
+#include "devicedescription.h"
+
 #include <QString>
+
+#include <memory>
 
 struct libusb_device;
 struct libusb_device_handle;
-class DeviceDescription;
 
 // Finding, opening and giving back capture devices, always in libusb's default context. Everything
 // here may block for a while and is called on the worker threads. Progress is logged to std::clog,
@@ -27,7 +30,7 @@ private:
     libusb_device *device = nullptr;
 };
 
-// Tells whether libusb has a default context. main() says so after libusb_init(); without a context
+// Tells whether libusb has a default context. Context says so after libusb_init(); without one
 // (no USB bus, for example) libusb would crash on the first call, so DeviceList does not reach it.
 // True until said otherwise. Any thread.
 void set_context_ready(bool ready);
@@ -64,12 +67,31 @@ bool device_addressing_compare(Device device, const DeviceDescription &descripti
 // Finds the described device, opens it, detaches a kernel driver and claims the interface. Returns
 // null on failure. Give the handle back with deinit_device().
 //
-// After a failed claim the handle stays open on purpose: it is not closed here and not returned.
+// After a failed claim the handle stays open for a while: the next call on the same thread closes
+// it before anything else, and so does close_unclaimed_device().
 libusb_device_handle *init_device(DeviceDescription &description);
 
-// Re-attaches the kernel driver, then releases the interface, then closes the handle, in this
-// order. Does nothing with a null handle.
+// Asks for the kernel driver to be attached again, then releases the interface, then closes the
+// handle, in this order. On Linux the first is refused while the interface is claimed, so that a
+// driver that was detached stays away until the device is plugged in again. Does nothing with a
+// null handle.
 void deinit_device(libusb_device_handle *handle, const DeviceDescription &description);
+
+// A claimed device that gives itself back, by the record that it is to be given back with.
+struct GiveBack
+{
+    DeviceDescription description;
+
+    void operator()(libusb_device_handle *handle) const { deinit_device(handle, description); }
+};
+using ClaimedDevice = std::unique_ptr<libusb_device_handle, GiveBack>;
+
+// As init_device(); null on failure.
+ClaimedDevice claim_device(DeviceDescription &description);
+
+// Closes what a failed claim has left open on the calling thread, if anything. A worker does so in
+// its destructor: when a thread-local object is destroyed, libusb may be gone already.
+void close_unclaimed_device();
 
 // The symbolic name (libusb_error_name) or the sentence (libusb_strerror) for a libusb code; empty
 // when libusb has none.

@@ -1,5 +1,7 @@
 #include "ziparchive.h"
 
+#include "openarchive.h"
+
 #include <zip.h>
 
 #include <cerrno>
@@ -71,9 +73,9 @@ bool ZipStat::isCrcValid() const
     return (valid & ZIP_STAT_CRC) != 0;
 }
 
-void ZipFile::Closer::operator()(struct zip_file *file) const
+void ZipFile::Closer::operator()(struct zip_file *opened) const
 {
-    zip_fclose(file);
+    zip_fclose(opened);
 }
 
 ZipFile::ZipFile(struct zip_file *opened) : file(opened)
@@ -100,10 +102,10 @@ std::string ZipFile::errorStr() const
     return errorText(errorCode, systemError);
 }
 
-void Zip::Closer::operator()(struct zip *handle) const
+void Zip::Closer::operator()(struct zip *opened) const
 {
-    if (zip_close(handle) != 0) {
-        zip_discard(handle); // a failed close leaves the archive open
+    if (zip_close(opened) != 0) {
+        zip_discard(opened); // a failed close leaves the archive open
     }
 }
 
@@ -119,7 +121,7 @@ bool Zip::open(const std::string &path)
     if (handle) {
         return false;
     }
-    handle.reset(zip_open(path.c_str(), 0, &errorCode));
+    handle.reset(open_archive(path, &errorCode));
     systemError = errno;
     if (handle) {
         openedPath = path;

@@ -43,12 +43,12 @@ private:
     const char *entryName = nullptr;
     std::uint64_t entryIndex = 0;
     std::uint64_t uncompressedSize = 0;
-    std::uint64_t compressedSize = 0;
-    std::time_t modificationTime = 0;
+    [[maybe_unused]] std::uint64_t compressedSize = 0;
+    [[maybe_unused]] std::time_t modificationTime = 0;
     std::uint32_t entryCrc = 0;
-    std::uint16_t compressionMethod = 0;
-    std::uint16_t encryptionMethod = 0;
-    std::uint32_t flags = 0;
+    [[maybe_unused]] std::uint16_t compressionMethod = 0;
+    [[maybe_unused]] std::uint16_t encryptionMethod = 0;
+    [[maybe_unused]] std::uint32_t flags = 0;
 };
 
 // One entry, opened for reading. It must not outlive the archive that opened it.

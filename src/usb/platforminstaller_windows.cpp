@@ -1,9 +1,10 @@
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 
-#include "wdiinstall.h"
+#include "winusbinstall.h"
 
 #include <cstdio>
 #include <memory>
+#include <string>
 #include <type_traits>
 
 #include <windows.h>
@@ -23,12 +24,23 @@ struct LibraryCloser
 };
 using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryCloser>;
 
+// The path of libwdi.dll beside the program, whether it is there or not.
+std::wstring libwdi_path()
+{
+    std::wstring path(32768, L'\0'); // no path in Windows is longer
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    path.resize(path.find_last_of(L'\\') + 1);
+    return path + L"libwdi.dll";
+}
+
 Library open_libwdi()
 {
-    // The current folder is wherever the last file dialog was. A program that may run as
-    // administrator loads no code from there.
-    SetDllDirectoryW(L"");
-    Library library(LoadLibraryW(L"libwdi.dll"));
+    // A program that may run as administrator loads code from beside itself and, for what that code
+    // needs, from the system: not from the current folder, which is wherever the last file dialog
+    // was, and not from the search path, to which anybody adds.
+    Library library(
+        LoadLibraryExW(libwdi_path().c_str(), nullptr,
+                       LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32));
     if (!library) {
         const auto error = static_cast<unsigned long>(GetLastError());
         std::printf("Can't load libwdi.dll: error %lu\n", error);

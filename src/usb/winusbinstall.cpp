@@ -1,6 +1,6 @@
-#include "wdiinstall.h"
+#include "winusbinstall.h"
 
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 
 #include <array>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 
 // Linux and macOS let libusb open a device without a driver of its own: nothing to install.
 

@@ -1,6 +1,6 @@
-#include "driverinstall.h"
+#include "driverdecision.h"
 
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 
 #include <QDebug>
 

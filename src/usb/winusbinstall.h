@@ -1,6 +1,6 @@
 #pragma once
 
-#include "wdi.h"
+#include "wdifunctions.h"
 
 namespace usb::wdi {
 

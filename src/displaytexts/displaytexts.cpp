@@ -5,13 +5,11 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
-#include <QTextDocument>
 
 #include <cstddef>
 
 namespace {
 
-// The dialog's own translation context, so that a translator finds all of its texts in one place.
 QString translated(const char *text)
 {
     return QCoreApplication::translate("UpdateRepair", text);
@@ -62,7 +60,27 @@ QString inputStatusText(const InputStatusInfo &status)
              recordText(status, offsetof(InputStatusInfo, infoText)));
 }
 
-QString literalMessage(const QString &text)
+QString requestNotSupportedText()
 {
-    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
+    return translated(QT_TRANSLATE_NOOP("UpdateRepair", "request not supported"));
+}
+
+QString doNotInterruptText()
+{
+    return translated(QT_TRANSLATE_NOOP("UpdateRepair", "DO NOT INTERRUPT"));
+}
+
+QString updateCompletedText()
+{
+    return translated(QT_TRANSLATE_NOOP("UpdateRepair", "Update Completed"));
+}
+
+QString updateErrorText()
+{
+    return translated(QT_TRANSLATE_NOOP("UpdateRepair", "Update Error"));
+}
+
+QString callSupportText()
+{
+    return translated(QT_TRANSLATE_NOOP("UpdateRepair", "Do not disconnect. Retry. Call Support."));
 }

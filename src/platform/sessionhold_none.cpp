@@ -1,0 +1,15 @@
+#include "sessionhold.h"
+
+namespace platform {
+
+class SessionHold::System
+{
+};
+
+SessionHold::SessionHold(quintptr, const QString &, QObject *parent) : QObject(parent)
+{
+}
+
+SessionHold::~SessionHold() = default;
+
+} // namespace platform
