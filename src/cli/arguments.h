@@ -1,0 +1,22 @@
+#pragma once
+
+#include "command.h"
+#include "output.h"
+
+#include <QString>
+
+#include <string>
+#include <vector>
+
+// What the command line comes to.
+struct CommandLine
+{
+    CommandRun run;       // empty: nothing is to be run, `text` is all there is to say
+    Output::Form form{};  // of what the command says
+    bool verbose = false; // the modules may say what they do
+    QString text;         // help, the version, or what is wrong with the command line
+    ExitStatus status{};  // Done with help and version, Usage otherwise
+};
+
+// Parses the arguments, the program's name not among them. They are taken for UTF-8.
+CommandLine parseCommandLine(std::vector<std::string> arguments);

@@ -1,0 +1,46 @@
+#include "configuration.h"
+
+#include "devicedescription.h"
+
+#include <QEventLoop>
+
+#include <cstring>
+
+Answer Configuration::read(const DeviceDescription &device, uint8_t request, int size,
+                           uint16_t index)
+{
+    return ask([&] {
+        emit task.getConfigDeviceData(device, request, makeConfigDeviceData(std::size_t(size)),
+                                      uint16_t(size), index, 0);
+    });
+}
+
+Answer Configuration::write(const DeviceDescription &device, uint8_t request,
+                            const QByteArray &record, uint16_t index)
+{
+    return ask([&] {
+        const ConfigDeviceDataPtr data = makeConfigDeviceData(std::size_t(record.size()));
+        std::memcpy(data.data(), record.constData(), std::size_t(record.size()));
+        emit task.setConfigDeviceData(device, request, data, uint16_t(record.size()), index, 0);
+    });
+}
+
+Answer Configuration::ask(const std::function<void()> &request)
+{
+    Answer answer;
+    QEventLoop loop;
+    QObject::connect(&task, &ConfigDeviceBase::error, &loop,
+                     [&answer](uint8_t, const QString &text) { answer.error = text; });
+    QObject::connect(&task, &ConfigDeviceBase::getRequestComplete, &loop,
+                     [&](uint8_t, const ConfigDeviceDataPtr &data, uint16_t size) {
+                         if (data) {
+                             answer.record =
+                                 QByteArray(reinterpret_cast<const char *>(data.data()), size);
+                         }
+                         loop.quit();
+                     });
+    QObject::connect(&task, &ConfigDeviceBase::setRequestComplete, &loop, &QEventLoop::quit);
+    request();
+    loop.exec();
+    return answer;
+}

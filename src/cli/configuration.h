@@ -1,0 +1,34 @@
+#pragma once
+
+#include "configdevicetask.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstdint>
+#include <functional>
+
+class DeviceDescription;
+
+// What a configuration request came to.
+struct Answer
+{
+    QByteArray record; // of a read that succeeded, in the length that was asked for
+    QString error;     // the module's own text; empty: the request succeeded
+
+    bool succeeded() const { return error.isEmpty(); }
+};
+
+// Configuration requests one after another, each of which is waited for.
+class Configuration
+{
+public:
+    Answer read(const DeviceDescription &device, uint8_t request, int size, uint16_t index = 0);
+    Answer write(const DeviceDescription &device, uint8_t request, const QByteArray &record,
+                 uint16_t index = 0);
+
+private:
+    Answer ask(const std::function<void()> &request);
+
+    ConfigDeviceTask task;
+};

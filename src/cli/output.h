@@ -1,0 +1,62 @@
+#pragma once
+
+#include "exitstatus.h"
+
+#include <QJsonObject>
+#include <QString>
+
+// What the program says. Results go to standard output, as text or, when that was asked for, as
+// JSON; everything else goes to standard error. All of it is UTF-8 whatever the locale says, so
+// that a script reads the same on every machine. Main thread.
+class Output
+{
+public:
+    enum class Form {
+        Text,
+        Json,
+    };
+
+    explicit Output(Form form);
+
+    bool isJson() const { return form == Form::Json; }
+    // Standard error is a terminal on which a line can be written anew.
+    bool showsProgressLine() const { return errorTerminal; }
+
+    // One result: `text` for people, `object` for scripts, on a line of its own. An empty text
+    // prints no line.
+    void result(const QString &text, const QJsonObject &object);
+    // The part of a result that only people, or only scripts, are given.
+    void line(const QString &text);
+    void object(const QJsonObject &object);
+
+    // Says what went wrong, and in JSON adds it as an object {"error": ..., "status": ...}.
+    // Returns the status.
+    ExitStatus failure(ExitStatus status, const QString &text, QJsonObject details = {});
+    // What went wrong, on standard error alone.
+    void error(const QString &text);
+    // Anything else that a person should know.
+    void note(const QString &text);
+    // The same, in red on a terminal.
+    void warning(const QString &text);
+    // Replaces the progress line; an empty text removes it. Only where showsProgressLine().
+    void progressLine(const QString &text);
+
+    // Whether standard output has refused something: a full disk, a reader that has gone.
+    bool hasFailed() const { return outputError != 0; }
+    // Says why standard output failed, unless its reader has gone, who will not miss the rest.
+    void reportFailure();
+
+private:
+    void writeOutput(const QString &text);
+    void writeError(const QString &text);
+    QString coloured(const QString &text) const;
+
+    Form form;
+    bool errorTerminal;
+    bool colours;
+    bool progressShown = false;
+    int outputError = 0; // an errno
+};
+
+// The text without the control characters by which a device's string could steer a terminal.
+QString printable(const QString &text);

@@ -1,0 +1,146 @@
+#include "cli.h"
+#include "command.h"
+#include "configuration.h"
+#include "devices.h"
+#include "displaytexts.h"
+#include "interrupts.h"
+#include "output.h"
+#include "records.h"
+#include "targetarguments.h"
+#include "vendorrequests.h"
+
+#include <QEventLoop>
+#include <QTimer>
+
+#include <CLI/CLI.hpp>
+
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr int s_pollInterval = 2000; // ms
+
+// One answer of the device: its record, or why there is none.
+struct Status
+{
+    InputStatusInfo record{};
+    QString error;
+
+    QString text() const
+    {
+        return error.isEmpty() ? inputStatusText(record) : requestNotSupportedText();
+    }
+};
+
+Status readStatus(Configuration &configuration, const ListedDevice &device)
+{
+    const Answer answer =
+        configuration.read(device.description, INPUT_STATUS, sizeof(InputStatusInfo));
+    Status status;
+    status.error = answer.error;
+    if (answer.succeeded()) {
+        std::memcpy(&status.record, answer.record.constData(), sizeof(status.record));
+    }
+    return status;
+}
+
+QJsonObject toJson(const ListedDevice &device, const Status &status)
+{
+    const InputStatusInfo &record = status.record;
+    const bool present = record.width != 0 && record.height != 0 && record.frameRate != 0;
+    QJsonObject object{{"device", toJson(device)}, {"text", status.text()}, {"present", present}};
+    if (present) {
+        object.insert("width", quint16(record.width));
+        object.insert("height", quint16(record.height));
+        object.insert("interlaced", record.interlaced != 0);
+        object.insert("framesPerSecond", quint32(record.frameRate) / 1000.0);
+    }
+    if (!status.error.isEmpty()) {
+        object.insert("error", status.error);
+    }
+    return object;
+}
+
+ExitStatus failed(Output &output, const ListedDevice &device, const Status &status)
+{
+    return requestFailed(output, device,
+                         QStringLiteral("%1 (%2)").arg(status.text(), status.error));
+}
+
+bool hasGone(const ListedDevice &device)
+{
+    const auto shown = usbview::recognisedDevices();
+    return shown &&
+           !usbview::find(*shown, device.description.busNumber, device.description.deviceAddress);
+}
+
+// Until the next poll, or until a signal comes.
+void waitForPoll(const Session &session)
+{
+    QEventLoop loop;
+    QObject::connect(&session.interrupts, &Interrupts::interrupted, &loop, &QEventLoop::quit);
+    QTimer::singleShot(s_pollInterval, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+// A poll that fails while the device is there is a change like any other: another program may hold
+// the device for a moment.
+ExitStatus watch(Session &session, Configuration &configuration, const ListedDevice &device)
+{
+    QString shown;
+    for (;;) {
+        const Status status = readStatus(configuration, device);
+        session.interrupts.safePoint();
+        if (!status.error.isEmpty() && hasGone(device)) {
+            return failed(session.output, device, status);
+        }
+        if (status.text() != shown) {
+            shown = status.text();
+            session.output.result(shown, toJson(device, status));
+        }
+        if (session.output.hasFailed()) {
+            return ExitStatus::Failed;
+        }
+        waitForPoll(session);
+        session.interrupts.safePoint();
+    }
+}
+
+ExitStatus signal(Session &session, const TargetArguments &arguments, bool watching)
+{
+    const Devices devices = findDevices(session);
+    const Selection selection = arguments.select(devices);
+    if (selection.status != ExitStatus::Done) {
+        return report(session.output, selection);
+    }
+    const ListedDevice &device = *selection.devices.front();
+    Configuration configuration;
+    if (watching) {
+        return watch(session, configuration, device);
+    }
+    const Status status = readStatus(configuration, device);
+    session.interrupts.safePoint();
+    if (!status.error.isEmpty()) {
+        return failed(session.output, device, status);
+    }
+    session.output.result(status.text(), toJson(device, status));
+    return ExitStatus::Done;
+}
+
+} // namespace
+
+const Command s_signalCommand{
+    "signal",
+    "Show the signal at the input of a device",
+    "  capso-cli signal SIM00001\n"
+    "  capso-cli signal SIM00001 --watch",
+    [](CLI::App &app) -> CommandRun {
+        const auto watching = std::make_shared<bool>(false);
+        app.add_flag("--watch", *watching, "Show it at each change, until interrupted");
+        return declareTarget(app, nullptr, nullptr,
+                             [watching](Session &session, const TargetArguments &arguments) {
+                                 return signal(session, arguments, *watching);
+                             });
+    },
+};

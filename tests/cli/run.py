@@ -1,0 +1,42 @@
+#!/usr/bin/env python3
+"""The tests of capso-cli: run.py --list, or run.py --build DIR TEST..."""
+
+import argparse
+import pathlib
+import sys
+import unittest
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE))
+
+from support import CliTest  # noqa: E402
+
+
+def flat(suite):
+    for test in suite:
+        if isinstance(test, unittest.TestSuite):
+            yield from flat(test)
+        else:
+            yield test.id()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", type=pathlib.Path)
+    parser.add_argument("--list", action="store_true")
+    parser.add_argument("tests", nargs="*")
+    arguments = parser.parse_args()
+    everything = unittest.defaultTestLoader.discover(str(HERE), "test_*.py")
+    names = sorted(flat(everything))
+    if arguments.list:
+        print("\n".join(names))
+        return 0
+    CliTest.build = arguments.build.resolve()
+    suite = unittest.defaultTestLoader.loadTestsFromNames(arguments.tests or names)
+    if suite.countTestCases() == 0:
+        return 1
+    return 0 if unittest.TextTestRunner(verbosity=2).run(suite).wasSuccessful() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

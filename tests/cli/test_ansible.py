@@ -1,0 +1,81 @@
+"""The playbook of docs/ansible over twelve machines, each a simulated bus of its own, of which two fail."""
+
+import json
+import os
+import pathlib
+import subprocess
+
+from support import CliTest
+
+PLAYBOOK = pathlib.Path(__file__).resolve().parents[2] / "docs" / "ansible" / "update.yml"
+HOSTS = [f"rack{number:02}" for number in range(1, 13)]
+FAILING = {"rack04", "rack09"}
+
+
+class Ansible(CliTest):
+    def make_inventory(self):
+        lines = {}
+        for host in HOSTS:
+            folder = self.folder / host
+            (folder / "kept").mkdir(parents=True)
+            scene = folder / "rack.scene"
+            fault = "fault grabber FPGA_WRITE nth 2 stall\n" if host in FAILING else ""
+            scene.write_text(f'device grabber\n product velk3\n serial "{host.upper()}"\n{fault}')
+            lines[host] = {
+                "ansible_connection": "local",
+                "ansible_python_interpreter": "auto_silent",
+                "folder": str(folder),
+                "capso_cli": [
+                    str(self.build / "capso-sim"), "--state", str(folder / "kept"), str(scene), "--", self.cli,
+                ],
+            }
+        inventory = self.folder / "inventory.json"
+        inventory.write_text(json.dumps({"all": {"hosts": lines}}))
+        return inventory
+
+    def play(self, inventory):
+        environment = {
+            **os.environ, "LC_ALL": "C.UTF-8", "HOME": str(self.folder), "ANSIBLE_FORKS": "12",
+            "ANSIBLE_STDOUT_CALLBACK": "json", "ANSIBLE_RETRY_FILES_ENABLED": "0",
+            "ANSIBLE_LOCAL_TEMP": str(self.folder / "tmp"),
+        }
+        words = [
+            "ansible-playbook", "-i", str(inventory), str(PLAYBOOK), "-e", f"package={self.package('velk3')}",
+            "-e", "version=2.0.0",
+        ]
+        ran = subprocess.run(words, capture_output=True, text=True, env=environment, timeout=500)
+        return ran, json.loads(ran.stdout[ran.stdout.index("{"):])
+
+    def messages(self, answer, task):
+        found = {}
+        for play in answer["plays"]:
+            for entry in play["tasks"]:
+                if entry["task"]["name"] == task:
+                    found.update({host: result["msg"] for host, result in entry["hosts"].items() if "msg" in result})
+        return found
+
+    def test_twelve_machines_of_which_two_fail(self):
+        inventory = self.make_inventory()
+        ran, first = self.play(inventory)
+        self.assertEqual(ran.returncode, 2, ran.stderr)
+        stats = first["stats"]
+        self.assertEqual({host for host in HOSTS if stats[host]["failures"]}, FAILING)
+        self.assertEqual({host for host in HOSTS if stats[host]["changed"]}, set(HOSTS) - FAILING)
+        reports = self.messages(first, "Report")
+        for host in HOSTS:
+            kept = self.folder / host / "kept" / "grabber"
+            if host in FAILING:
+                self.assertIn(f"{host.upper()} at 1-1 failed: Error: failed to write FPGA block:", reports[host])
+            else:
+                self.assertIn(f"{host.upper()} at 1-1 updated", reports[host])
+                for file, image in (("microcode", "fx3"), ("fpga", "fpga"), ("edid", "edid")):
+                    self.assertEqual((kept / f"{file}.bin").read_bytes(), self.image("velk3", image), host)
+
+        ran, second = self.play(inventory)
+        stats = second["stats"]
+        self.assertEqual(ran.returncode, 2, ran.stderr)
+        self.assertEqual({host for host in HOSTS if stats[host]["failures"]}, FAILING)
+        self.assertEqual({host for host in HOSTS if stats[host]["changed"]}, set())
+        reports = self.messages(second, "Report")
+        for host in set(HOSTS) - FAILING:
+            self.assertIn(f"{host.upper()} at 1-1 left out", reports[host])
