@@ -17,15 +17,9 @@ private slots:
     void inputStatusFollowsTheSignal();
     void everyRequestOpensAndClosesTheDevice();
     void secondNumberIsTheIndexAndTheThirdTheValue();
-    void shortAnswersReportTheLengthAskedFor();
-    void refusedReads();
-    void refusedWrites();
-    void silentReadIsGivenOneSecond();
-    void silentWriteIsGivenOneSecond();
     void slowAnswersAreNotWaitedFor();
     void deviceThatIsGoneCannotBeRead();
     void deviceThatIsGoneCannotBeWritten();
-    void deviceThatLeavesDuringARequest();
     void twoDevicesKeepTheirOwnSettings();
 };
 
@@ -150,117 +144,6 @@ void TestConfig::secondNumberIsTheIndexAndTheThirdTheValue()
                   transfer("< e2 v5678 i1234 1 stall") + transfer("> e3 v304 i102 1 aa stall"));
 }
 
-void TestConfig::shortAnswersReportTheLengthAskedFor()
-{
-    struct Case
-    {
-        const char *fault;
-        QStringList operation;
-        const char *front;
-        const char *answer;
-    };
-    // What did not come stays as zero as it was allocated.
-    const Case cases[] = {
-        {"GET_DEVICE_FLAGS short 0", {"get-flags", "S1"}, "flags", "get 226 1 00"},
-        {"USER_MODE short 0", {"get-mode", "S1", "0"}, "modes", "get 179 5 0000000000"},
-        {"USER_MODE short 1", {"get-mode", "S1", "0"}, "modes", "get 179 5 0200000000"},
-        {"USER_MODE short 4", {"get-mode", "S1", "0"}, "modes", "get 179 5 0201040300"},
-        {"INPUT_STATUS short 0",
-         {"get-status", "S1"},
-         "status",
-         "get 178 29 0000000000000000000000000000000000000000000000000000000000"},
-        {"INPUT_STATUS short 1",
-         {"get-status", "S1"},
-         "status",
-         "get 178 29 4200000000000000000000000000000000000000000000000000000000"},
-        {"INPUT_STATUS short 28",
-         {"get-status", "S1"},
-         "status",
-         "get 178 29 420000000000000000000000410000000000000060ea00008002e00100"},
-    };
-    const QByteArray settings = "flags 0xFF\nuser-mode 0 258x772 off\n"
-                                "input at 0 640x480i 60000 \"A\" \"B\"";
-    SimBatch batch;
-    for (const Case &one : cases) {
-        const QStringList expected = both(one.front, {one.answer});
-        batch.add(one.fault, sceneOf(velk3, settings) + "fault g " + one.fault + '\n',
-                  QStringList{"scan"} + one.operation,
-                  [=](SimRun &run) { COMPARE_LINES(run.signalsOf(2), expected); });
-    }
-    batch.run();
-}
-
-void TestConfig::refusedReads()
-{
-    struct Case
-    {
-        const char *fault;
-        QStringList operation;
-        const char *front;
-        int request;
-        const char *reason;
-    };
-    const Case cases[] = {
-        {"GET_DEVICE_FLAGS stall", {"get-flags", "S1"}, "flags", 226, "Pipe error"},
-        {"USER_MODE stall", {"get-mode", "S1", "2"}, "modes", 179, "Pipe error"},
-        {"INPUT_STATUS stall", {"get-status", "S1"}, "status", 178, "Pipe error"},
-        {"INPUT_STATUS protocol", {"get-status", "S1"}, "status", 178, "Input/Output Error"},
-        {"GET_DEVICE_FLAGS overflow", {"get-flags", "S1"}, "flags", 226, "Overflow"},
-    };
-    SimBatch batch;
-    for (const Case &one : cases) {
-        const QString text =
-            QString("error %1 Error retreiving config device data: req=%1, status: %2")
-                .arg(one.request)
-                .arg(one.reason);
-        const QStringList expected =
-            both(one.front, {text, QString("get %1 0 null").arg(one.request)});
-        batch.add(one.fault, sceneOf(velk3) + "fault g " + one.fault + '\n',
-                  QStringList{"scan"} + one.operation, [=](SimRun &run) {
-                      COMPARE_LINES(run.signalsOf(2), expected);
-                      VERIFY_BALANCED(run);
-                  });
-    }
-    batch.run();
-}
-
-void TestConfig::refusedWrites()
-{
-    SimRun run(sceneOf(velk3, "flags 5") + "fault g SET_DEVICE_FLAGS stall\n"
-                                           "fault g USER_MODE out index 1 stall\n",
-               {"scan", "set-flags", "S1", "10", "set-mode", "S1", "1", "8007380400"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(2),
-                  both("flags", {"error 227 Error setting device flags: Pipe error", "set 227"}));
-    COMPARE_LINES(run.signalsOf(3),
-                  both("modes", {"error 179 Error setting device flags: Pipe error", "set 179"}));
-    QCOMPARE(run.state("g")["flags"].toInt(), 5);
-    COMPARE_LINES(afterScan(run),
-                  transfer("> e3 v0 i0 1 10 stall") + transfer("> b3 v0 i1 5 8007380400 stall"));
-}
-
-void TestConfig::silentReadIsGivenOneSecond()
-{
-    SimRun run(sceneOf(velk3) + "fault g INPUT_STATUS silence\n", {"scan", "get-status", "S1"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(2),
-                  both("status", {"error 178 Error retreiving config device data: req=178, status: "
-                                  "Operation timed out",
-                                  "get 178 0 null"}));
-    COMPARE_LINES(afterScan(run), transfer("< b2 v0 i0 29 cancelled"));
-}
-
-void TestConfig::silentWriteIsGivenOneSecond()
-{
-    SimRun run(sceneOf(velk3) + "fault g SET_DEVICE_FLAGS silence\n",
-               {"scan", "set-flags", "S1", "01"});
-    RUN(run);
-    COMPARE_LINES(
-        run.signalsOf(2),
-        both("flags", {"error 227 Error setting device flags: Operation timed out", "set 227"}));
-    COMPARE_LINES(afterScan(run), transfer("> e3 v0 i0 1 01 cancelled"));
-}
-
 void TestConfig::slowAnswersAreNotWaitedFor()
 {
     SimRun run(sceneOf(velk3) + "fault g GET_DEVICE_FLAGS delay 3000\n",
@@ -291,17 +174,6 @@ void TestConfig::deviceThatIsGoneCannotBeWritten()
     RUN(run);
     COMPARE_LINES(run.signalsOf(3), both("flags", {"error 227 " + s_noAccess, "get 227 0 null"}));
     COMPARE_LINES(run.signalsOf(4), both("modes", {"error 179 " + s_noAccess, "get 179 0 null"}));
-}
-
-void TestConfig::deviceThatLeavesDuringARequest()
-{
-    SimRun run(sceneOf(velk3) + "fault g USER_MODE disconnect\n", {"scan", "get-mode", "S1", "0"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(2),
-                  both("modes", {"error 179 Error retreiving config device data: req=179, status: "
-                                 "No such device (it may have been disconnected)",
-                                 "get 179 0 null"}));
-    QCOMPARE(run.transcript().work("g").last(), "close");
 }
 
 void TestConfig::twoDevicesKeepTheirOwnSettings()

@@ -3,6 +3,14 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QEvent>
+#include <QTextDocument>
+#include <QTextDocumentFragment>
+
+QString ShownBox::readableText() const
+{
+    // As Qt::AutoText, a box's text format, decides.
+    return Qt::mightBeRichText(text) ? QTextDocumentFragment::fromHtml(text).toPlainText() : text;
+}
 
 MessageBoxes::MessageBoxes()
 {

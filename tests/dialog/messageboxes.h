@@ -12,6 +12,8 @@ struct ShownBox
     QMessageBox::Icon icon;
     QString title;
     QString text;
+    // The letters that a person reads of it, whether the box takes it for rich text or not.
+    QString readableText() const;
     QMessageBox::StandardButtons buttons;
     const QWidget *parent;
     bool enabled; // whether the user could press its button

@@ -23,6 +23,7 @@ private slots:
     void rescanForgetsDevicesAndSelection();
     void rescanWithASelectedRowLoadsAndHidesNothingByItself();
     void scanErrorIsShownAndChangesNothing();
+    void markUpInAScanErrorIsShownAsItIs();
     void scanMayCompleteWhileItsErrorIsShown();
     void rowSelectedDuringAScanIsUsableAfterwards();
     void rowsOfAnOvertakenScanAreDropped();
@@ -67,14 +68,34 @@ void TestDeviceList::rowShowsAndHoldsItsRecord()
     QCOMPARE(held.mode, quint32(1));
 }
 
-// A list that the keyboard focus reaches makes its first row current and selects nothing.
 void TestDeviceList::currentRowIsAlwaysTheHighlightedOne()
 {
     DialogDriver driver;
     driver.listDevices({"A", "B"});
-    driver.list()->setCurrentRow(1, QItemSelectionModel::NoUpdate);
-    QCOMPARE(driver.list()->selectedItems(), QList<QListWidgetItem *>{driver.list()->item(1)});
+    QListWidget *list = driver.list();
+    const auto highlighted = [list] { return list->selectedItems(); };
+    using Rows = QList<QListWidgetItem *>;
+
+    list->setCurrentRow(1, QItemSelectionModel::NoUpdate);
+    QCOMPARE(highlighted(), Rows{list->item(1)});
     QVERIFY(driver.tabs()->isEnabled());
+
+    // Ctrl with a click takes the highlight away, unless it is given back.
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                      list->visualItemRect(list->item(1)).center());
+    QCOMPARE(list->currentRow(), 1);
+    QCOMPARE(highlighted(), Rows{list->item(1)});
+
+    list->item(0)->setSelected(true);
+    QCOMPARE(list->currentRow(), 0);
+    QCOMPARE(highlighted(), Rows{list->item(0)});
+    list->clearSelection();
+    QCOMPARE(list->currentRow(), 0);
+    QCOMPARE(highlighted(), Rows{list->item(0)});
+
+    list->setCurrentRow(-1);
+    QCOMPARE(highlighted(), Rows());
+    QVERIFY(!driver.tabs()->isEnabled());
 }
 
 void TestDeviceList::rowsKeepTheirOrderAndDuplicates()
@@ -139,6 +160,18 @@ void TestDeviceList::rescanForgetsDevicesAndSelection()
     QCOMPARE(driver.list()->count(), 2);
     QCOMPARE(driver.list()->currentRow(), -1);
     QVERIFY(!driver.tabs()->isEnabled());
+
+    // The focus that comes back to the list must not choose the first device.
+    driver.dialog.show();
+    driver.find<QWidget>("rescanDevicesButton")->setFocus();
+    driver.dialog.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&driver.dialog));
+    driver.list()->setFocus(Qt::TabFocusReason);
+    QVERIFY(driver.list()->hasFocus());
+    QCOMPARE(driver.list()->currentRow(), -1);
+    QCOMPARE(driver.list()->selectedItems().size(), 0);
+    QVERIFY(!driver.tabs()->isEnabled());
+
     driver.selectRow(0);
     QVERIFY(driver.tabs()->isEnabled());
 }
@@ -164,13 +197,13 @@ void TestDeviceList::scanErrorIsShownAndChangesNothing()
 {
     DialogDriver driver;
     driver.click("rescanDevicesButton");
-    emit driver.scanner->error("Access Denied: <b>%1</b>");
+    emit driver.scanner->error("Access Denied: %1");
 
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     const ShownBox &box = driver.boxes.shown.front();
     QCOMPARE(box.icon, QMessageBox::Warning);
     QCOMPARE(box.title, QString("Device Scanning Error"));
-    QCOMPARE(box.text, QString("Access Denied: <b>%1</b>"));
+    QCOMPARE(box.text, QString("Access Denied: %1"));
     QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
     QCOMPARE(box.parent, &driver.dialog);
 
@@ -180,6 +213,14 @@ void TestDeviceList::scanErrorIsShownAndChangesNothing()
     QVERIFY(!driver.tabs()->isEnabled());
     emit driver.scanner->complete();
     QVERIFY(driver.tabs()->isEnabled());
+}
+
+void TestDeviceList::markUpInAScanErrorIsShownAsItIs()
+{
+    DialogDriver driver;
+    driver.click("rescanDevicesButton");
+    emit driver.scanner->error("Access Denied: <b>%1</b>");
+    QCOMPARE(driver.boxes.shown.at(0).readableText(), QString("Access Denied: <b>%1</b>"));
 }
 
 void TestDeviceList::scanMayCompleteWhileItsErrorIsShown()

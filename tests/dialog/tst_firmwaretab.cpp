@@ -1,6 +1,7 @@
 // The Firmware tab: choosing a file, starting an update, following it and learning how it ended.
 
 #include "dialogdriver.h"
+#include "sessionhold.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,7 +14,6 @@
 #include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTextDocument>
 #include <QTimer>
 
 namespace {
@@ -62,6 +62,8 @@ private slots:
     void failureAtSomeProgressKeepsTheValue();
     void updateMayEndWhileItsErrorIsShown();
     void nextUpdateStartsAfresh();
+    void sessionIsHeldUntilTheUpdateHasEnded();
+    void sessionIsHeldUntilTheUpdateOfAClosedWindowHasEnded();
 };
 
 void TestFirmwareTab::updateButtonFollowsTheFileName()
@@ -133,6 +135,7 @@ void TestFirmwareTab::updateButtonIsEnabledAtStartAndAsksForADevice()
 {
     DialogDriver driver;
     QVERIFY(driver.find<QPushButton>("updateButton")->isEnabledTo(driver.tabs()));
+    driver.find<QProgressBar>("updateProgress")->setFormat("Update Error");
     // The tab widget around it is disabled without a device, so the click comes from a program
     // only.
     QMetaObject::invokeMethod(&driver.dialog, "on_updateButton_clicked");
@@ -144,6 +147,8 @@ void TestFirmwareTab::updateButtonIsEnabledAtStartAndAsksForADevice()
     QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
     QCOMPARE(box.parent, &driver.dialog);
     QCOMPARE(driver.takeAsked(), QStringList());
+    // What the bar said of an update before is gone all the same.
+    QCOMPARE(driver.find<QProgressBar>("updateProgress")->format(), QString("%p%"));
 }
 
 void TestFirmwareTab::deviceIsAskedForBeforeTheFile()
@@ -284,9 +289,8 @@ void TestFirmwareTab::markUpInAnErrorIsShownAsItIs()
     ReadyDriver driver;
     driver.click("updateButton");
     emit driver.updateTask->error("Unsupported product: '<b>velk3</b>'");
-    QTextDocument shown;
-    shown.setHtml(driver.boxes.shown.at(0).text);
-    QCOMPARE(shown.toPlainText(), QString("Unsupported product: '<b>velk3</b>'"));
+    QCOMPARE(driver.boxes.shown.at(0).readableText(),
+             QString("Unsupported product: '<b>velk3</b>'"));
 }
 
 void TestFirmwareTab::failureBeforeAnyProgressIsReadable()
@@ -345,6 +349,33 @@ void TestFirmwareTab::nextUpdateStartsAfresh()
     emit driver.updateTask->complete();
     QCOMPARE(driver.progress->text(), QString("Update Completed"));
     QVERIFY(driver.label->isHidden());
+}
+
+void TestFirmwareTab::sessionIsHeldUntilTheUpdateHasEnded()
+{
+    ReadyDriver driver;
+    QVERIFY(!driver.dialog.findChild<platform::SessionHold *>());
+    driver.click("updateButton");
+    QVERIFY(driver.dialog.findChild<platform::SessionHold *>());
+    emit driver.updateTask->error("no");
+    QVERIFY(driver.dialog.findChild<platform::SessionHold *>());
+    emit driver.updateTask->complete();
+    QVERIFY(!driver.dialog.findChild<platform::SessionHold *>());
+}
+
+// The task is gone only when the device is written.
+void TestFirmwareTab::sessionIsHeldUntilTheUpdateOfAClosedWindowHasEnded()
+{
+    QStringList gone;
+    {
+        ReadyDriver driver;
+        driver.click("updateButton");
+        auto *hold = driver.dialog.findChild<platform::SessionHold *>();
+        QVERIFY(hold);
+        connect(driver.updateTask, &QObject::destroyed, [&gone] { gone += "update task"; });
+        connect(hold, &QObject::destroyed, [&gone] { gone += "hold"; });
+    }
+    QCOMPARE(gone, (QStringList{"update task", "hold"}));
 }
 
 QTEST_MAIN(TestFirmwareTab)

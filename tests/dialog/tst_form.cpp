@@ -20,6 +20,7 @@
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QTest>
+#include <QTextDocumentFragment>
 #include <QToolButton>
 
 #include <algorithm>
@@ -289,6 +290,39 @@ const char s_styleSheet[] =
     "}\n"
     "\n";
 
+// What a screen reader says of a control that has no text of its own, or the same as another.
+std::vector<Property> expectedNames()
+{
+    std::vector<Property> names = {
+        {"rescanDevicesButton", "accessibleName", "Refresh device list"},
+        {"devicesList", "accessibleName", "Devices"},
+        {"tabWidget", "accessibleName", "Device pages"},
+        {"firmwareLineEdit", "accessibleName", "Firmware file"},
+        {"firmwareSelectButton", "accessibleName", "Select firmware file"},
+        {"updateSettingsButton", "accessibleName", "Apply settings"},
+        {"updateUserModesButton", "accessibleName", "Apply user modes"},
+        {"userMode1Width", "accessibleName", "User mode 1 width"},
+        {"userMode1Height", "accessibleName", "User mode 1 height"},
+        {"userMode2Width", "accessibleName", "User mode 2 width"},
+        {"userMode2Height", "accessibleName", "User mode 2 height"},
+        {"userMode3Width", "accessibleName", "User mode 3 width"},
+        {"userMode3Height", "accessibleName", "User mode 3 height"},
+        {"devicesList", "accessibleDescription",
+         "The capture devices that were found. The chosen one is updated and configured."},
+        {"firmwareLineEdit", "accessibleDescription",
+         "The path of the package (.fw) that UPDATE writes to the chosen device"},
+    };
+    // Tool tips without their mark-up; the whole texts stand in the test of what is spoken.
+    for (const auto &[box, tip] :
+         {std::pair{"reenumerateCheckBox", s_reenumerateToolTip},
+          std::pair{"keepAspectRatioCheckBox", s_keepAspectRatioToolTip},
+          std::pair{"performanceModeCheckBox", s_performanceModeToolTip}}) {
+        names.push_back({box, "accessibleDescription",
+                         QTextDocumentFragment::fromHtml(QString::fromUtf8(tip)).toPlainText()});
+    }
+    return names;
+}
+
 // Every property that is not the default of its class. Icons and pixmaps have tests of their own.
 std::vector<Property> expectedProperties()
 {
@@ -361,6 +395,9 @@ std::vector<Property> expectedProperties()
         properties.push_back({box, "accelerated", true});
         properties.push_back({box, "minimum", 0});
         properties.push_back({box, "maximum", 65535});
+    }
+    for (const Property &name : expectedNames()) {
+        properties.push_back(name);
     }
     return properties;
 }

@@ -79,10 +79,9 @@ private slots:
     void selectionDuringAUserModeSequence();
     void selectionDuringAFailingReadIsLoadedAfterwards();
     void answerOfAnotherDeviceFillsNoBoxes();
+    void answersOfAnotherDeviceFillNoUserModes();
     void rescanDuringARequestWaitsForIt();
     void rescanDuringAUserModeSequenceWaitsForItsEnd();
-    void scanThatEndsDuringARequestUnlocksNothing();
-    void scanThatEndsDuringAnUpdateUnlocksNothing();
 
     void scanWaitsForThePoll();
     void updateWaitsForThePoll();
@@ -90,7 +89,6 @@ private slots:
     void settingsWriteWaitsForThePollWithTheBoxesAsTheyWere();
     void userModeWriteWaitsForThePoll();
     void failedPollReleasesWhatWaits();
-    void requestAndRescanDuringAPollAreSentInTurn();
     void answerOfAPollIsNotShownOnceTheListWasCleared();
     void nextPollIsShownAgain();
 };
@@ -216,6 +214,25 @@ void TestOverlap::answerOfAnotherDeviceFillsNoBoxes()
     }
 }
 
+void TestOverlap::answersOfAnotherDeviceFillNoUserModes()
+{
+    ReadyDriver driver;
+    driver.openTab("tabUserMode");
+    driver.answerMode("01 00 02 00 00");
+    driver.selectRow(1);
+    driver.answerMode("03 00 04 00 00"); // A's, as the next
+    driver.answerMode("05 00 06 00 00");
+    emit driver.userModes->error(179, "no");
+    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    QCOMPARE(driver.find<QSpinBox>("userMode1Width")->value(), 1);
+    for (const char *mode : {"userMode2", "userMode3"}) {
+        QVERIFY(!driver.find<QGroupBox>(mode)->isChecked());
+        for (const char *size : {"Width", "Height"}) {
+            QCOMPARE(driver.find<QSpinBox>((QByteArray(mode) + size).constData())->value(), 0);
+        }
+    }
+}
+
 void TestOverlap::rescanDuringARequestWaitsForIt()
 {
     ReadyDriver driver;
@@ -258,26 +275,6 @@ void TestOverlap::rescanDuringAUserModeSequenceWaitsForItsEnd()
     QCOMPARE(driver.takeAsked(), QStringList{"scan"});
     emit driver.scanner->complete();
     QCOMPARE(driver.takeAsked(), QStringList());
-}
-
-void TestOverlap::scanThatEndsDuringARequestUnlocksNothing()
-{
-    ReadyDriver driver;
-    driver.openTab("tabSettings");
-    emit driver.scanner->complete();
-    QVERIFY(!driver.tabs()->isEnabled());
-    driver.answerFlags(0x00);
-    QVERIFY(driver.tabs()->isEnabled());
-}
-
-void TestOverlap::scanThatEndsDuringAnUpdateUnlocksNothing()
-{
-    ReadyDriver driver;
-    driver.click("updateButton");
-    QCOMPARE(driver.takeAsked(), QStringList{"start A x.fw"});
-    emit driver.scanner->complete();
-    // The whole dialog is disabled; this is about what it would open with.
-    QVERIFY(!driver.tabs()->isEnabledTo(&driver.dialog));
 }
 
 void TestOverlap::scanWaitsForThePoll()
@@ -368,24 +365,6 @@ void TestOverlap::failedPollReleasesWhatWaits()
     emit driver.inputStatus->getRequestComplete(178, ConfigDeviceDataPtr(), 0);
     QCOMPARE(driver.takeAsked(), QStringList{readModeOf("A", 0)});
     QCOMPARE(driver.statusLine(), QString("request not supported"));
-}
-
-void TestOverlap::requestAndRescanDuringAPollAreSentInTurn()
-{
-    ReadyDriver driver;
-    driver.pollNow();
-    driver.openTab("tabSettings");
-    driver.click("rescanDevicesButton");
-    driver.takeAsked();
-    driver.answerPoll();
-    QCOMPARE(driver.takeAsked(), QStringList{readFlagsOf("A")});
-    driver.answerFlags(0x00);
-    QCOMPARE(driver.takeAsked(), QStringList{"scan"});
-    emit driver.scanner->newDevice(describedDevice("A"));
-    emit driver.scanner->complete();
-    driver.openTab("tabFirmware");
-    driver.selectRow(0);
-    QVERIFY(driver.tabs()->isEnabled());
 }
 
 void TestOverlap::answerOfAPollIsNotShownOnceTheListWasCleared()

@@ -67,6 +67,8 @@ private slots:
     void firmwarePageReadsNothing();
     void withoutARowNothingIsRead();
     void requestLocksUntilItsCompletion();
+    void answerEnablesThePage_data();
+    void answerEnablesThePage();
     void boxesFollowTheirBits_data();
     void boxesFollowTheirBits();
     void writtenByteIsBuiltFromTheBoxesAlone_data();
@@ -79,6 +81,7 @@ private slots:
     void writeToADeviceThatCannotBeOpened();
     void emptyAnswerUnlocksAndKeepsTheBoxes();
     void completionMayArriveWhileTheErrorIsShown();
+    void markUpInAnErrorIsShownAsItIs();
     void selectionReadsTheNewDevice();
     void rowWithoutARecordAsksForNoDevice();
     void recordOfAnotherTypeIsConverted();
@@ -125,6 +128,30 @@ void TestSettingsTab::requestLocksUntilItsCompletion()
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(driver.find<QWidget>("tabSettings")->isEnabled());
     QCOMPARE(driver.takeAsked(), QStringList{writeOf("00")});
+}
+
+void TestSettingsTab::answerEnablesThePage_data()
+{
+    QTest::addColumn<bool>("isRead");
+    QTest::newRow("read") << true;
+    QTest::newRow("write") << false;
+}
+
+void TestSettingsTab::answerEnablesThePage()
+{
+    QFETCH(bool, isRead);
+    ReadyDriver driver;
+    auto *page = driver.find<QWidget>("tabSettings");
+    page->setEnabled(false);
+    if (isRead) {
+        driver.openTab("tabFirmware");
+        driver.openTab("tabSettings");
+        driver.answerRead(0x00);
+    } else {
+        QMetaObject::invokeMethod(&driver.dialog, "on_updateSettingsButton_clicked");
+        emit driver.flags->setRequestComplete(227);
+    }
+    QVERIFY(page->isEnabled());
 }
 
 void TestSettingsTab::boxesFollowTheirBits_data()
@@ -296,6 +323,14 @@ void TestSettingsTab::completionMayArriveWhileTheErrorIsShown()
     QVERIFY(driver.tabs()->isEnabled());
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     QCOMPARE(driver.boxStates(), QString("---x"));
+}
+
+void TestSettingsTab::markUpInAnErrorIsShownAsItIs()
+{
+    ReadyDriver driver;
+    driver.click("updateSettingsButton");
+    emit driver.flags->error(227, "<b>refused</b>");
+    QCOMPARE(driver.boxes.shown.at(0).readableText(), QString("<b>refused</b>"));
 }
 
 void TestSettingsTab::selectionReadsTheNewDevice()

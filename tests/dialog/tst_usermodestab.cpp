@@ -97,10 +97,13 @@ private slots:
     void writeToADeviceThatCannotBeOpened();
     void writeCompletionMayArriveWhileTheErrorIsShown();
     void readErrorAfterAWriteIsNotShown();
+    void markUpInAnErrorIsShownAsItIs();
     void applyWithoutARowAsksForADevice();
 
     void pollShowsTheSignal();
+    void textsOfTheDeviceAreNotTakenForMarkUp();
     void failedPollShowsThatItIsNotSupported();
+    void onlyTheAnswerOfAPollIsListenedTo();
     void pollNeitherLocksNorLogs();
     void noSecondPollWhileOneIsUnanswered();
     void timerPollsOnlyWhileUnlocked();
@@ -307,6 +310,15 @@ void TestUserModesTab::readErrorAfterAWriteIsNotShown()
     QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
 }
 
+void TestUserModesTab::markUpInAnErrorIsShownAsItIs()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.click("updateUserModesButton");
+    emit driver.userModes->error(179, "<b>refused</b>");
+    QCOMPARE(driver.boxes.shown.at(0).readableText(), QString("<b>refused</b>"));
+}
+
 void TestUserModesTab::applyWithoutARowAsksForADevice()
 {
     DialogDriver driver;
@@ -329,6 +341,36 @@ void TestUserModesTab::pollShowsTheSignal()
     driver.pollNow();
     driver.answerStatus(s_noSignal);
     QCOMPARE(driver.statusLine(), QString("no signal"));
+}
+
+// What a label needs to show a text tells how it takes it.
+void TestUserModesTab::textsOfTheDeviceAreNotTakenForMarkUp()
+{
+    ReadyDriver driver;
+    driver.answerAllReads();
+    driver.pollNow();
+    // "<u>RGB</u>" and "<b>", 1920x1080, progressive, 60 frames a second.
+    driver.answerStatus("3c753e5247423c2f753e0000 3c623e0000000000 60ea0000 8007 3804 00");
+    QCOMPARE(driver.statusLine(), QString("<b> 1920x1080p@60, <u>RGB</u>"));
+    auto *line = driver.find<QLabel>("inputSignalLabel");
+    QCOMPARE(line->textFormat(), Qt::PlainText);
+    QVERIFY(line->sizeHint().width() >= line->fontMetrics().horizontalAdvance(line->text()));
+}
+
+void TestUserModesTab::onlyTheAnswerOfAPollIsListenedTo()
+{
+    UpdateRepair dialog;
+    int found = 0;
+    for (ConfigDeviceAction *action : dialog.findChildren<ConfigDeviceAction *>()) {
+        const bool isPoll = action->filterRequest(178);
+        found += isPoll ? 1 : 0;
+        // Whether there was something to disconnect.
+        QCOMPARE(disconnect(action, &ConfigDeviceBase::setRequestComplete, &dialog, nullptr),
+                 !isPoll);
+        QCOMPARE(disconnect(action, &ConfigDeviceBase::error, &dialog, nullptr), !isPoll);
+        QVERIFY(disconnect(action, &ConfigDeviceBase::getRequestComplete, &dialog, nullptr));
+    }
+    QCOMPARE(found, 1);
 }
 
 void TestUserModesTab::failedPollShowsThatItIsNotSupported()

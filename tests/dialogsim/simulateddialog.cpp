@@ -40,12 +40,13 @@ int SimulatedDialog::rowOf(const QString &serial)
 
 QString SimulatedDialog::checkBoxes()
 {
-    QString states;
-    for (const char *name : {"reenumerateCheckBox", "keepAspectRatioCheckBox",
-                             "performanceModeCheckBox", "audioSelectorCheckBox"}) {
-        states += find<QCheckBox>(name)->isChecked() ? '1' : '0';
+    QStringList checked;
+    for (QCheckBox *box : find<QWidget>("tabSettings")->findChildren<QCheckBox *>()) {
+        if (box->isChecked()) {
+            checked.append(box->objectName().remove("CheckBox"));
+        }
     }
-    return states;
+    return checked.join(' ');
 }
 
 QString SimulatedDialog::userModes()

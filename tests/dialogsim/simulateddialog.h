@@ -42,7 +42,7 @@ public:
     QString statusLine() { return find<QLabel>("inputSignalLabel")->text(); }
     // Whether the tabs can be used.
     bool isUnlocked() { return find<QTabWidget>("tabWidget")->isEnabled(); }
-    // "0" and "1" for the four boxes of the Settings page, from top to bottom.
+    // The boxes of the Settings page that are checked, in the words of flagboxes.h.
     QString checkBoxes();
     // "1280x720 on, 0x0 off, ..." for the three user modes.
     QString userModes();

@@ -1,28 +1,21 @@
 #include "simulatedtest.h"
 
-#include "devicedescription.h"
-#include "qtcompat.h"
 #include "simulation.h"
+#include "usbprogram.h"
 
 #include <QApplication>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <libusb.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
-static constexpr char s_refusingClaims[] = "CAPSO_REFUSING_CLAIMS";
-
 // AddressSanitizer asks for these. Qt's platform plugin for tests without a screen never frees the
-// screen that it makes up; only whole call stacks show that it was the plugin. Where claims are
-// refused, the handles that the program leaves open on purpose are suppressed as well.
+// screen that it makes up; only whole call stacks show that it was the plugin.
 extern "C" const char *__asan_default_options();
 extern "C" const char *__lsan_default_suppressions();
 const char *__asan_default_options()
@@ -31,23 +24,16 @@ const char *__asan_default_options()
 }
 const char *__lsan_default_suppressions()
 {
-    return std::getenv(s_refusingClaims) ? "leak:libqoffscreen.so\nleak:usb::init_device\n"
-                                         : "leak:libqoffscreen.so\n";
+    return "leak:libqoffscreen.so\n";
 }
 
 namespace {
 
-struct Scene
-{
-    const char *text;
-    bool refusesClaims;
-};
-
 // Scenes by function, in the order in which they are listed. A function-local object, since it is
 // filled before main().
-std::map<std::string, Scene> &scenes()
+std::map<std::string, const char *> &scenes()
 {
-    static std::map<std::string, Scene> s_scenes;
+    static std::map<std::string, const char *> s_scenes;
     return s_scenes;
 }
 
@@ -59,15 +45,12 @@ bool isNameOfScene(const char *scene)
 // Runs this program under the simulator; returns its exit code.
 int runOnScene(const char *program, const std::string &function, const QStringList &options)
 {
-    const char *scene = scenes().at(function).text;
+    const char *scene = scenes().at(function);
     // Short, since a socket is in there.
     const QTemporaryDir directory("/tmp/capso-XXXXXX");
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     // It also tells the program not to run itself again.
     environment.insert("CAPSO_SIM_DIR", directory.path());
-    if (scenes().at(function).refusesClaims) {
-        environment.insert(s_refusingClaims, "1");
-    }
 
     QProcess simulator;
     simulator.setProcessChannelMode(QProcess::ForwardedChannels);
@@ -92,18 +75,18 @@ int runOnScene(const char *program, const std::string &function, const QStringLi
 
 } // namespace
 
-SceneOf::SceneOf(const char *function, const char *scene, bool refusesClaims)
+SceneOf::SceneOf(const char *function, const char *scene)
 {
-    scenes()[function] = {scene, refusesClaims};
+    scenes()[function] = scene;
 }
 
 void SimulatedTest::cleanup()
 {
-    if (QTest::currentTestFailed() || scenes().at(QTest::currentTestFunction()).refusesClaims) {
+    if (QTest::currentTestFailed()) {
         return;
     }
     // The simulator may notice the last close a moment after the program has gone on.
-    EVENTUALLY_EQUAL(simulation::usageProblem(), QString());
+    EVENTUALLY_EQUAL(simulation::transcript().misused(), QString());
 }
 
 int runSimulated(int argc, char **argv, int (*run)(int, char **))
@@ -141,14 +124,5 @@ int runSimulated(int argc, char **argv, int (*run)(int, char **))
 
 int runWithDialogs(int argc, char **argv, QObject &test)
 {
-    libusb_init(nullptr);
-    int result = 0;
-    {
-        const QApplication application(argc, argv);
-        qRegisterMetaType<DeviceDescription>("DeviceDescription");
-        qtcompat::register_alias<unsigned char>("uint8_t");
-        result = QTest::qExec(&test, argc, argv);
-    }
-    libusb_exit(nullptr);
-    return result;
+    return runUsbProgram<QApplication>(argc, argv, [&] { return QTest::qExec(&test, argc, argv); });
 }

@@ -28,21 +28,15 @@ constexpr char s_noUsbBus[] = "no USB bus";
 class SceneOf
 {
 public:
-    SceneOf(const char *function, const char *scene, bool refusesClaims = false);
+    SceneOf(const char *function, const char *scene);
 };
 
 #define SCENE(Class, function, scene)                                                              \
     static const SceneOf s_sceneOf_##function(#function, scene);                                   \
     void Class::function()
 
-// For a function that makes claims fail. The program leaves the file open then, on purpose.
-#define SCENE_REFUSING_CLAIMS(Class, function, scene)                                              \
-    static const SceneOf s_sceneOf_##function(#function, scene, true);                             \
-    void Class::function()
-
-// After each test function, when the dialog is gone, it looks at how the devices were used: nobody
-// may have wanted a device while somebody else was at work on it, and all must have been given
-// back.
+// After each test function, when the dialog is gone, it looks at how the devices were used
+// (SimTranscript::misused()).
 class SimulatedTest : public QObject
 {
     Q_OBJECT

@@ -56,7 +56,7 @@ device v
     QVERIFY(!user.isUnlocked());
     QCOMPARE(user.statusLine(), QString("device not selected"));
     // The scan asks whether the firmware answers, and nothing else.
-    QCOMPARE(simulation::requests("v"), QStringList{"< FX3_STATUS 01"});
+    QCOMPARE(simulation::requests("v"), QStringList{"< c8 v0 i0 1 01"});
 }
 
 SCENE(TestSimDeviceList, selectingARowUnlocksTheTabs, "velk3")
@@ -76,7 +76,7 @@ SCENE(TestSimDeviceList, everyProductIsListedInTheOrderOfTheScan, "several")
         {"velk3_4k", "VELK3 4K Grabber (SIM00003, 1.0.0) [e5c1:3631]"}};
     SimulatedDialog user;
     QStringList expected;
-    for (const QString &device : simulation::openingOrder()) {
+    for (const QString &device : simulation::transcript().devicesOpened()) {
         expected.append(rows.value(device));
     }
     QCOMPARE(expected.size(), 3); // the keyboard was not opened
@@ -99,7 +99,7 @@ SCENE(TestSimDeviceList, twentyDevicesAreListed, "twenty")
     user.clickRow(19);
     QVERIFY(user.isUnlocked());
     QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString("0000"));
+    QCOMPARE(user.checkBoxes(), QString(""));
 }
 
 SCENE(TestSimDeviceList, brokenDevicesAreListedWithTheirMode, R"(
@@ -192,7 +192,7 @@ fault v FX3_STATUS every stall
 {
     SimulatedDialog user;
     QCOMPARE(user.rows(), QStringList());
-    QCOMPARE(simulation::requests("v"), (QStringList{"< FX3_STATUS stall", "< FX3_STATUS stall"}));
+    QCOMPARE(simulation::requests("v"), (QStringList{"< c8 v0 i0 1 stall", "< c8 v0 i0 1 stall"}));
     // It has recovered by itself when the user looks again.
     simulation::control("clear-faults");
     user.click("rescanDevicesButton");
@@ -256,7 +256,7 @@ SCENE(TestSimDeviceList, rescanFindsTheDeviceAtItsNewAddress,
     user.click("rescanDevicesButton");
     QVERIFY(user.waitForScan(2));
     user.clickRow(0);
-    EVENTUALLY_EQUAL(user.checkBoxes(), QString("0100"));
+    EVENTUALLY_EQUAL(user.checkBoxes(), QString("keepAspectRatio"));
     QCOMPARE(user.boxTexts().size(), 1);
 }
 

@@ -1,6 +1,7 @@
 // The program's own main() on simulated devices: that it starts, scans and ends in every situation,
 // and leaves no device open.
 
+#include "capturedoutput.h"
 #include "messageboxes.h"
 #include "simulatedtest.h"
 #include "simulation.h"
@@ -18,6 +19,7 @@
 #include <libusb.h>
 
 #include <functional>
+#include <iostream>
 #include <utility>
 
 int capsoMain(int argc, char **argv);
@@ -25,12 +27,16 @@ int capsoMain(int argc, char **argv);
 // The first event of the application object is where a test gets hold of the running program.
 static std::function<void()> s_whenRunning;
 
-static void startWhenRunning()
+namespace {
+
+void startWhenRunning()
 {
     if (auto start = std::exchange(s_whenRunning, nullptr)) {
         QTimer::singleShot(0, qApp, start);
     }
 }
+
+} // namespace
 Q_COREAPP_STARTUP_FUNCTION(startWhenRunning)
 
 class TestSimProgram : public SimulatedTest
@@ -89,11 +95,15 @@ void TestSimProgram::selectFirstRow()
     EVENTUALLY(find<QTabWidget>("tabWidget")->isEnabled());
 }
 
+namespace {
+
 // Nothing else opens the device after the scan: what is claimed and not closed is a poll.
-static bool pollIsUnderWay(const QString &device)
+bool pollIsUnderWay(const QString &device)
 {
     return simulation::countEvents(device, "claim") > simulation::countEvents(device, "close");
 }
+
+} // namespace
 
 // ---- starting
 
@@ -162,21 +172,25 @@ fault v FX3_STATUS delay 700
              0);
     QCOMPARE(rows, 0);
     // The scan has gone on to its end.
-    QCOMPARE(simulation::requests("v1"), QStringList{"< FX3_STATUS 01"});
-    QCOMPARE(simulation::requests("v2"), QStringList{"< FX3_STATUS 01"});
+    QCOMPARE(simulation::requests("v1"), QStringList{"< c8 v0 i0 1 01"});
+    QCOMPARE(simulation::requests("v2"), QStringList{"< c8 v0 i0 1 01"});
 }
 
 SCENE(TestSimProgram, closingDuringAnUpdate, "velk3")
 {
+    const CapturedStream log(std::clog);
     QCOMPARE(run([this] {
                  selectFirstRow();
                  find<QLineEdit>("firmwareLineEdit")->setText(simulation::packageFile("velk3"));
                  find<QPushButton>("updateButton")->click();
-                 EVENTUALLY(simulation::requests("velk3").contains("> FX3_START"));
-                 QVERIFY(!simulation::requests("velk3").contains("> FPGA_START"));
+                 EVENTUALLY(simulation::requests("velk3").contains("> c5 v0 i0 0"));
+                 QVERIFY(!simulation::requests("velk3").contains("> c1 v0 i0 0"));
              }),
              0);
-    QCOMPARE(simulation::requests("velk3").last(), QString("> EDID_COMPLETE"));
+    QCOMPARE(simulation::requests("velk3").last(), QString("> d4 v0 i0 0"));
+    const QStringList lines = QString::fromStdString(log.text()).split('\n');
+    QCOMPARE(lines.filter("Update "),
+             (QStringList{"Update under way, waiting for its end", "Update ended"}));
     for (const char *image : {"fx3", "fpga", "edid"}) {
         QCOMPARE(simulation::memory("velk3", image), simulation::packagedImage("velk3", image));
     }
@@ -191,7 +205,7 @@ SCENE(TestSimProgram, closingDuringARepair, "hard-sorn3")
                  EVENTUALLY(simulation::countEvents("sorn3", "start") > 0);
              }),
              0);
-    QVERIFY(simulation::requests("sorn3").contains("> FPGA_COMPLETE"));
+    QVERIFY(simulation::requests("sorn3").contains("> c3 v0 i0 0"));
     for (const char *image : {"fx3", "fpga"}) {
         QCOMPARE(simulation::memory("sorn3", image), simulation::packagedImage("sorn3", image));
     }
@@ -210,7 +224,7 @@ fault v GET_DEVICE_FLAGS delay 700
                  EVENTUALLY(simulation::countEvents("v", "claim", before) > 0);
              }),
              0);
-    QCOMPARE(simulation::configRequests("v"), QStringList{"< GET_DEVICE_FLAGS 00"});
+    QCOMPARE(simulation::configRequests("v"), QStringList{"< e2 v0 i0 1 00"});
 }
 
 // The request under way is finished; those that would have followed it are not sent. (A busy
@@ -231,7 +245,7 @@ fault v USER_MODE out every delay 700
              }),
              0);
     const QStringList writes = simulation::configRequests("v").filter("> ");
-    QCOMPARE(writes.first(), QString("> USER_MODE 0000000000"));
+    QCOMPARE(writes.first(), QString("> b3 v0 i0 5 0000000000"));
     QVERIFY(writes.size() < 3);
 }
 
@@ -246,7 +260,7 @@ fault v INPUT_STATUS every delay 700
                  EVENTUALLY(pollIsUnderWay("v"));
              }),
              0);
-    QCOMPARE(simulation::requests("v").last().left(14), QString("< INPUT_STATUS"));
+    QVERIFY(simulation::requests("v").last().startsWith("< b2 v0 i0 29"));
 }
 
 SCENE(TestSimProgram, closingWhileARequestWaitsForAPoll, R"(

@@ -1,5 +1,6 @@
 // The line that shows the input signal of the selected device, live.
 
+#include "requestline.h"
 #include "simulateddialog.h"
 
 class TestSimStatus : public SimulatedTest
@@ -13,10 +14,7 @@ private slots:
     void missingTextsAreUnknown();
     void textsWithoutAnEndStopAtTheEndOfTheRecord();
     void shortAnswerIsNoSignal();
-    void refusedPollIsNotSupported();
-    void silentPollIsNotSupported();
     void pollOfADeviceThatIsGoneIsNotSupported();
-    void pollOfADeviceThatLeavesIsNotSupported();
     void pollOfADeviceThatCannotBeOpenedIsNotSupported();
     void pollOfABusyDeviceIsNotSupported();
     void brokenDeviceRefusesThePoll();
@@ -45,7 +43,7 @@ const QString s_signal = "HDMI 1920x1080p@60, RGB";
 
 int countPolls(const QString &device, int since = 0)
 {
-    return simulation::requests(device, since).filter("INPUT_STATUS").size();
+    return simulation::requests(device, since).filter("< b2 ").size();
 }
 
 } // namespace
@@ -72,12 +70,12 @@ SCENE(TestSimStatus, signalThatIsThereIsShown, s_scene)
     user.clickRow(0);
     EVENTUALLY_EQUAL(user.statusLine(), s_signal);
     QCOMPARE(simulation::requests("v").last(),
-             QString("< INPUT_STATUS 524742000000000000000000" // "RGB"
-                     "48444d4900000000"                        // "HDMI"
-                     "60ea0000"
-                     "8007"
-                     "3804"
-                     "00"));
+             "< b2 v0 i0 29 " + showBytes(QByteArray::fromHex("524742000000000000000000" // "RGB"
+                                                              "48444d4900000000"         // "HDMI"
+                                                              "60ea0000"
+                                                              "8007"
+                                                              "3804"
+                                                              "00")));
 }
 
 SCENE(TestSimStatus, rates, "device v\n product velk3\n")
@@ -142,24 +140,9 @@ void TestSimStatus::failPoll(const QString &preparation)
     QVERIFY(user.find<QWidget>("updateButton")->isEnabled());
 }
 
-SCENE(TestSimStatus, refusedPollIsNotSupported, s_scene)
-{
-    failPoll("fault v INPUT_STATUS every stall");
-}
-
-SCENE(TestSimStatus, silentPollIsNotSupported, s_scene)
-{
-    failPoll("fault v INPUT_STATUS every silence");
-}
-
 SCENE(TestSimStatus, pollOfADeviceThatIsGoneIsNotSupported, s_scene)
 {
     failPoll("unplug v");
-}
-
-SCENE(TestSimStatus, pollOfADeviceThatLeavesIsNotSupported, s_scene)
-{
-    failPoll("fault v INPUT_STATUS disconnect");
 }
 
 SCENE(TestSimStatus, pollOfADeviceThatCannotBeOpenedIsNotSupported, s_scene)
@@ -168,7 +151,7 @@ SCENE(TestSimStatus, pollOfADeviceThatCannotBeOpenedIsNotSupported, s_scene)
 }
 
 // It comes back with the next poll.
-SCENE_REFUSING_CLAIMS(TestSimStatus, pollOfABusyDeviceIsNotSupported, R"(
+SCENE(TestSimStatus, pollOfABusyDeviceIsNotSupported, R"(
 device v
     product velk3
     input 1920x1080p 60000 "HDMI" "RGB"
@@ -219,11 +202,11 @@ SCENE(TestSimStatus, pollsAreTwoSecondsApart, s_scene)
     user.clickRow(0);
     EVENTUALLY(countPolls("v") >= 3);
     double last = 0;
-    for (const QJsonObject &entry : simulation::transcript()) {
-        if (entry["name"].toString() == "INPUT_STATUS") {
-            const double gap = entry["t"].toDouble() - last;
+    for (const SimLine &line : simulation::transcript().lines("v")) {
+        if (line.text.startsWith("< b2 ")) {
+            const double gap = line.time - last;
             QVERIFY2(last == 0 || gap > 1500, qPrintable(QString("%1 ms").arg(gap)));
-            last = entry["t"].toDouble();
+            last = line.time;
         }
     }
 }
@@ -278,12 +261,12 @@ fault v USER_MODE every delay 850
     user.clickTab(2);
     EVENTUALLY(user.isUnlocked());
     QCOMPARE(simulation::requests("v", before).mid(0, 3),
-             (QStringList{"< USER_MODE 0100010000", "< USER_MODE index 1 0200020000",
-                          "< USER_MODE index 2 0300030000"}));
+             (QStringList{"< b3 v0 i0 5 0100010000", "< b3 v0 i1 5 0200020000",
+                          "< b3 v0 i2 5 0300030000"}));
     const int written = simulation::mark();
     user.click("updateUserModesButton");
     EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::requests("v", written).filter("USER_MODE").size(), 3);
+    QCOMPARE(simulation::requests("v", written).filter("> b3 ").size(), 3);
     QCOMPARE(countPolls("v", written), 0);
     EVENTUALLY(countPolls("v", written) > 0);
 }

@@ -19,21 +19,33 @@ int capsoMain(int argc, char **argv);
 // anybody is where a test gets hold of the running program.
 static std::function<void()> s_whenRunning;
 
-static void startWhenRunning()
+// Whether the screen's density was to be followed when the application object was made.
+static bool s_scalesFromTheStart = false;
+
+namespace {
+
+void startWhenRunning()
 {
+    s_scalesFromTheStart = QCoreApplication::testAttribute(Qt::AA_EnableHighDpiScaling);
     if (auto start = std::exchange(s_whenRunning, nullptr)) {
         QTimer::singleShot(0, qApp, start);
     }
 }
+
+} // namespace
 Q_COREAPP_STARTUP_FUNCTION(startWhenRunning)
 
+namespace {
+
 // Called on the scanner's thread; ends the program's event loop as soon as the scan has begun.
-static void quitWhenScanning(const QString &call)
+void quitWhenScanning(const QString &call)
 {
     if (call == QLatin1String("get_device_list")) {
         QMetaObject::invokeMethod(qApp, "quit", Qt::QueuedConnection);
     }
 }
+
+} // namespace
 
 class TestMain : public QObject
 {
@@ -48,6 +60,7 @@ private slots:
     void exceptionInTheEventLoopStillCleansUp();
     void metaTypesAreKnownBeforeTheFirstScan();
     void windowDoesWithoutOpenGl();
+    void screenDensityIsFollowed();
 
 private:
     int run(std::function<void()> whenRunning);
@@ -214,6 +227,30 @@ void TestMain::windowDoesWithoutOpenGl()
     });
 
     QVERIFY(asked);
+}
+
+// The attributes belong to the process, so what an earlier run has left is cleared. Qt 6 has none:
+// it always scales.
+void TestMain::screenDensityIsFollowed()
+{
+    ScriptedUsb usb;
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling, false);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps, false);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
+        Qt::HighDpiScaleFactorRoundingPolicy::Unset);
+#endif
+    auto policy = Qt::HighDpiScaleFactorRoundingPolicy::Unset;
+    run([&policy] {
+        policy = QGuiApplication::highDpiScaleFactorRoundingPolicy();
+        QCoreApplication::quit();
+    });
+
+    QCOMPARE(policy, Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    QVERIFY(s_scalesFromTheStart);
+    QVERIFY(QCoreApplication::testAttribute(Qt::AA_UseHighDpiPixmaps));
+#endif
 }
 
 // The program makes its own application object.

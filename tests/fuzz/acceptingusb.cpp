@@ -14,9 +14,9 @@ struct libusb_device_handle // NOLINT(readability-identifier-naming): libusb's n
 
 namespace {
 
-constexpr quint8 MemoryAccess = 0xA0;
-constexpr quint8 VendorIn = 0xC0;
-constexpr quint8 VendorOut = 0x40;
+constexpr quint8 s_memoryAccess = 0xA0;
+constexpr quint8 s_vendorIn = 0xC0;
+constexpr quint8 s_vendorOut = 0x40;
 
 std::vector<libusb_device *> s_devices;
 std::atomic_int s_lists{0};
@@ -37,14 +37,14 @@ int libusb_device::controlTransfer(const Transfer &transfer)
 {
     if (!transfer.isIn()) {
         readAll(transfer.data, transfer.length);
-        if (transfer.request == MemoryAccess) {
+        if (transfer.request == s_memoryAccess) {
             pieceAddress = transfer.address();
             piece.assign(transfer.data, transfer.data + transfer.length);
         }
         return transfer.length;
     }
     std::memset(transfer.data, 1, transfer.length);
-    if (transfer.request == MemoryAccess && transfer.address() == pieceAddress) {
+    if (transfer.request == s_memoryAccess && transfer.address() == pieceAddress) {
         const auto known = std::min(piece.size(), std::size_t(transfer.length));
         std::memcpy(transfer.data, piece.data(), known);
     }
@@ -186,7 +186,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle *handle, uint8_t re
                                         unsigned char *data, uint16_t length, unsigned timeout)
 {
     require(handle->claimed, "a transfer without a claim");
-    require(requestType == VendorIn || requestType == VendorOut, "not a vendor request");
+    require(requestType == s_vendorIn || requestType == s_vendorOut, "not a vendor request");
     require(data || length == 0, "bytes without a buffer");
     require(timeout == 1000 || timeout == 10000, "an unknown time limit");
     return handle->device->controlTransfer(

@@ -15,22 +15,22 @@
 
 namespace {
 
-constexpr quint16 Vendor = 0xE5C1;
-constexpr quint16 RunningVelk3 = 0x3601;
-constexpr quint8 EdidWrite = 0xD2;
-constexpr std::size_t BlockSize = 128;
-constexpr std::size_t PieceSize = 4095; // in which the entry is read; a NUL hides a piece's rest
+constexpr quint16 s_vendor = 0xE5C1;
+constexpr quint16 s_runningVelk3 = 0x3601;
+constexpr quint8 s_edidWrite = 0xD2;
+constexpr std::size_t s_blockSize = 128;
+constexpr std::size_t s_pieceSize = 4095; // in which the entry is read; a NUL hides a piece's rest
 
 using Bytes = std::vector<std::uint8_t>;
 
 // A device that keeps its EDID.
 struct Display : libusb_device
 {
-    Display() : libusb_device(Vendor, RunningVelk3) {}
+    Display() : libusb_device(s_vendor, s_runningVelk3) {}
 
     int controlTransfer(const Transfer &transfer) override
     {
-        if (transfer.request == EdidWrite) {
+        if (transfer.request == s_edidWrite) {
             edid.emplace(transfer.data, transfer.data + transfer.length);
         }
         return libusb_device::controlTransfer(transfer);
@@ -73,11 +73,11 @@ bool isEdid(const Bytes &bytes)
     unsigned sum = 0; // over all blocks: each adds zero
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         sum += bytes[i];
-        if ((i + 1) % BlockSize == 0 && sum % 256 != 0) {
+        if ((i + 1) % s_blockSize == 0 && sum % 256 != 0) {
             return false;
         }
     }
-    return !bytes.empty() && bytes.size() % BlockSize == 0;
+    return !bytes.empty() && bytes.size() % s_blockSize == 0;
 }
 
 // The bytes of a text of the plainest kind: after the bar, numbers of one to eight hexadecimal
@@ -114,8 +114,8 @@ std::optional<Bytes> readPlainly(const std::string &text)
 std::string asReadFromPackage(const std::string &text)
 {
     std::string read;
-    for (std::size_t at = 0; at < text.size(); at += PieceSize) {
-        read += text.substr(at, PieceSize).c_str();
+    for (std::size_t at = 0; at < text.size(); at += s_pieceSize) {
+        read += text.substr(at, s_pieceSize).c_str();
     }
     return read;
 }
@@ -125,7 +125,7 @@ void updateWith(const std::string &text)
     Display device;
     bus::setDevices({&device});
     const UpdateOutcome outcome =
-        runUpdate(describeDevice(Vendor, RunningVelk3, DeviceMode::Normal),
+        runUpdate(describeDevice(s_vendor, s_runningVelk3, DeviceMode::Normal),
                   zipArchive({{"edid_velk3_uvc.edid", QByteArray::fromStdString(text)}}));
 
     std::istringstream in(asReadFromPackage(text));

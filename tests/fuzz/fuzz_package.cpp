@@ -19,9 +19,9 @@
 
 namespace {
 
-constexpr quint16 Vendor = 0xE5C1;
+constexpr quint16 s_vendor = 0xE5C1;
 constexpr quint16 s_runningProducts[] = {0x3601, 0x3621, 0x3631};
-constexpr std::size_t BlockSize = 4096;
+constexpr std::size_t s_blockSize = 4096;
 
 enum Request : quint8 {
     FpgaStart = 0xC1,
@@ -66,7 +66,7 @@ struct Memories
 // A device that keeps account of what it is given.
 struct Grabber : libusb_device
 {
-    Grabber(quint16 product, Memories &given) : libusb_device(Vendor, product), memories(given) {}
+    Grabber(quint16 product, Memories &given) : libusb_device(s_vendor, product), memories(given) {}
 
     int controlTransfer(const Transfer &transfer) override
     {
@@ -97,7 +97,7 @@ struct Grabber : libusb_device
 
     static void requireBlock(const Transfer &transfer)
     {
-        require(transfer.length > 0 && transfer.length <= BlockSize, "a block has a size");
+        require(transfer.length > 0 && transfer.length <= s_blockSize, "a block has a size");
     }
 
     Memories &memories;
@@ -114,7 +114,7 @@ struct BareController : libusb_device
     int controlTransfer(const Transfer &transfer) override
     {
         require(transfer.request == MemoryAccess, "a boot loader knows no other request");
-        require(transfer.length <= BlockSize, "no piece is longer than a block");
+        require(transfer.length <= s_blockSize, "no piece is longer than a block");
         if (transfer.length == 0) {
             plugged = false;
             for (libusb_device *sandbox : sandboxes) {
@@ -154,7 +154,7 @@ Archive openArchive(const std::uint8_t *data, std::size_t size)
 }
 
 // Nothing when it cannot be opened.
-std::optional<Entry> readEntry(zip_t *zip, const char *name, std::size_t pieceSize = BlockSize)
+std::optional<Entry> readEntry(zip_t *zip, const char *name, std::size_t pieceSize = s_blockSize)
 {
     const std::unique_ptr<zip_file_t, Closer> file(zip_fopen(zip, name, 0));
     if (!file) {
@@ -176,7 +176,7 @@ std::optional<Entry> readEntry(zip_t *zip, const char *name, std::size_t pieceSi
     }
 }
 
-const ExpectedProduct *productOf(zip_t *zip)
+const ProductFacts *productOf(zip_t *zip)
 {
     const std::optional<Entry> info = readEntry(zip, "product.info", 15);
     return findProduct(info ? productKey(info->content) : "legacy");
@@ -194,10 +194,10 @@ std::string crcOf(const std::string &bytes)
     return littleEndian(crc32(0, data, uInt(bytes.size())));
 }
 
-Stream expectedFpga(const ExpectedProduct &product, const Entry &image)
+Stream expectedFpga(const ProductFacts &product, const Entry &image)
 {
     std::string sent = image.content;
-    if (product.framedFpga) {
+    if (product.fpgaVersion == FpgaVersion::Framed) {
         const std::string header = "FPGA" + littleEndian(image.statedSize);
         sent = header + crcOf(header) + image.content + crcOf(image.content);
     }
@@ -225,24 +225,25 @@ bool holds(zip_t *zip, const char *name)
 }
 
 // What a device holds after a successful update with this package.
-Memories expectedMemories(zip_t *zip, const ExpectedProduct &product)
+Memories expectedMemories(zip_t *zip, const ProductFacts &product)
 {
-    const int images =
-        holds(zip, product.fpga) + holds(zip, product.fx3) + holds(zip, product.sandbox);
-    const bool onlyEdid = images == 0 && product.edid && holds(zip, product.edid);
+    const int images = holds(zip, product.fpgaName) + holds(zip, product.fx3Name) +
+                       holds(zip, product.sandboxName);
+    const bool onlyEdid = images == 0 && product.edidName && holds(zip, product.edidName);
     require(images == 3 || onlyEdid, "half a package is not called a success");
     Memories memories;
     if (!onlyEdid) {
-        const std::optional<Entry> fx3 = readEntry(zip, product.fx3);
-        const std::optional<Entry> fpga = readEntry(zip, product.fpga);
+        const std::optional<Entry> fx3 = readEntry(zip, product.fx3Name);
+        const std::optional<Entry> fpga = readEntry(zip, product.fpgaName);
         require(fx3 && fpga, "images that cannot be opened are not called a success");
         require(fx3->whole && fpga->whole, "damaged images are not called a success");
         memories.fx3.add(fx3->content.data(), fx3->content.size());
         memories.fpga = expectedFpga(product, *fpga);
     }
     const std::optional<Entry> edid =
-        product.edid ? readEntry(zip, product.edid, 4095) : std::optional<Entry>();
+        product.edidName ? readEntry(zip, product.edidName, 4095) : std::optional<Entry>();
     if (edid) {
+        require(edid->whole, "a damaged EDID is not called a success");
         memories.edid = expectedEdid(*edid);
     }
     return memories;
@@ -252,7 +253,7 @@ void requireTruth(const std::uint8_t *data, std::size_t size, const Memories &me
 {
     const Archive zip = openArchive(data, size);
     require(zip != nullptr, "a file that is no archive is not called a success");
-    const ExpectedProduct *product = productOf(zip.get());
+    const ProductFacts *product = productOf(zip.get());
     require(product != nullptr, "an unknown product is not called a success");
     require(memories == expectedMemories(zip.get(), *product), "the device holds the package");
 }
@@ -265,7 +266,7 @@ void updateRunning(quint16 product, const std::uint8_t *data, std::size_t size)
     Grabber device(product, memories);
     bus::setDevices({&device});
     const UpdateOutcome outcome =
-        runUpdate(describeDevice(Vendor, product, DeviceMode::Normal), data, size);
+        runUpdate(describeDevice(s_vendor, product, DeviceMode::Normal), data, size);
     if (outcome.succeeded()) {
         requireTruth(data, size, memories);
     }

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr quint16 Vendor = 0xE5C1;
-constexpr quint16 RunningVelk3 = 0x3601;
+constexpr quint16 s_vendor = 0xE5C1;
+constexpr quint16 s_runningVelk3 = 0x3601;
 
 QByteArray packageWith(const QByteArray &productInfo)
 {
@@ -37,10 +37,10 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const QByteArray content(reinterpret_cast<const char *>(data), int(size));
-    libusb_device device(Vendor, RunningVelk3);
+    libusb_device device(s_vendor, s_runningVelk3);
     bus::setDevices({&device});
-    const UpdateOutcome outcome =
-        runUpdate(describeDevice(Vendor, RunningVelk3, DeviceMode::Normal), packageWith(content));
+    const UpdateOutcome outcome = runUpdate(
+        describeDevice(s_vendor, s_runningVelk3, DeviceMode::Normal), packageWith(content));
 
     const std::string key = productKey(content.toStdString());
     QStringList expected;

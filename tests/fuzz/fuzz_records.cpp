@@ -25,11 +25,11 @@
 
 namespace {
 
-constexpr std::size_t ModeSize = 5;
-constexpr std::size_t ModesAt = 1;
-constexpr std::size_t StatusAt = ModesAt + 3 * ModeSize;
-constexpr std::size_t StatusSize = 29;
-constexpr std::size_t AllSize = StatusAt + StatusSize;
+constexpr std::size_t s_modeSize = 5;
+constexpr std::size_t s_modesAt = 1;
+constexpr std::size_t s_statusAt = s_modesAt + 3 * s_modeSize;
+constexpr std::size_t s_statusSize = 29;
+constexpr std::size_t s_allSize = s_statusAt + s_statusSize;
 
 enum Request : quint8 { InputStatus = 0xB2, UserMode = 0xB3, GetFlags = 0xE2 };
 
@@ -41,12 +41,12 @@ struct Grabber : libusb_device
     {
         switch (transfer.request) {
         case GetFlags:
-            return answer(transfer, 0, ModesAt);
+            return answer(transfer, 0, s_modesAt);
         case UserMode:
             require(transfer.index < 3, "there are three user modes");
-            return answer(transfer, ModesAt + transfer.index * ModeSize, ModeSize);
+            return answer(transfer, s_modesAt + transfer.index * s_modeSize, s_modeSize);
         case InputStatus:
-            return answer(transfer, StatusAt, StatusSize);
+            return answer(transfer, s_statusAt, s_statusSize);
         default:
             return libusb_device::controlTransfer(transfer);
         }
@@ -131,7 +131,7 @@ void requireFlags(const Screen &screen, unsigned flags)
 
 void requireMode(const Screen &screen, int mode, const std::string &records)
 {
-    const std::size_t at = ModesAt + std::size_t(mode) * ModeSize;
+    const std::size_t at = s_modesAt + std::size_t(mode) * s_modeSize;
     const QString name = QStringLiteral("userMode%1").arg(mode + 1);
     const auto value = [&](const char *part) {
         return unsigned(screen.find<QSpinBox>(name + part)->value());
@@ -143,7 +143,7 @@ void requireMode(const Screen &screen, int mode, const std::string &records)
 
 QString statusText(const std::string &records)
 {
-    const std::string status = records.substr(StatusAt, StatusSize);
+    const std::string status = records.substr(s_statusAt, s_statusSize);
     const unsigned rate = numberAt(status, 20, 4);
     const unsigned width = numberAt(status, 24, 2);
     const unsigned height = numberAt(status, 26, 2);
@@ -188,9 +188,9 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     Screen &screen = *s_screen;
-    screen.device.records.assign(reinterpret_cast<const char *>(data), std::min(size, AllSize));
+    screen.device.records.assign(reinterpret_cast<const char *>(data), std::min(size, s_allSize));
     std::string records = screen.device.records;
-    records.resize(AllSize); // what the device leaves out reads as zero
+    records.resize(s_allSize); // what the device leaves out reads as zero
 
     screen.showTab("tabSettings");
     requireFlags(screen, numberAt(records, 0, 1));

@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr quint16 Vendor = 0xE5C1;
-constexpr quint16 SoftRepairVelk3 = 0x3600;
-constexpr quint16 SandboxVelk3 = 0x360F;
-constexpr quint8 MemoryAccess = 0xA0;
-constexpr std::size_t PieceSize = 4096;
-constexpr std::size_t LongestSection = 0x200000;
+constexpr quint16 s_vendor = 0xE5C1;
+constexpr quint16 s_softRepairVelk3 = 0x3600;
+constexpr quint16 s_sandboxVelk3 = 0x360F;
+constexpr quint8 s_memoryAccess = 0xA0;
+constexpr std::size_t s_pieceSize = 4096;
+constexpr std::size_t s_longestSection = 0x200000;
 
 struct MemoryRequest
 {
@@ -73,8 +73,8 @@ private:
 void expectSection(quint32 address, const std::uint8_t *data, std::size_t size,
                    std::vector<MemoryRequest> &requests)
 {
-    for (std::size_t at = 0; at < size; at += PieceSize) {
-        const std::size_t length = std::min(PieceSize, size - at);
+    for (std::size_t at = 0; at < size; at += s_pieceSize) {
+        const std::size_t length = std::min(s_pieceSize, size - at);
         const quint32 where = quint32(address + at);
         requests.push_back({false, where, {data + at, data + at + length}, length});
         requests.push_back({true, where, {}, length});
@@ -111,7 +111,7 @@ Expectation expect(const std::uint8_t *data, std::size_t size)
             return expected;
         }
         const quint64 length = quint64(words) * 4;
-        const std::uint8_t *section = length > LongestSection ? nullptr : image.take(length);
+        const std::uint8_t *section = length > s_longestSection ? nullptr : image.take(length);
         if (!section) {
             expected.error = broken;
             return expected;
@@ -128,13 +128,13 @@ Expectation expect(const std::uint8_t *data, std::size_t size)
 struct BootLoader : libusb_device
 {
     explicit BootLoader(libusb_device &started)
-        : libusb_device(Vendor, SoftRepairVelk3), sandbox(started)
+        : libusb_device(s_vendor, s_softRepairVelk3), sandbox(started)
     {
     }
 
     int controlTransfer(const Transfer &transfer) override
     {
-        require(transfer.request == MemoryAccess, "a boot loader knows no other request");
+        require(transfer.request == s_memoryAccess, "a boot loader knows no other request");
         require(sandbox.plugged == false, "nothing follows the start");
         MemoryRequest request{transfer.isIn(), transfer.address(), {}, transfer.length};
         if (!request.isRead) {
@@ -162,7 +162,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    libusb_device sandbox(Vendor, SandboxVelk3);
+    libusb_device sandbox(s_vendor, s_sandboxVelk3);
     sandbox.plugged = false;
     BootLoader bootLoader(sandbox);
     bus::setDevices({&bootLoader, &sandbox});
@@ -173,7 +173,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                                            {"velk3.img", "1234"},
                                            {"velk3-sandbox.img", content}});
     const UpdateOutcome outcome =
-        runUpdate(describeDevice(Vendor, SoftRepairVelk3, DeviceMode::SoftRepair), package);
+        runUpdate(describeDevice(s_vendor, s_softRepairVelk3, DeviceMode::SoftRepair), package);
 
     const Expectation expected = expect(data, size);
     require(bootLoader.requests == expected.requests, "the device gets the image, piece by piece");

@@ -18,10 +18,10 @@
 
 namespace {
 
-constexpr int LongestString = 127;
-constexpr quint8 ProductIndex = 1;
-constexpr quint8 SerialIndex = 2;
-constexpr quint8 VersionIndex = 3;
+constexpr int s_longestString = 127;
+constexpr quint8 s_productIndex = 1;
+constexpr quint8 s_serialIndex = 2;
+constexpr quint8 s_versionIndex = 3;
 
 class Input
 {
@@ -61,7 +61,7 @@ struct Answer
         if (length < 0) {
             return QString::fromLatin1(fallback);
         }
-        std::string known = written.substr(0, std::size_t(std::min(length, LongestString)));
+        std::string known = written.substr(0, std::size_t(std::min(length, s_longestString)));
         known = known.substr(0, known.find('\0'));
         return QString::fromLatin1(known.data(), int(known.size()));
     }
@@ -76,11 +76,11 @@ struct Liar : libusb_device
 
     int asciiString(quint8 index, unsigned char *text, int size) override
     {
-        require(index == ProductIndex || index == SerialIndex || index == VersionIndex,
+        require(index == s_productIndex || index == s_serialIndex || index == s_versionIndex,
                 "only these strings are read");
-        const Answer &answer = index == ProductIndex  ? product
-                               : index == SerialIndex ? serial
-                                                      : version;
+        const Answer &answer = index == s_productIndex  ? product
+                               : index == s_serialIndex ? serial
+                                                        : version;
         std::memset(text, 0, std::size_t(size)); // all of the room that was promised is there
         std::memcpy(text, answer.written.data(),
                     std::min(answer.written.size(), std::size_t(size)));
@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Input input(data, size);
     const std::uint8_t choice = input.byte();
     Liar device(input);
-    device.serialString = (choice & 4) ? 0 : SerialIndex;
+    device.serialString = (choice & 4) ? 0 : s_serialIndex;
     bus::setDevices({&device});
 
     struct Kind

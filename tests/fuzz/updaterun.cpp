@@ -2,41 +2,12 @@
 
 #include "acceptingusb.h"
 #include "fuzzing.h"
+#include "memoryfile.h"
 #include "updatetask.h"
 
 #include <QEventLoop>
 
-#include <cstdio>
-
-#include <sys/mman.h>
-#include <unistd.h>
-
 namespace {
-
-// A file in memory, with a path.
-class MemoryFile
-{
-public:
-    MemoryFile(const void *bytes, std::size_t size) : descriptor(memfd_create("package", 0))
-    {
-        require(descriptor >= 0, "there is a file in memory");
-        const auto *at = static_cast<const char *>(bytes);
-        while (size > 0) {
-            const ssize_t written = write(descriptor, at, size);
-            require(written > 0, "the package can be written");
-            at += written;
-            size -= std::size_t(written);
-        }
-    }
-    ~MemoryFile() { close(descriptor); }
-    MemoryFile(const MemoryFile &) = delete;
-    MemoryFile &operator=(const MemoryFile &) = delete;
-
-    QString path() const { return QStringLiteral("/proc/self/fd/%1").arg(descriptor); }
-
-private:
-    int descriptor;
-};
 
 // The one update task of the process, and what it says.
 class Updater

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Checks who includes whom in src/ and simulator/ against the table of docs/architecture.md.
 
-CMake keeps a room from seeing the project headers of rooms that it does not link. It cannot keep a
-room from a system header, nor a header from being included by more than its room: that is checked here.
+CMake keeps a module from seeing the project headers of modules that it does not link. It cannot keep a
+module from a system header, nor a header from being included by more than its module: that is checked here.
 """
 
 import pathlib
@@ -10,59 +10,92 @@ import re
 import sys
 import tempfile
 
-# Which rooms a room may include, and which libraries' headers (by pattern of the include).
+# Which modules a module may include, and which libraries' headers (by pattern of the include).
 QT_WIDGETS = r"Q(Application|Dialog|Widget|MessageBox|FileDialog|ListWidget.*|.*Button|CheckBox|.*Layout|Label)"
 RULES = {
-    "usb": {"rooms": {"usb"}, "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS]},
-    "zip": {"rooms": {"zip"}, "never": [r"Q[A-Z].*", r"libusb\.h", r"zlib\.h"]},
-    "devicescanner": {"rooms": {"devicescanner", "usb"}, "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS]},
+    "platform": {
+        "modules": {"platform", "usb"},
+        "never": [r"libusb\.h", r"zip\.h", r"zlib\.h", QT_WIDGETS, r"(context|device|driver|little|proberesult|usb|vendor|wdi).*\.h"],
+    },
+    "usb": {"modules": {"usb"}, "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS]},
+    "zip": {"modules": {"zip"}, "never": [r"Q[A-Z].*", r"libusb\.h", r"zlib\.h"]},
+    "devicescanner": {"modules": {"devicescanner", "usb"}, "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS]},
+    "usbview": {
+        "modules": {"usbview", "devicescanner", "usb"},
+        "never": [r"zip\.h", r"libusb\.h", r"zlib\.h", QT_WIDGETS],
+    },
     "configdevicetask": {
-        "rooms": {"configdevicetask", "usb"},
+        "modules": {"configdevicetask", "usb"},
         "never": [r"zip\.h", r"zlib\.h", QT_WIDGETS],
     },
-    "updatetask": {"rooms": {"updatetask", "usb", "zip"}, "never": [r"zip\.h", QT_WIDGETS]},
+    "updatetask": {"modules": {"updatetask", "usb", "zip"}, "never": [r"zip\.h", QT_WIDGETS]},
+    "displaytexts": {
+        "modules": {"displaytexts", "configdevicetask", "usb"},
+        "never": [r"zip\.h", r"libusb\.h", r"zlib\.h", QT_WIDGETS, r"QText.*"],
+    },
     "updaterepair": {
-        "rooms": {"updaterepair", "devicescanner", "updatetask", "configdevicetask", "usb"},
+        "modules": {
+            "updaterepair", "displaytexts", "devicescanner", "usbview", "updatetask", "configdevicetask", "usb",
+            "images", "platform",
+        },
         "never": [
             r"zip\.h", r"libusb\.h", r"zlib\.h",
+            r"usbaccess\.h", r"driverdecision\.h", r"platforminstaller\.h", r"proberesult\.h",
+        ],
+    },
+    "cli": {
+        "modules": {
+            "cli", "displaytexts", "usbview", "devicescanner", "updatetask", "configdevicetask", "usb", "zip",
+        },
+        "never": [
+            r"zip\.h", r"libusb\.h", r"zlib\.h", QT_WIDGETS, r"QText.*",
             r"usbaccess\.h", r"driverinstall(er)?\.h", r"proberesult\.h",
         ],
     },
-    "main.cpp": {"rooms": {"usb", "updaterepair"}, "never": [r"zip\.h", r"zlib\.h"]},
-    "simulator": {"rooms": {"simulator"}, "never": [r"Q[A-Z].*", r"libusb\.h"]},
+    "main.cpp": {"modules": {"usb", "updaterepair", "platform"}, "never": [r"libusb\.h", r"zip\.h", r"zlib\.h"]},
+    "images": {"modules": {"images"}, "never": [r"zip\.h", r"libusb\.h", r"zlib\.h", QT_WIDGETS]},
+    "simulator": {"modules": {"simulator"}, "never": [r"Q[A-Z].*", r"libusb\.h"]},
 }
 # C libraries' headers stay out of our headers, so that nobody gets them by accident.
 NEVER_IN_HEADERS = [r"libusb\.h", r"zip\.h", r"zlib\.h"]
-# Headers that only their own room may include.
-PRIVATE = {"updateworker.h": "updatetask", "probes.h": "devicescanner"}
+# Headers that only their own module may include.
+PRIVATE = {
+    "edidwriter.h": "updatetask",
+    "imagewriter.h": "updatetask",
+    "sandboxloader.h": "updatetask",
+    "updatereport.h": "updatetask",
+    "updatetexts.h": "updatetask",
+    "openarchive.h": "zip",
+    "probes.h": "devicescanner",
+}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+[<"]([^>"]+)[>"]', re.MULTILINE)
 
 
-def room_of(path, root):
+def module_of(path, root):
     parts = path.relative_to(root).parts
     return parts[1] if parts[0] == "src" else parts[0]
 
 
 def check(root):
     files = [p for top in ("src", "simulator") for p in sorted((root / top).rglob("*")) if p.suffix in (".h", ".cpp")]
-    home = {p.name: room_of(p, root) for p in files if p.suffix == ".h"}
+    home = {p.name: module_of(p, root) for p in files if p.suffix == ".h"}
     problems = []
     for path in files:
-        room = room_of(path, root)
-        rule = RULES.get(room)
+        module = module_of(path, root)
+        rule = RULES.get(module)
         if rule is None:
-            problems.append(f"{path.relative_to(root)}: no rule for the room '{room}'")
+            problems.append(f"{path.relative_to(root)}: no rule for the module '{module}'")
             continue
         for include in INCLUDE.findall(path.read_text(encoding="utf-8")):
             name = include.split("/")[-1]
             offence = None
-            if name in home and home[name] not in rule["rooms"]:
-                offence = f"the room '{home[name]}' is out of its reach"
-            elif name in PRIVATE and room != PRIVATE[name]:
+            if name in home and home[name] not in rule["modules"]:
+                offence = f"the module '{home[name]}' is out of its reach"
+            elif name in PRIVATE and module != PRIVATE[name]:
                 offence = f"private to '{PRIVATE[name]}'"
             elif any(re.fullmatch(pattern, name) for pattern in rule["never"]):
-                offence = "a library that this room must not know"
+                offence = "a library that this module must not know"
             elif path.suffix == ".h" and any(re.fullmatch(p, name) for p in NEVER_IN_HEADERS):
                 offence = "a C library's header inside a header"
             if offence:
@@ -101,7 +134,7 @@ def main():
         self_test()
         return
     count, problems = check(pathlib.Path(sys.argv[1]))
-    print("\n".join(problems) or f"{count} files, every include within its room's reach")
+    print("\n".join(problems) or f"{count} files, every include within its module's reach")
     sys.exit(1 if problems or count == 0 else 0)
 
 

@@ -1,5 +1,6 @@
 #include "expectation.h"
 
+#include "libusbtexts.h"
 #include "simtranscript.h"
 #include "wiremodel.h"
 
@@ -7,7 +8,7 @@
 
 namespace {
 
-enum class Wording { Name, Sentence, Number }; // how libusb's code is told
+enum class Wording { Name, Sentence, Number }; // how a message puts libusb's code
 
 struct RoleFacts
 {
@@ -69,7 +70,7 @@ QString errorText(Role role, Fault fault)
     case Wording::Name:
         return QString(facts.text).arg(code.name);
     case Wording::Sentence:
-        return QString(facts.text).arg(code.sentence);
+        return QString(facts.text).arg(libusbText(code.code));
     default:
         return QString(facts.text).arg(code.code);
     }
@@ -142,20 +143,20 @@ QString struckLine(const Step &step, Fault fault)
 
 namespace {
 
-class Telling
+class ExpectationBuilder
 {
 public:
-    Telling(const Script &whole, bool isRepair) : script(whole), repairing(isRepair)
+    ExpectationBuilder(const Script &whole, bool isRepair) : script(whole), repairing(isRepair)
     {
-        told.wire = WireModel().openForWork().lines();
-        told.signalLines = QStringList{"progress 1", "progress 2"};
+        expected.wire = WireModel().openForWork().lines();
+        expected.signalLines = QStringList{"progress 1", "progress 2"};
     }
 
     Expectation withoutFault()
     {
         through(0, script.steps.size());
         succeed();
-        return told;
+        return expected;
     }
 
     Expectation withFault(std::size_t at, Fault fault)
@@ -168,31 +169,32 @@ public:
         } else if (isPoll(step.role)) {
             answerPoll(at, fault);
         } else if (step.in) {
-            told.wire += struckLine(step, fault);
+            expected.wire += struckLine(step, fault);
             fail(step, "Fail to verify image");
         } else {
-            told.wire += struckLine(step, fault);
+            expected.wire += struckLine(step, fault);
             sendShort(at);
         }
-        return told;
+        return expected;
     }
 
 private:
-    // The transfers from one to before another, and the signals around them.
+    // The transfers from number `from` up to the one before `to` go through, and the progress
+    // before each of them is signalled.
     void through(std::size_t from, std::size_t to)
     {
         for (std::size_t i = from; i < to; ++i) {
             reach(script.steps[i]);
-            told.wire += script.steps[i].line;
+            expected.wire += script.steps[i].line;
         }
     }
 
     void reach(const Step &step)
     {
         signalAll(step.before);
-        told.wire += step.handles;
+        expected.wire += step.handles;
         if (!step.handles.isEmpty()) {
-            told.sandboxRuns = true;
+            expected.sandboxRuns = true;
         }
     }
 
@@ -200,20 +202,20 @@ private:
     {
         for (const Progress &progress : values) {
             const qint64 lost = progress.block == lossyBlock ? missing : 0;
-            told.signalLines += QString("progress %1").arg(progress.value(lost));
+            expected.signalLines += QString("progress %1").arg(progress.value(lost));
         }
     }
 
     void error(const QString &text)
     {
-        told.errors += text;
-        told.signalLines += "error " + text;
+        expected.errors += text;
+        expected.signalLines += "error " + text;
     }
 
     void succeed()
     {
         signalAll(script.rest);
-        told.signalLines += QStringList{"progress 100", "complete"};
+        expected.signalLines += QStringList{"progress 100", "complete"};
         giveBack();
     }
 
@@ -221,31 +223,31 @@ private:
     void fail(const Step &step, const QString &text)
     {
         error(text);
-        told.stage = factsOf(step.role).stage;
+        expected.stage = factsOf(step.role).stage;
         if (repairing) {
-            told.signalLines += "progress 100";
+            expected.signalLines += "progress 100";
         }
-        told.signalLines += "complete";
+        expected.signalLines += "complete";
         giveBack();
     }
 
     void giveBack()
     {
-        told.wire += told.gone ? QStringList{"release 0 no-device", "close"}
-                               : WireModel().giveBack().lines();
+        expected.wire += expected.gone ? QStringList{"release 0 no-device", "close"}
+                                       : WireModel().giveBack().lines();
     }
 
     void strike(const Step &step, Fault fault)
     {
-        told.wire += struckLine(step, fault);
-        told.gone = fault == Fault::Disconnect;
+        expected.wire += struckLine(step, fault);
+        expected.gone = fault == Fault::Disconnect;
         if (step.role == Role::FpgaCrc) {
             loseCrc(step, fault);
             return;
         }
         // A device that was busy when the poll got lost is as busy afterwards.
         const bool busy = step.role == Role::Fx3Poll && step.data[0] == 0;
-        told.firstPoll = busy ? 0 : 1;
+        expected.firstPoll = busy ? 0 : 1;
         fail(step, errorText(step.role, fault));
     }
 
@@ -254,11 +256,11 @@ private:
     void loseCrc(const Step &step, Fault fault)
     {
         error(errorText(Role::FpgaCrc, fault));
-        if (told.gone) {
+        if (expected.gone) {
             fail(step, errorText(Role::FpgaPoll, fault));
             return;
         }
-        told.wire += WireModel().poll(0xC4, 1).lines();
+        expected.wire += WireModel().poll(0xC4, 1).lines();
         refuseCompletion();
     }
 
@@ -268,7 +270,7 @@ private:
         for (const Step &step : script.steps) {
             completion = step.role == Role::FpgaComplete ? step : completion;
         }
-        told.wire += struckLine(completion, Fault::Stall);
+        expected.wire += struckLine(completion, Fault::Stall);
         fail(completion, errorText(Role::FpgaComplete, Fault::Stall));
     }
 
@@ -278,12 +280,12 @@ private:
         const Step &step = script.steps[at];
         const QString zero = WireModel().poll(step.request, 0).lines().first();
         if (fault == Fault::Wrong) {
-            told.wire += QStringList{zero, zero};
-            told.wire += step.line;
+            expected.wire += QStringList{zero, zero};
+            expected.wire += step.line;
         } else {
-            told.wire += struckLine(step, fault);
+            expected.wire += struckLine(step, fault);
             if (step.data[0] != 0) {
-                told.wire += step.line; // asked once more
+                expected.wire += step.line; // asked once more
             }
         }
         through(at + 1, script.steps.size());
@@ -302,7 +304,7 @@ private:
         }
         for (const auto &row : s_falseSuccesses) {
             if (row.role == step.role) {
-                told.differs = row.reason;
+                expected.differs = row.reason;
                 through(at + 1, script.steps.size());
                 succeed();
                 return;
@@ -324,13 +326,13 @@ private:
         reach(read);
         const QByteArray arrived = shortened(read.data);
         const QByteArray held = arrived + QByteArray(read.data.size() - arrived.size(), '\0');
-        told.wire += read.line.section(' ', 0, 4) + ' ' + showBytes(held);
+        expected.wire += read.line.section(' ', 0, 4) + ' ' + showBytes(held);
         fail(read, "Fail to verify image");
     }
 
     const Script &script;
     const bool repairing;
-    Expectation told;
+    Expectation expected;
     Role lossyBlock = Role::SandboxStart; // whose bytes are missing; no progress counts this role's
     qint64 missing = 0;
 };
@@ -339,10 +341,10 @@ private:
 
 Expectation expectUpdate(const Script &script, bool repairing)
 {
-    return Telling(script, repairing).withoutFault();
+    return ExpectationBuilder(script, repairing).withoutFault();
 }
 
 Expectation expectUpdate(const Script &script, bool repairing, std::size_t at, Fault fault)
 {
-    return Telling(script, repairing).withFault(at, fault);
+    return ExpectationBuilder(script, repairing).withFault(at, fault);
 }

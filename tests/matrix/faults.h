@@ -16,7 +16,6 @@ struct FaultFacts
     const char *scene; // the simulator's word; "" where it depends on the transfer
     int code;          // 0: libusb calls the transfer a success
     const char *name;
-    const char *sentence;
     const char *wire;
 };
 

@@ -35,11 +35,11 @@ std::vector<Operation> scanOperations();
 std::vector<Operation> updateOperations(const QString &packages);
 std::vector<Operation> settingsOperations();
 
-// ---- what the stories share
+// ---- what the scenarios share
 
-// Adds a cell for every fault of every transfer of the script. `make` is told which transfer is
-// struck (counted from 0) and how, the cell's title ("stall at 5 of 27: > c7 v0 i0 0") and the
-// command that sets the fault.
+// Adds a cell for every fault of every transfer of the script. `make` is called with the number of
+// the transfer that is struck (counted from 0) and how, the cell's title ("stall at 5 of 27: > c7
+// v0 i0 0") and the command that sets the fault.
 using MakeCell =
     std::function<Cell(std::size_t at, Fault fault, const QString &title, const QString &command)>;
 void addStruckCells(Operation &operation, const Script &script, const MakeCell &make);

@@ -7,34 +7,37 @@
 
 namespace {
 
-// The operations of a story, from 1. The dialog's own first scan comes before them.
+// The operations of a scenario, from 1. The dialog's own first scan comes before them.
 enum { SetFault = 1, Struck, Selected, Cleared, Again, Healthy };
 
-constexpr int GetDescriptor = 6;
+constexpr char s_soft[] = " (Soft Repair Mode)";
 
 struct Kind
 {
     const ProductFacts *product;
     const char *mode; // in the words of a scene
-    const char *name; // what the device calls itself
     const char *id;
     const char *coldId;   // when its power has been cut: a sandbox lives in RAM
     const char *modeText; // "" when it runs
 };
 
-// clang-format off
-const Kind s_kinds[] = {
-    {&velk3,    "normal",  "VELK3 Grabber",    "e5c1:3601", "e5c1:3601", ""},
-    {&sorn3,    "normal",  "SORN3 Grabber",    "e5c1:3621", "e5c1:3621", ""},
-    {&velk3_4k, "normal",  "VELK3 4K Grabber", "e5c1:3631", "e5c1:3631", ""},
-    {&velk3,    "soft",    "VELK3 Grabber",    "e5c1:3600", "e5c1:3600", " (Soft Repair Mode)"},
-    {&sorn3,    "soft",    "SORN3 Grabber",    "e5c1:3620", "e5c1:3620", " (Soft Repair Mode)"},
-    {&velk3_4k, "soft",    "VELK3 4K Grabber", "e5c1:3630", "e5c1:3630", " (Soft Repair Mode)"},
-    {&velk3,    "soft-f",  "VELK3 Grabber",    "e5c1:360f", "e5c1:360f", " (Soft Repair Mode)"},
-    {&sorn3,    "sandbox", "SORN3 Grabber",    "e5c1:362f", "e5c1:3620", " (Soft Repair Mode)"},
-    {&velk3_4k, "hard",    "WestBridge",       "04b4:00f3", "04b4:00f3", " (Hard Repair Mode)"},
-};
-// clang-format on
+std::vector<Kind> allKinds()
+{
+    std::vector<Kind> kinds;
+    for (const ProductFacts *product : allProducts()) {
+        kinds.push_back({product, "normal", product->runningId, product->runningId, ""});
+        kinds.push_back({product, "soft", product->softId, product->softId, s_soft});
+    }
+    kinds.push_back({&velk3, "soft-f", velk3.sandboxId, velk3.sandboxId, s_soft});
+    kinds.push_back({&sorn3, "sandbox", sorn3.sandboxId, sorn3.softId, s_soft});
+    kinds.push_back({&velk3_4k, "hard", "04b4:00f3", "04b4:00f3", " (Hard Repair Mode)"});
+    return kinds;
+}
+
+QString nameOf(const Kind &kind)
+{
+    return QByteArray(kind.mode) == "hard" ? "WestBridge" : kind.product->name;
+}
 
 bool runs(const Kind &kind)
 {
@@ -51,7 +54,7 @@ struct Texts
 
 Texts textsOf(const Kind &kind)
 {
-    return {kind.name, "S1", runs(kind) ? "1.0.0" : ""};
+    return {nameOf(kind), "S1", runs(kind) ? "1.0.0" : ""};
 }
 
 QString rowOf(const Kind &kind, const Texts &texts, bool cold = false)
@@ -78,10 +81,9 @@ QByteArray descriptorOf(const QString &text)
 
 void addString(Script &script, Role role, int index, const QString &text)
 {
-    script.add(Role::LanguageString, GetDescriptor, "string 0", QByteArray("\x04\x03\x09\x04", 4),
-               true);
+    script.addString(Role::LanguageString, 0, QByteArray("\x04\x03\x09\x04", 4));
     script.steps.back().wrong = QByteArray("\x04\x02\x09\x04", 4); // another kind of descriptor
-    script.add(role, GetDescriptor, QString("string %1").arg(index), descriptorOf(text), true);
+    script.addString(role, index, descriptorOf(text));
     script.steps.back().wrong = descriptorOf("XYZ");
 }
 
@@ -93,7 +95,7 @@ Script probeOf(const Kind &kind)
     addString(script, Role::SerialString, 4, texts.serial);
     if (runs(kind)) {
         addString(script, Role::VersionString, 3, texts.version);
-        script.add(Role::Ping, 0xC8, "< c8 v0 i0 1 01", QByteArray(1, '\x01'), true);
+        script.add(Role::Ping, {Direction::In, 0xC8, 0, 0, 1}, QByteArray(1, 1));
         script.steps.back().handles = QStringList{"claim 0 ok"};
     }
     return script;
@@ -305,7 +307,7 @@ Operation scanOf(const Kind &kind)
 std::vector<Operation> scanOperations()
 {
     std::vector<Operation> all;
-    for (const Kind &kind : s_kinds) {
+    for (const Kind &kind : allKinds()) {
         all.push_back(scanOf(kind));
     }
     return all;

@@ -2,6 +2,8 @@
 // same program reads and writes the device when it is well.
 
 #include "expectation.h"
+#include "flagboxes.h"
+#include "libusbtexts.h"
 #include "matrix.h"
 #include "wiremodel.h"
 
@@ -11,6 +13,7 @@
 
 namespace {
 
+// The device at first.
 constexpr char s_scene[] = "flags 0x05\n"
                            "user-mode 0 640x480 on\n"
                            "user-mode 1 800x600 off\n"
@@ -18,13 +21,14 @@ constexpr char s_scene[] = "flags 0x05\n"
                            "input 1920x1080p 60000 \"HDMI\" \"RGB\"";
 
 // What the dialog shows of that device.
-const QString s_flags = "1010"; // 0x05
+constexpr int s_flags = 0x05;
 const QStringList s_modes{"640x480 on", "800x600 off", "1024x768 on"};
 const QString s_signal = "HDMI 1920x1080p@60, RGB";
+constexpr int s_wrongFlags = 0x11;
 const QString s_wrongSignal = "VGA 1280x720i@25, YUV";
 
 // What it is changed to.
-const QString s_otherFlags = "0101"; // 0x12
+constexpr int s_otherFlags = 0x12;
 const QStringList s_otherModes{"1280x720 off", "320x240 on", "1920x1080 off"};
 
 QByteArray modeRecord(const QString &mode)
@@ -47,34 +51,21 @@ QByteArray statusRecord(const char *info, const char *name, quint32 rate, const 
 
 // ---- the transfers of the five operations
 
-void addRequest(Script &script, Role role, bool in, int request, int index,
-                const QByteArray &record)
+void addRead(Script &script, Role role, int code, int index, const QByteArray &record)
 {
-    script.add(role, request,
-               QString("%1 %2 v0 i%3 %4 %5")
-                   .arg(in ? "<" : ">")
-                   .arg(request, 0, 16)
-                   .arg(index)
-                   .arg(record.size())
-                   .arg(showBytes(record)),
-               record, in);
+    script.add(role, {Direction::In, code, 0, index, record.size()}, record);
 }
 
-void addRead(Script &script, Role role, int request, int index, const QByteArray &record)
+void addWrite(Script &script, Role role, int code, int index, const QByteArray &record)
 {
-    addRequest(script, role, true, request, index, record);
-}
-
-void addWrite(Script &script, Role role, int request, int index, const QByteArray &record)
-{
-    addRequest(script, role, false, request, index, record);
+    script.add(role, {Direction::Out, code, 0, index, record.size()}, record);
 }
 
 Script readFlags(int flags)
 {
     Script script;
     addRead(script, Role::ReadFlags, 0xE2, 0, QByteArray(1, char(flags)));
-    script.steps.back().wrong = QByteArray(1, '\x11');
+    script.steps.back().wrong = QByteArray(1, char(s_wrongFlags));
     return script;
 }
 
@@ -137,8 +128,8 @@ struct SettingsExpectation
 
 using Operations = QList<QStringList>; // capso-clicker's, each with its words
 
-// One story: how its operations go, and what is seen where.
-struct Story
+// One scenario: how its operations go, and what is seen where.
+struct Scenario
 {
     const char *title;
     Operations prepare;
@@ -159,13 +150,13 @@ QString readError(int request, Fault fault)
 {
     return QString("Error retreiving config device data: req=%1, status: %2")
         .arg(request)
-        .arg(factsOf(fault).sentence);
+        .arg(libusbText(factsOf(fault).code));
 }
 
 // The same words for every write.
 QString writeError(Fault fault)
 {
-    return QString("Error setting device flags: %1").arg(factsOf(fault).sentence);
+    return QString("Error setting device flags: %1").arg(libusbText(factsOf(fault).code));
 }
 
 // The requests up to the one that is struck, and that one.
@@ -197,9 +188,9 @@ SettingsExpectation expectReadFlags(Fault fault)
     if (isError(fault)) {
         expected.errors = QStringList{readError(226, fault)};
         expected.box = true;
-        expected.shown = s_flags;
+        expected.shown = boxesOf(s_flags);
     } else {
-        expected.shown = fault == Fault::Short ? "0000" : "1001";
+        expected.shown = boxesOf(fault == Fault::Short ? 0 : s_wrongFlags);
     }
     return expected;
 }
@@ -211,8 +202,8 @@ SettingsExpectation expectWriteFlags(Fault fault)
         expected.errors = QStringList{writeError(fault)};
         expected.box = true;
     }
-    expected.shown = s_otherFlags; // as the user has set them
-    expected.held = "5";           // nothing has arrived
+    expected.shown = boxesOf(s_otherFlags); // as the user has set them
+    expected.held = "5";                    // nothing has arrived
     return expected;
 }
 
@@ -301,28 +292,28 @@ QStringList signalsOf(const Script &script, std::size_t struck, const QStringLis
     return lines;
 }
 
-SettingsExpectation expectStruck(const Story &story, std::size_t at, Fault fault)
+SettingsExpectation expectStruck(const Scenario &scenario, std::size_t at, Fault fault)
 {
-    SettingsExpectation expected = story.expect(at, fault);
+    SettingsExpectation expected = scenario.expect(at, fault);
     expected.gone = fault == Fault::Disconnect;
-    expected.wire = wireUpTo(story.script, at, fault);
-    expected.signalLines = signalsOf(story.script, at, expected.errors);
+    expected.wire = wireUpTo(scenario.script, at, fault);
+    expected.signalLines = signalsOf(scenario.script, at, expected.errors);
     if (!isError(fault)) {
-        expected.wire += wireFrom(story.script, at + 1);
+        expected.wire += wireFrom(scenario.script, at + 1);
     }
     return expected;
 }
 
 // ---- what is checked
 
-// Where the operations of a story stand, from 1.
+// Where the operations of a scenario stand, from 1.
 struct Places
 {
-    explicit Places(const Story &story)
-        : struck(story.prepare.size() + 2), poll(struck + 1), state(poll + 2)
+    explicit Places(const Scenario &scenario)
+        : struck(scenario.prepare.size() + 2), poll(struck + 1), state(poll + 2)
     {
         // The device is brought back, found and selected.
-        last = state + 3 + story.repeat.size();
+        last = state + 3 + scenario.repeat.size();
     }
     int struck;
     int poll; // the one that comes by itself when the controls are unlocked
@@ -348,22 +339,23 @@ QStringList configSignals(const SimRun &run, int operation)
     return lines;
 }
 
-QString checkStruck(const SimRun &run, const Story &story, const SettingsExpectation &expected)
+QString checkStruck(const SimRun &run, const Scenario &scenario,
+                    const SettingsExpectation &expected)
 {
-    const QJsonObject seen = seenAfter(run, Places(story).struck);
+    const QJsonObject seen = seenAfter(run, Places(scenario).struck);
     QStringList boxes;
     for (const QString &error : expected.box ? expected.errors : QStringList()) {
         boxes.append("critical|Device Access Error|" + error + "|Ok");
     }
     return firstOf({
         [&] {
-            return compareLists("signals", configSignals(run, Places(story).struck),
+            return compareLists("signals", configSignals(run, Places(scenario).struck),
                                 expected.signalLines);
         },
         [&] { return compareLists("boxes", listIn(seen, "boxes"), boxes); },
         [&] { return seen["unlocked"].toBool() ? QString() : "the tabs stay locked"; },
         [&] {
-            return compareTexts("the dialog", seen[QLatin1String(story.field)].toString(),
+            return compareTexts("the dialog", seen[QLatin1String(scenario.field)].toString(),
                                 expected.shown);
         },
         [&] {
@@ -374,23 +366,25 @@ QString checkStruck(const SimRun &run, const Story &story, const SettingsExpecta
     });
 }
 
-QString checkStory(const SimRun &run, const Story &story, const SettingsExpectation &expected)
+QString checkScenario(const SimRun &run, const Scenario &scenario,
+                      const SettingsExpectation &expected)
 {
-    const Places places(story);
-    const QString held = story.held ? story.held(stateAt(run, places.state)) : QString();
+    const Places places(scenario);
+    const QString held = scenario.held ? scenario.held(stateAt(run, places.state)) : QString();
     const QStringList probe = healthyProbe(true);
     const QStringList poll = expected.gone ? QStringList() : wireOf(readStatus());
     return firstOf({
-        [&] { return checkStruck(run, story, expected); },
+        [&] { return checkStruck(run, scenario, expected); },
         [&] {
             return compareTexts("the next poll", seenAfter(run, places.poll)["signal"].toString(),
                                 expected.gone ? "request not supported" : s_signal);
         },
         [&] { return compareTexts("what the device holds", held, expected.held); },
         [&] {
-            return compareTexts("the dialog in the end",
-                                seenAfter(run, places.last)[QLatin1String(story.field)].toString(),
-                                story.shownAfter);
+            return compareTexts(
+                "the dialog in the end",
+                seenAfter(run, places.last)[QLatin1String(scenario.field)].toString(),
+                scenario.shownAfter);
         },
         [&] {
             const QJsonObject seen = seenAfter(run, places.last);
@@ -399,15 +393,15 @@ QString checkStory(const SimRun &run, const Story &story, const SettingsExpectat
                        : "a page cannot be used in the end";
         },
         [&] {
-            return story.held
-                       ? compareTexts("what the device holds in the end",
-                                      story.held(stateAt(run, places.last + 1)), story.well.held)
-                       : QString();
+            return scenario.held ? compareTexts("what the device holds in the end",
+                                                scenario.held(stateAt(run, places.last + 1)),
+                                                scenario.well.held)
+                                 : QString();
         },
         [&] {
             return compareLists("the wire", wireOf(run),
-                                probe + story.wireBefore + expected.wire + poll + probe +
-                                    story.wireAfter(expected.held));
+                                probe + scenario.wireBefore + expected.wire + poll + probe +
+                                    scenario.wireAfter(expected.held));
         },
         [&] { return run.transcript().unbalanced("g"); },
         [&] { return checkPatience(run); },
@@ -416,7 +410,7 @@ QString checkStory(const SimRun &run, const Story &story, const SettingsExpectat
     });
 }
 
-// ---- the stories
+// ---- the scenarios
 
 QString flagsHeld(const QJsonObject &state)
 {
@@ -436,117 +430,118 @@ QString modesHeld(const QJsonObject &state)
     return texts.join(", ");
 }
 
-Story readFlagsStory()
+Scenario readFlagsScenario()
 {
-    Story story;
-    story.title = "read flags";
-    story.prepare = {{"select", "S1"}, {"tab", "1"}, {"control", "set g flags 0x12"}, {"tab", "0"}};
-    story.operate = QStringList{"tab", "1"};
-    story.field = "flags";
-    story.script = readFlags(0x12);
-    story.wireBefore = wireOf(readFlags(0x05));
-    story.expect = [](std::size_t, Fault fault) { return expectReadFlags(fault); };
-    story.well.shown = s_otherFlags;
-    story.wireAfter = [](const QString &) { return wireOf(readFlags(0x12)); };
-    story.shownAfter = s_otherFlags;
-    return story;
+    Scenario scenario;
+    scenario.title = "read flags";
+    scenario.prepare = {
+        {"select", "S1"}, {"tab", "1"}, {"control", "set g flags 0x12"}, {"tab", "0"}};
+    scenario.operate = QStringList{"tab", "1"};
+    scenario.field = "flags";
+    scenario.script = readFlags(s_otherFlags);
+    scenario.wireBefore = wireOf(readFlags(s_flags));
+    scenario.expect = [](std::size_t, Fault fault) { return expectReadFlags(fault); };
+    scenario.well.shown = boxesOf(s_otherFlags);
+    scenario.wireAfter = [](const QString &) { return wireOf(readFlags(s_otherFlags)); };
+    scenario.shownAfter = boxesOf(s_otherFlags);
+    return scenario;
 }
 
-Story writeFlagsStory()
+Scenario writeFlagsScenario()
 {
-    Story story;
-    story.title = "write flags";
-    story.prepare = {{"select", "S1"}, {"tab", "1"}};
-    story.operate = QStringList{"apply-flags", s_otherFlags};
-    story.repeat = {story.operate};
-    story.field = "flags";
-    story.script = writeFlags(0x12);
-    story.wireBefore = wireOf(readFlags(0x05));
-    story.expect = [](std::size_t, Fault fault) { return expectWriteFlags(fault); };
-    story.well.shown = s_otherFlags;
-    story.well.held = "18";
-    story.wireAfter = [](const QString &held) {
-        return wireOf(readFlags(held.toInt())) + wireOf(writeFlags(0x12));
+    Scenario scenario;
+    scenario.title = "write flags";
+    scenario.prepare = {{"select", "S1"}, {"tab", "1"}};
+    scenario.operate = QStringList{"apply-flags", boxesOf(s_otherFlags)};
+    scenario.repeat = {scenario.operate};
+    scenario.field = "flags";
+    scenario.script = writeFlags(s_otherFlags);
+    scenario.wireBefore = wireOf(readFlags(s_flags));
+    scenario.expect = [](std::size_t, Fault fault) { return expectWriteFlags(fault); };
+    scenario.well.shown = boxesOf(s_otherFlags);
+    scenario.well.held = "18";
+    scenario.wireAfter = [](const QString &held) {
+        return wireOf(readFlags(held.toInt())) + wireOf(writeFlags(s_otherFlags));
     };
-    story.shownAfter = s_otherFlags;
-    story.held = flagsHeld;
-    return story;
+    scenario.shownAfter = boxesOf(s_otherFlags);
+    scenario.held = flagsHeld;
+    return scenario;
 }
 
-Story readModesStory()
+Scenario readModesScenario()
 {
-    Story story;
-    story.title = "read user modes";
-    story.prepare = {{"select", "S1"}, {"tab", "2"}};
+    Scenario scenario;
+    scenario.title = "read user modes";
+    scenario.prepare = {{"select", "S1"}, {"tab", "2"}};
     for (int i = 0; i < s_otherModes.size(); ++i) {
-        story.prepare +=
+        scenario.prepare +=
             QStringList{"control", QString("set g user-mode %1 ").arg(i) + s_otherModes[i]};
     }
-    story.prepare += QStringList{"tab", "0"};
-    story.operate = QStringList{"tab", "2"};
-    story.field = "modes";
-    story.script = readModes(s_otherModes);
-    story.wireBefore = wireOf(readModes(s_modes));
-    story.expect = expectReadModes;
-    story.well.shown = s_otherModes.join(", ");
-    story.wireAfter = [](const QString &) { return wireOf(readModes(s_otherModes)); };
-    story.shownAfter = s_otherModes.join(", ");
-    return story;
+    scenario.prepare += QStringList{"tab", "0"};
+    scenario.operate = QStringList{"tab", "2"};
+    scenario.field = "modes";
+    scenario.script = readModes(s_otherModes);
+    scenario.wireBefore = wireOf(readModes(s_modes));
+    scenario.expect = expectReadModes;
+    scenario.well.shown = s_otherModes.join(", ");
+    scenario.wireAfter = [](const QString &) { return wireOf(readModes(s_otherModes)); };
+    scenario.shownAfter = s_otherModes.join(", ");
+    return scenario;
 }
 
-Story writeModesStory()
+Scenario writeModesScenario()
 {
-    Story story;
-    story.title = "write user modes";
-    story.prepare = {{"select", "S1"}, {"tab", "2"}};
-    story.operate = QStringList{"apply-modes"} + s_otherModes;
-    story.repeat = {story.operate};
-    story.field = "modes";
-    story.script = writeModes(s_otherModes);
-    story.wireBefore = wireOf(readModes(s_modes));
-    story.expect = expectWriteModes;
-    story.well.shown = s_otherModes.join(", ");
-    story.well.held = s_otherModes.join(", ");
-    story.wireAfter = [](const QString &held) {
+    Scenario scenario;
+    scenario.title = "write user modes";
+    scenario.prepare = {{"select", "S1"}, {"tab", "2"}};
+    scenario.operate = QStringList{"apply-modes"} + s_otherModes;
+    scenario.repeat = {scenario.operate};
+    scenario.field = "modes";
+    scenario.script = writeModes(s_otherModes);
+    scenario.wireBefore = wireOf(readModes(s_modes));
+    scenario.expect = expectWriteModes;
+    scenario.well.shown = s_otherModes.join(", ");
+    scenario.well.held = s_otherModes.join(", ");
+    scenario.wireAfter = [](const QString &held) {
         return wireOf(readModes(held.split(", "))) + wireOf(writeModes(s_otherModes));
     };
-    story.shownAfter = s_otherModes.join(", ");
-    story.held = modesHeld;
-    return story;
+    scenario.shownAfter = s_otherModes.join(", ");
+    scenario.held = modesHeld;
+    return scenario;
 }
 
-Story statusStory()
+Scenario statusScenario()
 {
-    Story story;
-    story.title = "read input status";
-    story.prepare = {{"select", "S1"}, {"poll"}};
-    story.operate = QStringList{"poll"};
-    story.repeat = {story.operate};
-    story.field = "signal";
-    story.script = readStatus();
-    story.wireBefore = wireOf(readStatus());
-    story.expect = [](std::size_t, Fault fault) { return expectStatus(fault); };
-    story.well.shown = s_signal;
-    story.wireAfter = [](const QString &) { return wireOf(readStatus()); };
-    story.shownAfter = s_signal;
-    return story;
+    Scenario scenario;
+    scenario.title = "read input status";
+    scenario.prepare = {{"select", "S1"}, {"poll"}};
+    scenario.operate = QStringList{"poll"};
+    scenario.repeat = {scenario.operate};
+    scenario.field = "signal";
+    scenario.script = readStatus();
+    scenario.wireBefore = wireOf(readStatus());
+    scenario.expect = [](std::size_t, Fault fault) { return expectStatus(fault); };
+    scenario.well.shown = s_signal;
+    scenario.wireAfter = [](const QString &) { return wireOf(readStatus()); };
+    scenario.shownAfter = s_signal;
+    return scenario;
 }
 
 // ---- the cells
 
-Cell cellOf(const std::shared_ptr<const Story> &story, const SettingsExpectation &expected,
+Cell cellOf(const std::shared_ptr<const Scenario> &scenario, const SettingsExpectation &expected,
             const QString &title, const QString &fault)
 {
-    Operations operations = story->prepare;
+    Operations operations = scenario->prepare;
     operations += QStringList{"control", fault};
-    operations += story->operate;
+    operations += scenario->operate;
     operations += QStringList{"poll"};
     operations += QStringList{"control", "clear-faults g"};
     operations += QStringList{"control", "state g"};
     operations += QStringList{"control", expected.gone ? "replug g" : "list"};
     operations += QStringList{"scan"};
     operations += QStringList{"select", "S1"};
-    operations += story->repeat;
+    operations += scenario->repeat;
     operations += QStringList{"control", "state g"};
     Cell cell;
     cell.title = title;
@@ -554,21 +549,23 @@ Cell cellOf(const std::shared_ptr<const Story> &story, const SettingsExpectation
     for (const QStringList &words : operations) {
         cell.operations += words;
     }
-    cell.check = [story, expected](const SimRun &run) { return checkStory(run, *story, expected); };
+    cell.check = [scenario, expected](const SimRun &run) {
+        return checkScenario(run, *scenario, expected);
+    };
     return cell;
 }
 
-Operation operationOf(const Story &one)
+Operation operationOf(const Scenario &one)
 {
-    const auto story = std::make_shared<Story>(one);
-    Operation operation{"settings", story->title, {}};
-    SettingsExpectation well = story->well;
-    well.wire = wireOf(story->script);
-    well.signalLines = signalsOf(story->script, 0, {});
-    operation.cells.push_back(cellOf(story, well, "no fault", "clear-faults g"));
-    addStruckCells(operation, story->script,
+    const auto scenario = std::make_shared<Scenario>(one);
+    Operation operation{"settings", scenario->title, {}};
+    SettingsExpectation well = scenario->well;
+    well.wire = wireOf(scenario->script);
+    well.signalLines = signalsOf(scenario->script, 0, {});
+    operation.cells.push_back(cellOf(scenario, well, "no fault", "clear-faults g"));
+    addStruckCells(operation, scenario->script,
                    [&](std::size_t at, Fault fault, const QString &title, const QString &command) {
-                       return cellOf(story, expectStruck(*story, at, fault), title, command);
+                       return cellOf(scenario, expectStruck(*scenario, at, fault), title, command);
                    });
     return operation;
 }
@@ -577,7 +574,7 @@ Operation operationOf(const Story &one)
 
 std::vector<Operation> settingsOperations()
 {
-    return {operationOf(readFlagsStory()), operationOf(writeFlagsStory()),
-            operationOf(readModesStory()), operationOf(writeModesStory()),
-            operationOf(statusStory())};
+    return {operationOf(readFlagsScenario()), operationOf(writeFlagsScenario()),
+            operationOf(readModesScenario()), operationOf(writeModesScenario()),
+            operationOf(statusScenario())};
 }

@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr int ImageSize = 4100; // two blocks
+constexpr int s_imageSize = 4100; // two blocks
 
-// The operations of a story, from 1.
+// The operations of a scenario, from 1.
 enum {
     SetFault = 1,
     Struck,
@@ -36,8 +36,8 @@ struct Plan
     Mode mode;
     Images images; // of the package that is cut
     QString package;
-    Images cure; // of the one that brings the device back
-    QString remedy;
+    Images recovery; // of the package that brings the device back
+    QString recoveryPackage;
     int busyPolls;
     Script script;
     QByteArray scene;
@@ -47,21 +47,13 @@ struct Plan
 
 // ---- the rows of the list
 
-QString nameOf(const ProductFacts &product)
-{
-    const QByteArray simulated = product.simulated;
-    return simulated == "velk3"   ? "VELK3 Grabber"
-           : simulated == "sorn3" ? "SORN3 Grabber"
-                                  : "VELK3 4K Grabber";
-}
-
 QString rowOf(const ProductFacts &product, Mode mode, const QString &version)
 {
     switch (mode) {
     case Mode::Normal:
-        return nameOf(product) + QString(" (S1, %1) [%2]").arg(version, product.runningId);
+        return product.name + QString(" (S1, %1) [%2]").arg(version, product.runningId);
     case Mode::Soft:
-        return nameOf(product) + QString(" (S1, ) [%1] (Soft Repair Mode)").arg(product.softId);
+        return product.name + QString(" (S1, ) [%1] (Soft Repair Mode)").arg(product.softId);
     default:
         return "WestBridge (S1, ) [04b4:00f3] (Hard Repair Mode)";
     }
@@ -69,7 +61,7 @@ QString rowOf(const ProductFacts &product, Mode mode, const QString &version)
 
 QString sandboxRow(const ProductFacts &product)
 {
-    return nameOf(product) + QString(" (S1, ) [%1] (Soft Repair Mode)").arg(product.sandboxId);
+    return product.name + QString(" (S1, ) [%1] (Soft Repair Mode)").arg(product.sandboxId);
 }
 
 // ---- what becomes of the device
@@ -111,16 +103,16 @@ QStringList probeWire(Mode mode, int firstPoll = 1)
 Expectation expectRescue(const Plan &plan, const Expectation &expected)
 {
     const bool repairing = modeAfterPowerCycle(plan, expected) != Mode::Normal;
-    Script cure;
+    Script script(plan.busyPolls);
     if (repairing) {
-        cure.repair(*plan.product, plan.cure, plan.busyPolls);
+        script.repair(*plan.product, plan.recovery);
     } else {
-        cure.regularUpdate(*plan.product, plan.cure, 2, plan.busyPolls);
+        script.regularUpdate(*plan.product, plan.recovery, 2);
     }
-    return expectUpdate(cure, repairing);
+    return expectUpdate(script, repairing);
 }
 
-QStringList storyWire(const Plan &plan, const Expectation &expected)
+QStringList scenarioWire(const Plan &plan, const Expectation &expected)
 {
     QStringList wire = probeWire(plan.mode) + expected.wire;
     if (!expected.gone) {
@@ -249,17 +241,17 @@ QString checkRescue(const SimRun &run, const Plan &plan, const Expectation &expe
         },
         [&] {
             return compareLists("the rescued device",
-                                memoriesOf(stateAt(run, StateAfter), plan.cure),
-                                memoriesHolding(plan.cure));
+                                memoriesOf(stateAt(run, StateAfter), plan.recovery),
+                                memoriesHolding(plan.recovery));
         },
     });
 }
 
-QString checkStory(const SimRun &run, const Plan &plan, const Expectation &expected)
+QString checkScenario(const SimRun &run, const Plan &plan, const Expectation &expected)
 {
     const ProductFacts &product = *plan.product;
     const Mode mode = modeAfterPowerCycle(plan, expected);
-    const QString cured = plan.cure.fx3.isEmpty() ? "1.0.0" : "7.8.9";
+    const QString recoveredVersion = plan.recovery.fx3.isEmpty() ? "1.0.0" : "7.8.9";
     return firstOf({
         [&] { return compareLists("signals", updateSignals(run, Struck), expected.signalLines); },
         [&] {
@@ -274,9 +266,9 @@ QString checkStory(const SimRun &run, const Plan &plan, const Expectation &expec
         [&] { return checkRescue(run, plan, expected); },
         [&] {
             return compareLists("rows in the end", listIn(seenAfter(run, End), "rows"),
-                                {rowOf(product, Mode::Normal, cured)});
+                                {rowOf(product, Mode::Normal, recoveredVersion)});
         },
-        [&] { return compareLists("the wire", wireOf(run), storyWire(plan, expected)); },
+        [&] { return compareLists("the wire", wireOf(run), scenarioWire(plan, expected)); },
         [&] { return run.transcript().unbalanced("g"); },
         [&] { return checkPatience(run); },
         [&] { return filesLeftOpen(run); },
@@ -295,13 +287,17 @@ Cell cellOf(const std::shared_ptr<const Plan> &plan, const Expectation &expected
     // A row that is selected unlocks the tabs, or the program does not go on.
     cell.operations = QStringList{"control", fault, "update", "S1", plan->package};
     cell.operations += expected.gone ? QStringList{"control", "list"} : QStringList{"select", "S1"};
-    cell.operations +=
-        QStringList{"control",    "clear-faults g", "control",
-                    "state g",    "control",        expected.gone ? "replug g" : "power-cycle g",
-                    "scan",       "update",         "S1",
-                    plan->remedy, "control",        "state g",
-                    "control",    "power-cycle g",  "scan"};
-    cell.check = [plan, expected](const SimRun &run) { return checkStory(run, *plan, expected); };
+    cell.operations += QStringList{"control", "clear-faults g",
+                                   "control", "state g",
+                                   "control", expected.gone ? "replug g" : "power-cycle g",
+                                   "scan",    "update",
+                                   "S1",      plan->recoveryPackage,
+                                   "control", "state g",
+                                   "control", "power-cycle g",
+                                   "scan"};
+    cell.check = [plan, expected](const SimRun &run) {
+        return checkScenario(run, *plan, expected);
+    };
     return cell;
 }
 
@@ -329,7 +325,7 @@ QString save(const QString &folder, const QString &name, const QByteArray &packa
 // Two sections; the first goes out in two pieces.
 Images imagesOf(const ProductFacts &product)
 {
-    Images images = makeImages(product, ImageSize, ImageSize);
+    Images images = makeImages(product, s_imageSize, s_imageSize);
     images.sections = {{0x40008000, patternBytes(4160, 31)}, {0x40013000, patternBytes(8, 32)}};
     images.entry = 0x40008000;
     return images;
@@ -341,7 +337,8 @@ std::shared_ptr<Plan> makePlan(const ProductFacts &product, Mode mode, int busyP
     plan->product = &product;
     plan->mode = mode;
     plan->busyPolls = busyPolls;
-    plan->images = plan->cure = imagesOf(product);
+    plan->script = Script(busyPolls);
+    plan->images = plan->recovery = imagesOf(product);
     const char *word = mode == Mode::Soft ? "soft" : mode == Mode::Hard ? "hard" : "normal";
     plan->scene = sceneOf(product, QByteArray("return after 300\nbusy-polls ") +
                                        QByteArray::number(busyPolls) + "\nmode " + word);
@@ -352,20 +349,19 @@ std::shared_ptr<Plan> makePlan(const ProductFacts &product, Mode mode, int busyP
 Operation updateOf(const QString &folder, const QString &name, const ProductFacts &product)
 {
     auto plan = makePlan(product, Mode::Normal, 1);
-    plan->package = plan->remedy = save(folder, name, makePackage(product, plan->images));
-    plan->script.regularUpdate(product, plan->images, 2, plan->busyPolls);
+    plan->package = plan->recoveryPackage = save(folder, name, makePackage(product, plan->images));
+    plan->script.regularUpdate(product, plan->images, 2);
     return operationOf("update " + name, plan);
 }
 
 Operation edidOnlyUpdate(const QString &folder)
 {
     auto plan = makePlan(velk3, Mode::Normal, 1);
-    plan->images = plan->cure = Images();
-    plan->images.edid = plan->cure.edid = edidBlocks(2);
-    plan->package = plan->remedy = save(
-        folder, "edid-only",
-        zipArchive({{"product.info", "velk3\n"}, {velk3.edidName, edidText(plan->images.edid)}}));
-    plan->script.regularUpdate(velk3, plan->images, 2, plan->busyPolls);
+    plan->images = plan->recovery = Images();
+    plan->images.edid = plan->recovery.edid = edidBlocks(2);
+    plan->package = plan->recoveryPackage =
+        save(folder, "edid-only", makeEdidPackage(velk3, plan->images.edid));
+    plan->script.regularUpdate(velk3, plan->images, 2);
     return operationOf("update edid-only", plan);
 }
 
@@ -374,47 +370,62 @@ Operation repairOf(const QString &folder, const QString &name, const ProductFact
                    Mode mode)
 {
     auto plan = makePlan(product, mode, 0);
-    plan->package = plan->remedy = save(folder, name, makePackage(product, plan->images));
-    plan->script.repair(product, plan->images, plan->busyPolls);
+    plan->package = plan->recoveryPackage = save(folder, name, makePackage(product, plan->images));
+    plan->script.repair(product, plan->images);
     return operationOf((mode == Mode::Soft ? "soft repair " : "hard repair ") + name, plan);
 }
 
 // ---- successes that are none, without any fault
 
-// The EDID alone makes a valid package, but there is nothing in it with which a boot loader could
-// be helped: nothing is done, and that is called a success.
-Operation repairWithoutSandbox(const QString &folder)
+// A repair that finds no sandbox to load: nothing is done, and that is called a success.
+Operation repairWithNothing(const QString &folder, const QString &name, const QByteArray &package,
+                            const Images &images, const char *reason)
 {
     auto plan = makePlan(velk3, Mode::Soft, 0);
-    plan->images = Images();
-    plan->images.edid = edidBlocks(2);
-    plan->package = save(
-        folder, "no-sandbox",
-        zipArchive({{"product.info", "velk3\n"}, {velk3.edidName, edidText(plan->images.edid)}}));
-    plan->remedy = save(folder, "velk3", makePackage(velk3, plan->cure));
+    plan->images = images;
+    plan->package = save(folder, name, package);
+    plan->recoveryPackage = save(folder, "velk3", makePackage(velk3, plan->recovery));
     Expectation expected = expectUpdate(plan->script, true);
     expected.stage = Stage::Nothing;
-    expected.differs = "the package has no sandbox to repair with";
-    return {"repair",
-            "soft repair without a sandbox",
-            {cellOf(plan, expected, "no fault", "clear-faults g")}};
+    expected.differs = reason;
+    return {
+        "repair", "soft repair " + name, {cellOf(plan, expected, "no fault", "clear-faults g")}};
 }
 
-// The length of a transfer has 16 bits, so that 65536 bytes are sent as none.
-Operation longestEdid(const QString &folder)
+// The EDID alone makes a valid package, in which there is nothing to help a boot loader with.
+Operation repairWithoutSandbox(const QString &folder)
+{
+    Images images;
+    images.edid = edidBlocks(2);
+    return repairWithNothing(folder, "without a sandbox", makeEdidPackage(velk3, images.edid),
+                             images, "the package has no sandbox to repair with");
+}
+
+Operation repairWithSealedSandbox(const QString &folder)
+{
+    const Images images = imagesOf(velk3);
+    std::vector<PackageEntry> package = packageEntries(velk3, images);
+    for (PackageEntry &entry : package) {
+        entry.encrypted = entry.name == velk3.sandboxName;
+    }
+    return repairWithNothing(folder, "with a sandbox that cannot be opened", zipArchive(package),
+                             images, "the package's sandbox cannot be opened");
+}
+
+// The length of a transfer has 16 bits, and so 65536 bytes are sent as none.
+Operation tooLongEdid(const QString &folder, int blocks, const char *reason)
 {
     auto plan = makePlan(velk3, Mode::Normal, 0);
     plan->images = Images();
-    plan->images.edid = edidBlocks(512);
-    plan->package = save(
-        folder, "edid-65536",
-        zipArchive({{"product.info", "velk3\n"}, {velk3.edidName, edidText(plan->images.edid)}}));
-    plan->remedy = save(folder, "velk3", makePackage(velk3, plan->cure));
-    plan->script.regularUpdate(velk3, plan->images, 2, plan->busyPolls);
+    plan->images.edid = edidBlocks(blocks);
+    const QString bytes = QString::number(plan->images.edid.size());
+    plan->package = save(folder, "edid-" + bytes, makeEdidPackage(velk3, plan->images.edid));
+    plan->recoveryPackage = save(folder, "velk3", makePackage(velk3, plan->recovery));
+    plan->script.regularUpdate(velk3, plan->images, 2);
     Expectation expected = expectUpdate(plan->script, false);
-    expected.differs = "65536 bytes of EDID are sent as none";
+    expected.differs = reason;
     return {"update",
-            "update with 65536 bytes of EDID",
+            "update with " + bytes + " bytes of EDID",
             {cellOf(plan, expected, "no fault", "clear-faults g")}};
 }
 
@@ -423,17 +434,19 @@ Operation longestEdid(const QString &folder)
 std::vector<Operation> updateOperations(const QString &packages)
 {
     std::vector<Operation> all;
-    all.push_back(updateOf(packages, "velk3", velk3));
-    all.push_back(updateOf(packages, "sorn3", sorn3));
-    all.push_back(updateOf(packages, "velk3_4k", velk3_4k));
+    for (const ProductFacts *product : allProducts()) {
+        all.push_back(updateOf(packages, product->key, *product));
+    }
     all.push_back(updateOf(packages, "legacy", legacyVelk3));
     all.push_back(edidOnlyUpdate(packages));
-    all.push_back(longestEdid(packages));
+    all.push_back(tooLongEdid(packages, 512, "65536 bytes of EDID are sent as none"));
+    all.push_back(tooLongEdid(packages, 513, "65664 bytes of EDID are sent as 128"));
     for (const Mode mode : {Mode::Soft, Mode::Hard}) {
-        all.push_back(repairOf(packages, "velk3", velk3, mode));
-        all.push_back(repairOf(packages, "sorn3", sorn3, mode));
-        all.push_back(repairOf(packages, "velk3_4k", velk3_4k, mode));
+        for (const ProductFacts *product : allProducts()) {
+            all.push_back(repairOf(packages, product->key, *product, mode));
+        }
     }
     all.push_back(repairWithoutSandbox(packages));
+    all.push_back(repairWithSealedSandbox(packages));
     return all;
 }

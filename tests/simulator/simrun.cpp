@@ -44,30 +44,36 @@ void SimRun::readTranscript(const QString &simDirectory)
 {
     const QByteArray text = contentOf(simDirectory + "/transcript.jsonl");
     for (const QByteArray &line : text.split('\n')) {
-        if (line.isEmpty())
+        if (line.isEmpty()) {
             continue;
+        }
         QJsonParseError error;
         entries.append(QJsonDocument::fromJson(line, &error).object());
-        if (error.error != QJsonParseError::NoError)
+        if (error.error != QJsonParseError::NoError) {
             qFatal("the transcript holds a line that is no JSON: %s", line.constData());
+        }
     }
 }
 
 QList<QJsonObject> SimRun::events(const QString &event) const
 {
     QList<QJsonObject> found;
-    for (const QJsonObject &entry : entries)
-        if (entry.value("event").toString() == event)
+    for (const QJsonObject &entry : entries) {
+        if (entry.value("event").toString() == event) {
             found.append(entry);
+        }
+    }
     return found;
 }
 
 QJsonObject SimRun::lastTransfer() const
 {
     QJsonObject last;
-    for (const QJsonObject &entry : entries)
-        if (entry.contains("transfer"))
+    for (const QJsonObject &entry : entries) {
+        if (entry.contains("transfer")) {
             last = entry;
+        }
+    }
     return last;
 }
 

@@ -28,6 +28,7 @@ private slots:
     void inputFollowsItsTimeline();
     void violations_data();
     void violations();
+    void everyRequestOfTheTableIsKnown();
     void violationsAreKeptUpToAHundred();
     void plainDeviceKnowsNoVendorRequest();
     void bootLoaderRefusesAllButItsRam();
@@ -96,8 +97,9 @@ struct Bench
     int zerosBeforeReady(uint8_t request)
     {
         int zeros = 0;
-        while (in(request, 1).data.at(0) == 0)
+        while (in(request, 1).data.at(0) == 0) {
             ++zeros;
+        }
         return zeros;
     }
     // A whole write of blocks with polls between them.
@@ -123,8 +125,9 @@ struct Bench
     QStringList violations() const
     {
         QStringList texts;
-        for (const std::string &text : device.violations())
+        for (const std::string &text : device.violations()) {
             texts << QString::fromStdString(text);
+        }
         return texts;
     }
 
@@ -246,8 +249,9 @@ void TestSimDevice::framedBitstreamWithAMistakeIsRefusedAtItsCompletion()
     QFETCH(QStringList, blocks);
     Bench bench(configOf("velk3"));
     std::vector<Bytes> data;
-    for (const QString &block : blocks)
+    for (const QString &block : blocks) {
         data.push_back(bytesOf(block.toLatin1()));
+    }
     QVERIFY(!bench.writeBitstream(data));
     QVERIFY(bench.device.bitstream().state() == ImageMemory::State::Writing);
     QVERIFY(bench.device.bitstream().image().empty());
@@ -377,13 +381,35 @@ void TestSimDevice::violations()
     QCOMPARE(bench.violations(), QStringList(text));
 }
 
+// A row that is added to the table and nowhere else must not pass for something that it is not.
+void TestSimDevice::everyRequestOfTheTableIsKnown()
+{
+    for (int code = 0; code <= 0xFF; ++code) {
+        for (const Direction direction : {Direction::In, Direction::Out}) {
+            const RequestRule *rule = findRule(static_cast<uint8_t>(code), direction);
+            if (!rule || rule->addressed) {
+                continue;
+            }
+            Bench bench(configOf("velk3"));
+            const Bytes data(rule->minLength);
+            if (direction == Direction::In) {
+                bench.in(rule->code, rule->minLength);
+            } else {
+                bench.out(rule->code, data);
+            }
+            QCOMPARE(bench.violations().filter("does not know it"), QStringList());
+        }
+    }
+}
+
 void TestSimDevice::violationsAreKeptUpToAHundred()
 {
     Bench bench(configOf("velk3"));
     int told = 0;
     bench.device.onViolation = [&told](const std::string &) { ++told; };
-    for (int i = 0; i < 150; ++i)
+    for (int i = 0; i < 150; ++i) {
         bench.out(0xC9);
+    }
     QCOMPARE(bench.violations().size(), 100);
     QCOMPARE(told, 150);
 }
@@ -673,9 +699,10 @@ void TestSimDevice::bootImageIsParsed()
 void TestSimDevice::damagedBootImageIsRefused()
 {
     const Bytes whole = bytesOf(s_bootImage);
-    for (size_t size = 0; size < whole.size(); ++size)
+    for (size_t size = 0; size < whole.size(); ++size) {
         QVERIFY2(!parseBootImage(Bytes(whole.begin(), whole.begin() + static_cast<long>(size))),
                  qPrintable(QString("cut at %1").arg(size)));
+    }
     Bytes wrongSum = whole;
     wrongSum.back() ^= 1;
     QVERIFY(!parseBootImage(wrongSum));

@@ -25,6 +25,8 @@ private slots:
     void terminationEndsTheProgram();
     void stubbornProgramIsKilled();
     void quitEndsTheProgram();
+    void stateIsKeptFromRunToRun();
+    void cutWriteIsKeptAsRepairMode();
     void packagesDoNotChangeFromRunToRun();
     void packageSizesAreAsAsked();
 };
@@ -41,8 +43,9 @@ struct Ran
         QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.remove("CAPSO_SIM_DIR");
-        if (!simDirectory.isEmpty())
+        if (!simDirectory.isEmpty()) {
             environment.insert("CAPSO_SIM_DIR", simDirectory);
+        }
         process.setProcessEnvironment(environment);
         process.start(program, arguments);
         process.waitForFinished(s_patienceMs);
@@ -131,8 +134,9 @@ void TestSimProgram::outputsGoWhereTheVariableSays()
     const Ran ran(CAPSO_SIM, {"velk3", "--", "sh", "-c", "echo $CAPSO_SIM_DIR"}, inside);
     QCOMPARE(ran.output.trimmed(), inside);
     QVERIFY(QFileInfo::exists(inside + "/transcript.jsonl"));
-    for (const char *file : {"fx3.bin", "fpga.bin", "edid.bin", "state.json"})
+    for (const char *file : {"fx3.bin", "fpga.bin", "edid.bin", "state.json"}) {
         QVERIFY2(QFileInfo::exists(inside + "/memory/velk3/" + file), file);
+    }
     QVERIFY(!QFileInfo::exists(inside + "/control"));
 }
 
@@ -212,6 +216,37 @@ void TestSimProgram::quitEndsTheProgram()
     QCOMPARE(sleeper.exitCode(), 128 + SIGTERM);
 }
 
+void TestSimProgram::stateIsKeptFromRunToRun()
+{
+    QTemporaryDir directory;
+    const QString state = directory.filePath("kept");
+    const QString control = QString("\"%1\" --control $CAPSO_SIM_DIR ").arg(CAPSO_SIM);
+    QVERIFY(QFile::copy(packageFile("velk3/fx3.bin"), directory.filePath("code")));
+    const QString change = control + "set velk3 microcode " + directory.filePath("code") + " && " +
+                           control + "set velk3 flags 21 && " + control +
+                           "set velk3 user-mode 1 800x600 off";
+    QCOMPARE(Ran(CAPSO_SIM, {"--state", state, "velk3", "--", "sh", "-c", change}).code, 0);
+    const Ran second(CAPSO_SIM,
+                     {"--state", state, "velk3", "--", "sh", "-c", control + "state velk3"});
+    QVERIFY2(second.output.contains("\"flags\":21,"), qPrintable(second.output));
+    QVERIFY(second.output.contains("{\"width\":800,\"height\":600,\"disabled\":1}"));
+    QVERIFY(second.output.contains("\"microcode\":{\"state\":\"complete\",\"size\":10000,"));
+    QVERIFY(second.output.contains("\"mode\":\"normal\""));
+    // Without the option the scene is what it was.
+    const Ran fresh(CAPSO_SIM, {"velk3", "--", "sh", "-c", control + "state velk3"});
+    QVERIFY(!fresh.output.contains("\"flags\":21,"));
+}
+
+// Between two runs power is cycled, so a device whose microcode was half written is in repair mode.
+void TestSimProgram::cutWriteIsKeptAsRepairMode()
+{
+    QTemporaryDir directory;
+    const QStringList kept{"--state", directory.path(), "velk3", "--", SIM_USBCLIENT};
+    const Ran first(CAPSO_SIM, kept + QStringList{"open e5c1:3601", "claim 0", "out 0xc5 0 0"});
+    QCOMPARE(first.code, 0);
+    QCOMPARE(Ran(CAPSO_SIM, kept + QStringList{"list"}).output, QString("e5c1:3600@1.2\n"));
+}
+
 void TestSimProgram::packagesDoNotChangeFromRunToRun()
 {
     QTemporaryDir directory;
@@ -240,8 +275,9 @@ void TestSimProgram::packageSizesAreAsAsked()
     for (int block = 0; block < 3; ++block) {
         unsigned sum = 0;
         for (const char byte :
-             contentOf(directory.filePath("velk3/edid.bin")).mid(block * 128, 128))
+             contentOf(directory.filePath("velk3/edid.bin")).mid(block * 128, 128)) {
             sum += static_cast<unsigned char>(byte);
+        }
         QCOMPARE(sum % 256, 0u);
     }
 }

@@ -61,10 +61,12 @@ void TestSimScene::wholeSceneIsRead()
     const Scene scene =
         parse("title \"A title\"\nlenient\ntranscript full\n"
               "device grabber\n  product velk3_4k\n  id 5555:3601\n  mode soft-f\n"
-              "  bus 2\n  port 3\n  address 0x10\n  product-string \"P\"\n  serial none\n"
+              "  bus 2\n  behind-hub 4.31\n  port 3\n  address 0x10\n  product-string \"P\"\n  "
+              "serial none\n"
               "  version \"9.9\"\n  kernel-driver uvcvideo\n  access denied\n  busy-polls 7\n"
               "  latency 4\n  flags 0x17\n  user-mode 1 1280x720 off\n"
-              "  return after 9 as e5c1:364f address 40 denied\n  bad-ram 0x40000000\n"
+              "  speed 480\n  return after 9 as e5c1:364f bus 7 address 40 speed 10000 denied\n  "
+              "bad-ram 0x40000000\n"
               "  bad-ram 1\n  power-cycle-when-idle 250\n");
     QCOMPARE(scene.title, std::string("A title"));
     QVERIFY(!scene.strict);
@@ -75,6 +77,7 @@ void TestSimScene::wholeSceneIsRead()
     QVERIFY(config.runningId == (UsbId{0x5555, 0x3601}));
     QVERIFY(config.mode == Mode::SoftF);
     QCOMPARE(config.bus, 2u);
+    QCOMPARE(config.hubs, std::string("4.31"));
     QCOMPARE(config.port.value(), 3u);
     QCOMPARE(config.address.value(), 16u);
     QCOMPARE(config.productString.text, std::string("P"));
@@ -92,6 +95,9 @@ void TestSimScene::wholeSceneIsRead()
     QVERIFY(config.comeback.id == (UsbId{0xE5C1, 0x364F}));
     QCOMPARE(config.comeback.address.value(), 40u);
     QVERIFY(config.comeback.denied);
+    QCOMPARE(config.comeback.bus.value(), 7u);
+    QCOMPARE(config.comeback.speed.value(), 10000u);
+    QCOMPARE(config.speed, 480u);
     QCOMPARE(config.badRam, (std::vector<uint32_t>{0x40000000, 1}));
     QCOMPARE(config.powerCycleWhenIdleMs.value(), 250u);
 }
@@ -108,6 +114,7 @@ void TestSimScene::defaultsHold()
     QCOMPARE(config.busyPolls, 3u);
     QCOMPARE(config.comeback.afterMs, 500u);
     QVERIFY(!config.port);
+    QCOMPARE(config.speed, 5000u);
     QVERIFY(!config.powerCycleWhenIdleMs);
 }
 
@@ -235,6 +242,11 @@ void TestSimScene::errorsNameLineAndWord_data()
     row("product velk4", "unknown product 'velk4'");
     row("product", "missing product after 'product'");
     row("product velk3 velk3", "unexpected word 'velk3'");
+    row("speed 1000", "speed '1000' is not 12, 480, 5000 or 10000");
+    row("return after 9 speed fast", "speed 'fast' is not 12, 480, 5000 or 10000");
+    row("behind-hub 1.32", "port '32' is not a number from 1 to 31");
+    row("behind-hub 1..2", "port '' is not a number from 1 to 31");
+    row("behind-hub 1.1.1.1.1.1", "more than 5 hubs in '1.1.1.1.1.1'");
     row("mode dead", "unknown mode 'dead'");
     row("id 123:4567", "id '123:4567' is not of the form VVVV:PPPP");
     row("id e5c1:36g1", "half of an id '0x36g1' is not a number from 0 to 65535");

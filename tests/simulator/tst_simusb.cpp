@@ -21,6 +21,11 @@ private slots:
     void claimIsExclusivePerFile();
     void secondInterfaceIsNotFound();
     void kernelDriverBlocksTheClaimUntilDetached();
+    void driverLinkFollowsClaimsAndDetaching();
+    void linkOfAClosedFilesClaimGoes();
+    void speedAndBusAreAsTheSceneHasThem();
+    void devicesBehindHubsHaveTheirPaths();
+    void sandboxComesBackOnAnotherBusAtAnotherSpeed();
     void attachingWhileClaimedIsBusy();
     void attachingWithoutAnyDriverIsNotFound();
     void requestWithoutClaimIsAViolation();
@@ -34,6 +39,7 @@ private slots:
     void everyFaultStrikesAlways();
     void transferFaultCountsStandardRequestsToo();
     void shortOutLeavesOnlyThoseBytes();
+    void performedFaultLosesOnlyTheAnswer_data();
     void performedFaultLosesOnlyTheAnswer();
     void disconnectedDeviceComesBackAtItsNewAddress();
     void silenceIsRecordedAsCancelled();
@@ -52,6 +58,7 @@ private slots:
     void hundredDevicesAreListed();
     void twentyReplugsAreSeenAtOnce();
     void settingsCanBeChangedWhileTheProgramRuns();
+    void callsAreCountedAtAllAddresses();
     void controlChannelNamesWhatIsWrong();
 };
 
@@ -176,6 +183,72 @@ void TestSimUsb::kernelDriverBlocksTheClaimUntilDetached()
     QCOMPARE(run.lines(), QStringList({"0", "1", "BUSY", "0", "0", "0", "0", "0", "1"}));
 }
 
+void TestSimUsb::driverLinkFollowsClaimsAndDetaching()
+{
+    const SimRun run(velk3With("kernel-driver uvcvideo"),
+                     {"driver 1-1:1.0", "open e5c1:3601", "driver 1-1:1.0", "claim 0",
+                      "driver 1-1:1.0", "detach", "driver 1-1:1.0", "claim 0", "driver 1-1:1.0",
+                      "release", "driver 1-1:1.0", "attach", "driver 1-1:1.0"});
+    QCOMPARE(run.lines(), QStringList({"uvcvideo", "0", "uvcvideo", "BUSY", "uvcvideo", "0", "none",
+                                       "0", "usbfs", "0", "none", "0", "uvcvideo"}));
+}
+
+void TestSimUsb::linkOfAClosedFilesClaimGoes()
+{
+    const SimRun run(s_velk3, {"open e5c1:3601", "claim 0", "driver 1-1:1.0", "close",
+                               "open e5c1:3601", "active", "driver 1-1:1.0"});
+    QCOMPARE(run.lines(), QStringList({"0", "0", "usbfs", "done", "0", "0", "none"}));
+}
+
+void TestSimUsb::speedAndBusAreAsTheSceneHasThem()
+{
+    const SimRun run("device a\n product velk3\n port 4\n speed 12\n"
+                     "device b\n product sorn3\n bus 2\n port 4\n speed 480\n"
+                     "device c\n product velk3_4k\n bus 3\n port 4\n speed 10000\n"
+                     "device d\n product other\n id 1209:0001\n",
+                     {"list", "speed e5c1:3601", "speed e5c1:3621", "speed e5c1:3631",
+                      "speed 1209:0001", "sim set a speed 480", "speed e5c1:3601",
+                      "sim power-cycle a", "speed e5c1:3601"});
+    QCOMPARE(run.lines(),
+             QStringList({"1209:0001@1.3 e5c1:3601@4.2 e5c1:3621@4.2 e5c1:3631@4.2", "1 12",
+                          "2 480", "3 10000", "1 5000", "ok", "1 12", "ok", "1 480"}));
+}
+
+void TestSimUsb::devicesBehindHubsHaveTheirPaths()
+{
+    const SimRun run("device a\n product velk3\n behind-hub 3.1\n port 4\n"
+                     "device b\n product sorn3\n bus 3\n behind-hub 1\n"
+                     "device c\n product velk3_4k\n behind-hub 2\n port 4\n"
+                     "device d\n product other\n id 1209:0001\n bus 3\n behind-hub 1\n"
+                     "device e\n product other\n id 1209:0002\n bus 3\n",
+                     {"list", "path e5c1:3601", "path e5c1:3621", "path e5c1:3631",
+                      "path 1209:0001", "path 1209:0002", "driver 1-3:1.0", "driver 1-3.1:1.0",
+                      "driver 1-3.1.4:1.0", "open e5c1:3601", "claim 0", "driver 1-3.1.4:1.0",
+                      "close", "sim power-cycle a", "path e5c1:3601"});
+    QCOMPARE(run.lines(),
+             QStringList(
+                 {"05e3:0626@1.125 05e3:0626@1.127 05e3:0626@2.127 05e3:0626@3.126 1209:0001@2.3 "
+                  "1209:0002@2.4 "
+                  "e5c1:3601@4.2 e5c1:3621@1.2 e5c1:3631@4.3",
+                  "1-3.1.4", "3-1.1", "1-2.4", "3-1.2", "3-2", "hub", "hub", "none", "0", "0",
+                  "usbfs", "done", "ok", "1-3.1.4"}));
+    QCOMPARE(run.events("plug")[0]["path"].toString(), QString("3.1.4"));
+}
+
+// Power brings it home again.
+void TestSimUsb::sandboxComesBackOnAnotherBusAtAnotherSpeed()
+{
+    const QString sandbox = packageFile("velk3/sandbox.img");
+    const SimRun run(velk3With("mode soft\n speed 480\n return after 20 bus 2 speed 10000"),
+                     {"speed e5c1:3600", "open e5c1:3600", "claim 0", "boot " + sandbox, "close",
+                      "gone e5c1:3600 5000", "wait e5c1:360f 5000", "speed e5c1:360f",
+                      "sim power-cycle v", "speed e5c1:3600"});
+    QCOMPARE(run.lines(), QStringList({"1 480", "0", "0", "0", "done", "done", "done", "2 10000",
+                                       "ok", "1 480"}));
+    QCOMPARE(run.events("plug")[1]["bus"].toInt(), 2);
+    QCOMPARE(run.events("plug")[1]["speed"].toInt(), 10000);
+}
+
 void TestSimUsb::attachingWhileClaimedIsBusy()
 {
     const SimRun run(velk3With("kernel-driver uvcvideo"),
@@ -241,12 +314,15 @@ void TestSimUsb::closedFileHasGivenItsClaimBack()
     // Each file is closed before the next is opened, in the transcript too.
     const QList<QJsonObject> &transcript = run.transcript();
     QStringList events;
-    for (const QJsonObject &entry : transcript.mid(1))
+    for (const QJsonObject &entry : transcript.mid(1)) {
         events << entry["event"].toString() + entry["file"].toVariant().toString();
+    }
     QStringList inOrder;
-    for (int i = 1; i <= 100; ++i)
-        for (const char *event : {"open", "claim", "close"})
+    for (int i = 1; i <= 100; ++i) {
+        for (const char *event : {"open", "claim", "close"}) {
             inOrder << event + QString::number(i);
+        }
+    }
     QCOMPARE(events, inOrder);
 }
 
@@ -348,12 +424,59 @@ void TestSimUsb::shortOutLeavesOnlyThoseBytes()
     QCOMPARE(run.memory("v", "fx3.bin"), QByteArray::fromHex("00010203"));
 }
 
+void TestSimUsb::performedFaultLosesOnlyTheAnswer_data()
+{
+    QTest::addColumn<QByteArray>("words");
+    QTest::addColumn<QStringList>("verbs"); // each with what it must print
+    QTest::addColumn<int>("microcode");     // bytes that the device holds in the end
+    const QByteArray ready = "busy-polls 0\n";
+    const QStringList claimed = {"open e5c1:3601 = 0", "claim 0 = 0"};
+    const QStringList started = claimed + QStringList{"out 0xc5 0 0 = 0", "out 0xc6 0 0 *8 = 8"};
+    const QStringList loaded = {"open e5c1:3600 = 0", "out 0xa0 0x8000 0x4000 *8 = 8"};
+
+    QTest::newRow("flags") << ready + "fault v SET_DEVICE_FLAGS overflow performed"
+                           << claimed +
+                                  QStringList{"out 0xe3 0 0 17 = OVERFLOW", "in 0xe2 0 0 1 = 1 17"}
+                           << 0;
+    QTest::newRow("block") << ready + "fault v FX3_WRITE nth 2 protocol performed"
+                           << started + QStringList{"out 0xc6 0 0 *16 = IO", "out 0xc7 0 0 = 0"}
+                           << 24;
+    QTest::newRow("poll") << QByteArray("busy-polls 2\nfault v FX3_STATUS silence performed")
+                          << claimed + QStringList{"out 0xc5 0 0 = 0", "in 0xc8 0 0 1 = TIMEOUT",
+                                                   "in 0xc8 0 0 1 = 1 00", "in 0xc8 0 0 1 = 1 01"}
+                          << 0;
+    QTest::newRow("completion, and the device is gone")
+        << ready + "fault v FX3_COMPLETE disconnect performed"
+        << started + QStringList{"out 0xc7 0 0 = NO_DEVICE", "close = done", "sim replug v = ok",
+                                 "list = e5c1:3601@1.3"}
+        << 8;
+    QTest::newRow("start, refused")
+        << QByteArray("mode soft\nreturn after 50\nfault v MEMORY_START stall performed")
+        << loaded + QStringList{"out 0xa0 0x8000 0x4000 = PIPE", "close = done",
+                                "wait e5c1:360f 5000 = done"}
+        << 0;
+    // The device runs the code, and is off the bus before the program has lost its patience.
+    QTest::newRow("start, unanswered")
+        << QByteArray("mode soft\nreturn after 50\nfault v MEMORY_START silence performed")
+        << loaded + QStringList{"out 0xa0 0x8000 0x4000 = NO_DEVICE", "close = done",
+                                "wait e5c1:360f 5000 = done"}
+        << 0;
+}
+
 void TestSimUsb::performedFaultLosesOnlyTheAnswer()
 {
-    const SimRun run(velk3With("fault v SET_DEVICE_FLAGS protocol performed"),
-                     s_openAndClaim + QStringList{"out 0xe3 0 0 17"});
-    QCOMPARE(run.lines().last(), QString("IO"));
-    QCOMPARE(run.state("v")["flags"].toInt(), 0x17);
+    QFETCH(QByteArray, words);
+    QFETCH(QStringList, verbs);
+    QStringList commands;
+    QStringList expected;
+    for (const QString &verb : verbs) {
+        commands += verb.section(" = ", 0, 0);
+        expected += verb.section(" = ", 1);
+    }
+    const SimRun run(velk3With(words), commands);
+    QCOMPARE(run.lines(), expected);
+    QTEST(run.memory("v", "fx3.bin").size(), "microcode");
+    QCOMPARE(run.exitCode(), 0);
 }
 
 void TestSimUsb::disconnectedDeviceComesBackAtItsNewAddress()
@@ -513,8 +636,9 @@ void TestSimUsb::powerCyclesAndTrafficMix()
     // Commands and ioctls reach the simulator at the same time; neither may disturb the other.
     QTemporaryDir directory;
     QString verbs;
-    for (int i = 0; i < 150; ++i)
+    for (int i = 0; i < 150; ++i) {
         verbs += " 'open e5c1:3621' 'claim 0' 'in 0xc8 0 0 1' 'close'";
+    }
     const QString script =
         "i=0; (while [ $i -lt 60 ]; do i=$((i+1)); " CAPSO_SIM
         " --control $CAPSO_SIM_DIR power-cycle v >/dev/null || exit 5; done) & " SIM_USBCLIENT +
@@ -562,6 +686,17 @@ void TestSimUsb::settingsCanBeChangedWhileTheProgramRuns()
                           "d002"
                           "4002"
                           "01"}));
+}
+
+// A transfer is one ioctl to submit it, one to fetch it, and one that finds nothing more to fetch.
+void TestSimUsb::callsAreCountedAtAllAddresses()
+{
+    const SimRun run(s_velk3, s_openAndClaim + QStringList{"in 0xc8 0 0 1", "string 2", "close",
+                                                           "sim power-cycle v", "open e5c1:3601",
+                                                           "claim 1", "close"});
+    const QJsonObject expected{
+        {"GET_CAPABILITIES", 2}, {"CLAIMINTERFACE", 2}, {"SUBMITURB", 3}, {"REAPURBNDELAY", 6}};
+    QCOMPARE(run.state("v")["calls"].toObject(), expected);
 }
 
 void TestSimUsb::controlChannelNamesWhatIsWrong()

@@ -65,12 +65,14 @@ Bytes data(const std::string &word)
 {
     Bytes bytes;
     if (word[0] == '*') {
-        for (unsigned i = 0; i < number(word.substr(1)); ++i)
+        for (unsigned i = 0; i < number(word.substr(1)); ++i) {
             bytes.push_back(static_cast<unsigned char>(i));
+        }
         return bytes;
     }
-    for (size_t i = 0; i + 1 < word.size(); i += 2)
+    for (size_t i = 0; i + 1 < word.size(); i += 2) {
         bytes.push_back(static_cast<unsigned char>(std::stoul(word.substr(i, 2), nullptr, 16)));
+    }
     return bytes;
 }
 
@@ -95,9 +97,11 @@ bool anyDevice(const std::function<bool(libusb_device *)> &call)
     libusb_device **list = nullptr;
     const ssize_t count = libusb_get_device_list(nullptr, &list);
     bool found = false;
-    for (ssize_t i = 0; i < count && !found; ++i)
-        if (libusb_get_port_number(list[i]) != 0)
+    for (ssize_t i = 0; i < count && !found; ++i) {
+        if (libusb_get_port_number(list[i]) != 0) {
             found = call(list[i]);
+        }
+    }
     libusb_free_device_list(list, 1);
     return found;
 }
@@ -111,8 +115,9 @@ std::string list(const Words &)
         return false;
     });
     std::string text;
-    for (const std::string &line : lines)
+    for (const std::string &line : lines) {
         text += (text.empty() ? "" : " ") + line;
+    }
     return text;
 }
 
@@ -120,8 +125,9 @@ std::string open(const Words &words)
 {
     int code = LIBUSB_ERROR_NOT_FOUND;
     anyDevice([&](libusb_device *device) {
-        if (idOf(device) != words[1])
+        if (idOf(device) != words[1]) {
             return false;
+        }
         code = libusb_open(device, &s_handles[s_current]);
         return true;
     });
@@ -142,11 +148,63 @@ std::string await(const Words &words)
     const auto until = Clock::now() + std::chrono::milliseconds(number(words[2]));
     const bool wanted = words[0] == "wait";
     while (anyDevice([&](libusb_device *device) { return idOf(device) == words[1]; }) != wanted) {
-        if (Clock::now() > until)
+        if (Clock::now() > until) {
             return "in vain";
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return "done";
+}
+
+// Bus and speed of the device with this id, as libusb tells them: "3 480".
+std::string speed(const Words &words)
+{
+    const std::map<int, std::string> names = {{LIBUSB_SPEED_FULL, "12"},
+                                              {LIBUSB_SPEED_HIGH, "480"},
+                                              {LIBUSB_SPEED_SUPER, "5000"},
+                                              {LIBUSB_SPEED_SUPER_PLUS, "10000"}};
+    std::string text = "none";
+    anyDevice([&](libusb_device *device) {
+        if (idOf(device) != words[1]) {
+            return false;
+        }
+        const auto name = names.find(libusb_get_device_speed(device));
+        text = std::to_string(libusb_get_bus_number(device)) + " " +
+               (name == names.end() ? "unknown" : name->second);
+        return true;
+    });
+    return text;
+}
+
+// Where the device with this id is plugged in, as libusb tells it: "1-2.1.4".
+std::string path(const Words &words)
+{
+    std::string text = "none";
+    anyDevice([&](libusb_device *device) {
+        if (idOf(device) != words[1]) {
+            return false;
+        }
+        uint8_t ports[7] = {};
+        const int count = libusb_get_port_numbers(device, ports, sizeof ports);
+        text = std::to_string(libusb_get_bus_number(device));
+        for (int i = 0; i < count; ++i) {
+            text += (i == 0 ? "-" : ".") + std::to_string(ports[i]);
+        }
+        return true;
+    });
+    return text;
+}
+
+// The driver that sysfs shows at an interface ("1-1:1.0").
+std::string driver(const Words &words)
+{
+    char target[256] = {};
+    const std::string link = "/sys/bus/usb/devices/" + words[1] + "/driver";
+    if (readlink(link.c_str(), target, sizeof target - 1) < 0) {
+        return "none";
+    }
+    const std::string whole = target;
+    return whole.substr(whole.rfind('/') + 1);
 }
 
 std::string string(const Words &words)
@@ -197,10 +255,12 @@ int zerosBefore(unsigned request)
         unsigned char byte = 0;
         const int code = libusb_control_transfer(handle(), 0xC0, static_cast<uint8_t>(request), 0,
                                                  0, &byte, 1, s_timeoutMs);
-        if (code < 0)
+        if (code < 0) {
             return code;
-        if (byte)
+        }
+        if (byte) {
             return zeros;
+        }
     }
 }
 
@@ -216,14 +276,16 @@ std::string write(const Words &words)
     int code = send(number(words[1]), 0, 0, {});
     for (size_t at = 0; code >= 0 && at < image.size(); at += s_blockSize) {
         code = zerosBefore(number(words[4]));
-        if (code < 0)
+        if (code < 0) {
             break;
+        }
         const size_t size = std::min(s_blockSize, image.size() - at);
         const auto begin = image.begin() + static_cast<long>(at);
         code = send(number(words[2]), 0, 0, Bytes(begin, begin + static_cast<long>(size)));
     }
-    if (code >= 0)
+    if (code >= 0) {
         code = zerosBefore(number(words[4]));
+    }
     return result(code < 0 ? code : send(number(words[3]), 0, 0, {}));
 }
 
@@ -271,16 +333,20 @@ std::string sim(const Words &words)
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s/control",
                   std::getenv("CAPSO_SIM_DIR"));
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
         return "no connection";
+    }
     std::string line;
-    for (size_t i = 1; i < words.size(); ++i)
+    for (size_t i = 1; i < words.size(); ++i) {
         line += words[i] + (i + 1 < words.size() ? " " : "\n");
-    if (::write(fd, line.data(), line.size()) < 0)
+    }
+    if (::write(fd, line.data(), line.size()) < 0) {
         return "no connection";
+    }
     std::string answer;
-    for (char c = 0; ::read(fd, &c, 1) == 1 && c != '\n';)
+    for (char c = 0; ::read(fd, &c, 1) == 1 && c != '\n';) {
         answer += c;
+    }
     ::close(fd);
     return answer;
 }
@@ -317,6 +383,9 @@ const std::map<std::string, std::string (*)(const Words &)> &verbs()
         {"close", close},
         {"wait", await},
         {"gone", await},
+        {"speed", speed},
+        {"path", path},
+        {"driver", driver},
         {"string", string},
         {"in", in},
         {"out", out},
@@ -357,9 +426,11 @@ int main(int argc, char **argv)
         std::printf("%s\n", verbs().at(words[0])(words).c_str());
         std::fflush(stdout);
     }
-    for (libusb_device_handle *open : s_handles)
-        if (open)
+    for (libusb_device_handle *open : s_handles) {
+        if (open) {
             libusb_close(open);
+        }
+    }
     libusb_exit(nullptr);
     return 0;
 }

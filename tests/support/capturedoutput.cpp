@@ -1,5 +1,6 @@
 #include "capturedoutput.h"
 
+#include <QFile>
 #include <QtGlobal>
 
 #include <unistd.h>
@@ -107,8 +108,15 @@ void CapturedStream::clear()
     buffer->flushed = 0;
 }
 
-CapturedStdout::CapturedStdout() : file(std::tmpfile())
+CapturedStdout::CapturedStdout()
 {
+    if (!written.open()) {
+        qFatal("no temporary file for standard output");
+    }
+    file = std::fopen(QFile::encodeName(written.fileName()).constData(), "wb");
+    if (file == nullptr) {
+        qFatal("standard output cannot be captured");
+    }
     std::fflush(stdout);
     savedDescriptor = dup(STDOUT_FILENO);
     dup2(fileno(file), STDOUT_FILENO);
@@ -121,28 +129,23 @@ CapturedStdout::~CapturedStdout()
 
 std::string CapturedStdout::flushedText() const
 {
-    // pread leaves the file's position alone, at which the process goes on writing.
-    std::string text;
-    char piece[4096];
-    const auto position = [&text] { return static_cast<off_t>(text.size()); };
-    for (ssize_t size = 0; (size = pread(fileno(file), piece, sizeof(piece), position())) > 0;)
-        text.append(piece, static_cast<std::size_t>(size));
-    return text;
+    // Read by another handle: this one's position is where the process goes on writing.
+    QFile reader(written.fileName());
+    if (!reader.open(QIODevice::ReadOnly)) {
+        qFatal("what was captured of standard output cannot be read");
+    }
+    return reader.readAll().toStdString();
 }
 
 std::string CapturedStdout::finish()
 {
-    if (file == nullptr)
+    if (file == nullptr) {
         return {};
+    }
     std::fflush(stdout);
     dup2(savedDescriptor, STDOUT_FILENO);
     close(savedDescriptor);
-
-    std::string text;
-    std::rewind(file);
-    for (int character = std::fgetc(file); character != EOF; character = std::fgetc(file))
-        text.push_back(static_cast<char>(character));
     std::fclose(file);
     file = nullptr;
-    return text;
+    return flushedText();
 }

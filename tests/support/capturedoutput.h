@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QStringList>
+#include <QTemporaryFile>
 
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <streambuf>
@@ -60,6 +62,7 @@ public:
     std::string finish();
 
 private:
-    std::FILE *file;
+    QTemporaryFile written;
+    std::FILE *file; // the same, open for writing; null when the capture has ended
     int savedDescriptor;
 };

@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr quint16 deflateMethod = 8;
-constexpr quint16 encryptedFlag = 0x0001;
+constexpr quint16 s_deflateMethod = 8;
+constexpr quint16 s_encryptedFlag = 0x0001;
 
 QByteArray le16(quint16 number)
 {
@@ -21,8 +21,9 @@ QByteArray deflated(const QByteArray &data)
 {
     z_stream stream{};
     if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) !=
-        Z_OK)
+        Z_OK) {
         qFatal("zlib cannot deflate");
+    }
     QByteArray out(static_cast<int>(deflateBound(&stream, static_cast<uLong>(data.size()))),
                    Qt::Uninitialized);
     QByteArray in = data;
@@ -30,8 +31,9 @@ QByteArray deflated(const QByteArray &data)
     stream.avail_in = static_cast<uInt>(in.size());
     stream.next_out = reinterpret_cast<Bytef *>(out.data());
     stream.avail_out = static_cast<uInt>(out.size());
-    if (deflate(&stream, Z_FINISH) != Z_STREAM_END)
+    if (deflate(&stream, Z_FINISH) != Z_STREAM_END) {
         qFatal("zlib cannot deflate");
+    }
     out.truncate(static_cast<int>(stream.total_out));
     deflateEnd(&stream);
     return out;
@@ -45,8 +47,8 @@ QByteArray commonHeader(const PackageEntry &entry, int packedSize)
     const quint16 timeAndDate = 0x21; // 1 January 1980
     QByteArray header;
     header += le16(20);
-    header += le16(entry.encrypted ? encryptedFlag : 0);
-    header += le16(entry.deflated ? deflateMethod : 0);
+    header += le16(entry.encrypted ? s_encryptedFlag : 0);
+    header += le16(entry.deflated ? s_deflateMethod : 0);
     header += le16(0);
     header += le16(timeAndDate);
     header += le32(entry.statedCrc.value_or(static_cast<quint32>(trueCrc)));
@@ -60,10 +62,12 @@ QByteArray commonHeader(const PackageEntry &entry, int packedSize)
 QByteArray packedData(const PackageEntry &entry)
 {
     QByteArray packed = entry.deflated ? deflated(entry.data) : entry.data;
-    for (int i = 0; i < entry.damagedBytes; ++i)
+    for (int i = 0; i < entry.damagedBytes; ++i) {
         packed[packed.size() / 2 + i] = '\xFF';
-    if (entry.encrypted)
+    }
+    if (entry.encrypted) {
         packed.prepend(QByteArray(12, 'x')); // the encryption header
+    }
     return packed;
 }
 
@@ -99,8 +103,9 @@ QByteArray zipArchive(const std::vector<PackageEntry> &entries)
 void writeFile(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
         qFatal("cannot write %s", qPrintable(path));
+    }
 }
 
 QByteArray patternBytes(int count, quint32 seed)
@@ -120,8 +125,9 @@ QByteArray edidText(const QByteArray &edid)
         "EDID of a test\n     0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F\n-----\n";
     for (int offset = 0; offset < edid.size(); offset += 16) {
         text += "0x" + QByteArray::number(offset, 16) + " |";
-        for (const char byte : edid.mid(offset, 16))
+        for (const char byte : edid.mid(offset, 16)) {
             text += ' ' + QByteArray(1, byte).toHex();
+        }
         text += '\n';
     }
     return text;
@@ -133,8 +139,9 @@ QByteArray edidBlocks(int count)
     for (int block = 0; block < count; ++block) {
         QByteArray bytes = patternBytes(127, static_cast<quint32>(block + 7));
         int sum = 0;
-        for (const char byte : qAsConst(bytes))
+        for (const char byte : qAsConst(bytes)) {
             sum += static_cast<quint8>(byte);
+        }
         edid += bytes + static_cast<char>(-sum);
     }
     return edid;
@@ -147,8 +154,21 @@ QByteArray bootImage(const std::vector<BootSection> &sections, quint32 entryAddr
     for (const BootSection &section : sections) {
         image += le32(static_cast<quint32>(section.data.size() / 4)) + le32(section.address);
         image += section.data;
-        for (int i = 0; i < section.data.size(); ++i)
+        for (int i = 0; i < section.data.size(); ++i) {
             checksum += static_cast<quint32>(static_cast<quint8>(section.data[i])) << (i % 4 * 8);
+        }
     }
     return image + le32(0) + le32(entryAddress) + le32(checksum);
+}
+
+quint32 crc32Of(const QByteArray &bytes)
+{
+    quint32 crc = 0xFFFFFFFF;
+    for (const char byte : bytes) {
+        crc ^= quint8(byte);
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc & 1) != 0 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
+        }
+    }
+    return ~crc;
 }

@@ -51,3 +51,6 @@ QByteArray bootImage(const std::vector<BootSection> &sections, quint32 entryAddr
 
 // Little-endian 32-bit number.
 QByteArray le32(quint32 number);
+
+// The standard CRC-32 (polynomial 0xEDB88320, reflected), computed bit by bit.
+quint32 crc32Of(const QByteArray &bytes);

@@ -32,7 +32,6 @@ struct ScriptedUsb::State
     TransferHook transferHook;
     std::function<void(const QString &)> callHook;
     bool nullTexts = false;
-    int expectedHandles = 0;
     int openCount = 0;
     int closeCount = 0;
     QStringList log;
@@ -57,8 +56,9 @@ ScriptedUsb::State *s_current = nullptr;
 ScriptedUsb::State &current()
 {
     const std::lock_guard<std::mutex> lock(s_currentMutex);
-    if (s_current == nullptr)
+    if (s_current == nullptr) {
         qFatal("libusb was called while no scripted bus exists");
+    }
     return *s_current;
 }
 
@@ -74,8 +74,9 @@ QString named(const libusb_device_handle *handle)
 
 int popOr(std::deque<int> &results, int otherwise)
 {
-    if (results.empty())
+    if (results.empty()) {
         return otherwise;
+    }
     const int result = results.front();
     results.pop_front();
     return result;
@@ -89,8 +90,9 @@ int popOr(std::deque<int> &results, int otherwise)
 void ScriptedUsb::State::record(std::unique_lock<std::mutex> &lock, const QString &line)
 {
     log.append(line);
-    if (!callHook)
+    if (!callHook) {
         return;
+    }
     const auto hook = callHook;
     lock.unlock();
     hook(line);
@@ -99,8 +101,9 @@ void ScriptedUsb::State::record(std::unique_lock<std::mutex> &lock, const QStrin
 
 bool ScriptedUsb::State::failsNow(int &code)
 {
-    if (fallible++ != failingCall)
+    if (fallible++ != failingCall) {
         return false;
+    }
     code = failingCallCode;
     failedCall = log.last();
     return true;
@@ -108,8 +111,9 @@ bool ScriptedUsb::State::failsNow(int &code)
 
 void ScriptedUsb::State::require(bool good, const QString &complaint)
 {
-    if (!good)
+    if (!good) {
         violations.append(complaint);
+    }
 }
 
 void ScriptedUsb::State::checkContext(const libusb_context *context, const char *function)
@@ -135,8 +139,9 @@ void ScriptedUsb::State::checkDevice(const libusb_device *device, const char *fu
 void ScriptedUsb::State::unreference(libusb_device *device)
 {
     checkDevice(device, "unref");
-    if (device != nullptr)
+    if (device != nullptr) {
         --device->references;
+    }
 }
 
 int ScriptedUsb::State::openNow() const
@@ -150,8 +155,9 @@ int ScriptedUsb::State::openNow() const
 ScriptedUsb::ScriptedUsb() : state(std::make_unique<State>())
 {
     const std::lock_guard<std::mutex> lock(s_currentMutex);
-    if (s_current != nullptr)
+    if (s_current != nullptr) {
         qFatal("a second scripted bus");
+    }
     s_current = state.get();
 }
 
@@ -162,8 +168,9 @@ ScriptedUsb::~ScriptedUsb()
         s_current = nullptr;
     }
     QStringList complaints = state->violations;
-    if (state->openNow() != state->expectedHandles)
+    if (state->openNow() != 0) {
         complaints.append(QStringLiteral("%1 handles are open at the end").arg(state->openNow()));
+    }
     for (const auto &device : state->devices) {
         const auto handles =
             std::count_if(state->handles.begin(), state->handles.end(), [&](const auto &one) {
@@ -175,8 +182,9 @@ ScriptedUsb::~ScriptedUsb()
                                   .arg(named(device.get())));
         }
     }
-    if (!complaints.isEmpty())
+    if (!complaints.isEmpty()) {
         QTest::qFail(qPrintable(complaints.join(QStringLiteral("; "))), __FILE__, __LINE__);
+    }
 }
 
 libusb_device *ScriptedUsb::plug(const std::string &name, quint16 vendorId, quint16 productId)
@@ -248,12 +256,6 @@ void ScriptedUsb::giveNullTexts()
     state->nullTexts = true;
 }
 
-void ScriptedUsb::expectOpenHandles(int count)
-{
-    const std::lock_guard<std::mutex> lock(state->mutex);
-    state->expectedHandles = count;
-}
-
 QStringList ScriptedUsb::calls() const
 {
     const std::lock_guard<std::mutex> lock(state->mutex);
@@ -265,8 +267,9 @@ QStringList ScriptedUsb::calls() const
 void ScriptedUsb::note(const QString &line)
 {
     const std::lock_guard<std::mutex> currentLock(s_currentMutex);
-    if (s_current == nullptr)
+    if (s_current == nullptr) {
         return;
+    }
     const std::lock_guard<std::mutex> lock(s_current->mutex);
     s_current->log.append(line);
 }
@@ -286,8 +289,9 @@ QStringList ScriptedUsb::handleCalls() const
                                       QStringLiteral("get_port_number")};
     QStringList lines;
     for (const QString &line : calls()) {
-        if (!unwanted.contains(line.section(QLatin1Char(' '), 0, 0)))
+        if (!unwanted.contains(line.section(QLatin1Char(' '), 0, 0))) {
             lines.append(line);
+        }
     }
     return lines;
 }
@@ -296,8 +300,9 @@ QStringList ScriptedUsb::callsOf(const QString &function) const
 {
     QStringList lines;
     for (const QString &line : calls()) {
-        if (line.section(QLatin1Char(' '), 0, 0) == function)
+        if (line.section(QLatin1Char(' '), 0, 0) == function) {
             lines.append(line);
+        }
     }
     return lines;
 }
@@ -355,8 +360,9 @@ QString describe(const ScriptedTransfer &transfer)
     QString line =
         QString::asprintf("%02x %02x %04x %04x %d %u", transfer.requestType, transfer.request,
                           transfer.value, transfer.index, transfer.length, transfer.timeout);
-    if (transfer.isIn() || transfer.data.isEmpty())
+    if (transfer.isIn() || transfer.data.isEmpty()) {
         return line;
+    }
     const QByteArray text =
         transfer.data.size() <= 32
             ? transfer.data.toHex()
@@ -367,8 +373,9 @@ QString describe(const ScriptedTransfer &transfer)
 QStringList describe(const std::vector<ScriptedTransfer> &transfers)
 {
     QStringList lines;
-    for (const ScriptedTransfer &transfer : transfers)
+    for (const ScriptedTransfer &transfer : transfers) {
         lines.append(describe(transfer));
+    }
     return lines;
 }
 
@@ -446,11 +453,13 @@ ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context *context, libusb_devic
     usb.checkContext(context, "libusb_get_device_list");
     usb.record(lock, QStringLiteral("get_device_list"));
     int code = 0;
-    if (usb.failsNow(code))
+    if (usb.failsNow(code)) {
         return code;
+    }
     const int count = popOr(usb.listResults, static_cast<int>(usb.bus.size()));
-    if (count < 0)
+    if (count < 0) {
         return count;
+    }
     const auto given = std::min(static_cast<std::size_t>(count), usb.bus.size());
     auto **devices = new libusb_device *[given + 1];
     std::copy_n(usb.bus.begin(), given, devices);
@@ -465,8 +474,9 @@ void LIBUSB_CALL libusb_free_device_list(libusb_device **list, int unref)
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
     usb.record(lock, QStringLiteral("free_device_list %1").arg(unref));
-    for (libusb_device **device = list; unref != 0 && *device != nullptr; ++device)
+    for (libusb_device **device = list; unref != 0 && *device != nullptr; ++device) {
         usb.unreference(*device);
+    }
     delete[] list;
 }
 
@@ -494,8 +504,9 @@ int LIBUSB_CALL libusb_get_device_descriptor(libusb_device *device, libusb_devic
     usb.checkDevice(device, "libusb_get_device_descriptor");
     usb.record(lock, QStringLiteral("get_device_descriptor ") + named(device));
     int code = popOr(device->descriptorResults, 0);
-    if (usb.failsNow(code) || code < 0)
+    if (usb.failsNow(code) || code < 0) {
         return code;
+    }
     *out = {};
     out->bLength = 18;
     out->bDescriptorType = LIBUSB_DT_DEVICE;
@@ -540,8 +551,9 @@ int LIBUSB_CALL libusb_open(libusb_device *device, libusb_device_handle **handle
     usb.checkDevice(device, "libusb_open");
     usb.record(lock, QStringLiteral("open ") + named(device));
     int code = popOr(device->openResults, device->openResult);
-    if (usb.failsNow(code) || code < 0)
+    if (usb.failsNow(code) || code < 0) {
         return code;
+    }
     usb.handles.push_back(std::make_unique<libusb_device_handle>());
     usb.handles.back()->device = device;
     ++device->references;
@@ -554,8 +566,9 @@ void LIBUSB_CALL libusb_close(libusb_device_handle *handle)
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_close"))
+    if (!usb.checkHandle(handle, "libusb_close")) {
         return;
+    }
     usb.record(lock, QStringLiteral("close ") + named(handle));
     usb.require(handle->claimed.empty(), QStringLiteral("libusb_close with a claimed interface"));
     handle->open = false;
@@ -567,8 +580,9 @@ int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle *handle, int in
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_kernel_driver_active"))
+    if (!usb.checkHandle(handle, "libusb_kernel_driver_active")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.record(lock,
                QStringLiteral("kernel_driver_active %1 %2").arg(named(handle)).arg(interface));
     int code = handle->device->kernelDriver;
@@ -580,8 +594,9 @@ int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle *handle, int in
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_detach_kernel_driver"))
+    if (!usb.checkHandle(handle, "libusb_detach_kernel_driver")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.record(lock,
                QStringLiteral("detach_kernel_driver %1 %2").arg(named(handle)).arg(interface));
     int code = handle->device->detachResult;
@@ -593,8 +608,9 @@ int LIBUSB_CALL libusb_attach_kernel_driver(libusb_device_handle *handle, int in
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_attach_kernel_driver"))
+    if (!usb.checkHandle(handle, "libusb_attach_kernel_driver")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.record(lock,
                QStringLiteral("attach_kernel_driver %1 %2").arg(named(handle)).arg(interface));
     int code = handle->device->attachResult;
@@ -606,13 +622,15 @@ int LIBUSB_CALL libusb_claim_interface(libusb_device_handle *handle, int interfa
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_claim_interface"))
+    if (!usb.checkHandle(handle, "libusb_claim_interface")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.record(lock, QStringLiteral("claim_interface %1 %2").arg(named(handle)).arg(interface));
     int code = handle->device->claimResult;
     usb.failsNow(code);
-    if (code == 0)
+    if (code == 0) {
         handle->claimed.push_back(interface);
+    }
     return code;
 }
 
@@ -620,8 +638,9 @@ int LIBUSB_CALL libusb_release_interface(libusb_device_handle *handle, int inter
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_release_interface"))
+    if (!usb.checkHandle(handle, "libusb_release_interface")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.record(lock, QStringLiteral("release_interface %1 %2").arg(named(handle)).arg(interface));
     auto &claimed = handle->claimed;
     claimed.erase(std::remove(claimed.begin(), claimed.end(), interface), claimed.end());
@@ -635,26 +654,32 @@ int LIBUSB_CALL libusb_get_string_descriptor_ascii(libusb_device_handle *handle,
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_get_string_descriptor_ascii"))
+    if (!usb.checkHandle(handle, "libusb_get_string_descriptor_ascii")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.record(lock, QStringLiteral("get_string_descriptor_ascii %1 %2 %3")
                          .arg(named(handle))
                          .arg(index)
                          .arg(length));
     int code = 0;
-    if (usb.failsNow(code))
+    if (usb.failsNow(code)) {
         return code;
+    }
     const auto &strings = handle->device->strings;
     const auto found = strings.find(index);
-    if (index == 0 || length <= 0)
+    if (index == 0 || length <= 0) {
         return LIBUSB_ERROR_INVALID_PARAM;
-    if (found == strings.end())
+    }
+    if (found == strings.end()) {
         return LIBUSB_ERROR_PIPE;
+    }
     const bool terminates = handle->device->terminatesStrings;
-    const int count = std::min(found->second.size(), terminates ? length - 1 : length);
+    const int count =
+        std::min(static_cast<int>(found->second.size()), terminates ? length - 1 : length);
     std::memcpy(data, found->second.constData(), static_cast<std::size_t>(count));
-    if (terminates)
+    if (terminates) {
         data[count] = 0;
+    }
     return count;
 }
 
@@ -664,8 +689,9 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle *handle, uint8_t re
 {
     auto &usb = current();
     std::unique_lock<std::mutex> lock(usb.mutex);
-    if (!usb.checkHandle(handle, "libusb_control_transfer"))
+    if (!usb.checkHandle(handle, "libusb_control_transfer")) {
         return LIBUSB_ERROR_OTHER;
+    }
     usb.require(!handle->claimed.empty(), QStringLiteral("a transfer without a claimed interface"));
     usb.require((data == nullptr) == (length == 0), QStringLiteral("data and wLength disagree"));
 
@@ -678,18 +704,21 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle *handle, uint8_t re
     transfer.length = length;
     transfer.timeout = timeout;
     transfer.number = static_cast<int>(usb.transferLog.size());
-    if (!transfer.isIn() && data != nullptr)
+    if (!transfer.isIn() && data != nullptr) {
         transfer.data = QByteArray(reinterpret_cast<const char *>(data), length);
+    }
     usb.transferLog.push_back(transfer);
     usb.record(lock,
                QStringLiteral("control_transfer %1 %2").arg(named(handle), describe(transfer)));
 
     int code = usb.failingTransferCode;
-    if (usb.failsNow(code) || transfer.number == usb.failingTransfer)
+    if (usb.failsNow(code) || transfer.number == usb.failingTransfer) {
         return code;
+    }
     auto &results = usb.results[request];
-    if (!results.empty())
+    if (!results.empty()) {
         return popOr(results, 0);
+    }
     auto &replies = usb.replies[request];
     if (!replies.empty()) {
         const QByteArray reply = replies.front().left(length);
@@ -701,10 +730,12 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle *handle, uint8_t re
     lock.unlock();
     transfer.buffer = data;
     const std::optional<int> answer = hook ? hook(transfer) : std::nullopt;
-    if (answer)
+    if (answer) {
         return *answer;
-    if (transfer.isIn() && data != nullptr)
+    }
+    if (transfer.isIn() && data != nullptr) {
         std::memset(data, 1, length);
+    }
     return length;
 }
 
@@ -728,8 +759,9 @@ const char *LIBUSB_CALL libusb_error_name(int code)
     };
     auto &usb = current();
     const std::lock_guard<std::mutex> lock(usb.mutex);
-    if (usb.nullTexts)
+    if (usb.nullTexts) {
         return nullptr;
+    }
     const auto found = names.find(code);
     return found != names.end() ? found->second : "**UNKNOWN**";
 }
@@ -753,8 +785,9 @@ const char *LIBUSB_CALL libusb_strerror(int code)
     };
     auto &usb = current();
     const std::lock_guard<std::mutex> lock(usb.mutex);
-    if (usb.nullTexts)
+    if (usb.nullTexts) {
         return nullptr;
+    }
     return code <= 0 && code >= -12 ? sentences[-code] : "Other error";
 }
 

@@ -107,8 +107,6 @@ public:
     void onCall(std::function<void(const QString &)> hook);
     // error_name and strerror answer null.
     void giveNullTexts();
-    // As many handles are to be open at the end (0 unless set).
-    void expectOpenHandles(int count);
 
     // Adds a line to the call log of the bus that exists now, if any; for other doubles, whose
     // place among the calls matters.

@@ -10,7 +10,7 @@ namespace {
 
 // Far more than any run takes: the machine may be busy with sixteen others, and
 // sanitizers are slow. Less than the 300 seconds after which Qt Test ends the program.
-constexpr int FinishMs = 240 * 1000;
+constexpr int s_finishMs = 240 * 1000;
 
 QByteArray readFile(const QString &path)
 {
@@ -72,7 +72,8 @@ void SimRun::start()
 
 bool SimRun::finish()
 {
-    const bool ended = process.state() == QProcess::NotRunning || process.waitForFinished(FinishMs);
+    const bool ended =
+        process.state() == QProcess::NotRunning || process.waitForFinished(s_finishMs);
     if (!ended) {
         process.terminate();
         process.waitForFinished(10 * 1000);

@@ -1,6 +1,7 @@
 #include "simtranscript.h"
 
-#include <QCryptographicHash>
+#include "requestline.h"
+
 #include <QFile>
 #include <QHash>
 #include <QJsonDocument>
@@ -8,10 +9,10 @@
 
 namespace {
 
-constexpr int VendorIn = 0xC0;
-constexpr int VendorOut = 0x40;
-constexpr int GetDescriptor = 6;
-constexpr int StringDescriptor = 3;
+constexpr int s_vendorIn = 0xC0;
+constexpr int s_vendorOut = 0x40;
+constexpr int s_getDescriptor = 6;
+constexpr int s_stringDescriptor = 3;
 
 QString hex(int number)
 {
@@ -26,16 +27,12 @@ QString statusText(const QJsonObject &object)
 
 QString vendorText(const QJsonObject &object)
 {
-    const bool out = object["requestType"].toInt() == VendorOut;
     const int length = object["length"].toInt();
-    QString text = QString("%1 %2 v%3 i%4 %5")
-                       .arg(out ? ">" : "<", hex(object["request"].toInt()),
-                            hex(object["value"].toInt()), hex(object["index"].toInt()))
-                       .arg(length);
-    const QByteArray data = QByteArray::fromHex(object["data"].toString().toLatin1());
-    if (!data.isEmpty()) {
-        text += ' ' + showBytes(data);
-    }
+    const Direction direction =
+        object["requestType"].toInt() == s_vendorOut ? Direction::Out : Direction::In;
+    QString text = requestLine({direction, object["request"].toInt(), object["value"].toInt(),
+                                object["index"].toInt(), length},
+                               QByteArray::fromHex(object["data"].toString().toLatin1()));
     const bool wasShort = object["status"] == "ok" && object["actual"].toInt() != length;
     if (wasShort) {
         text += QString(" short %1").arg(object["actual"].toInt());
@@ -47,11 +44,12 @@ SimLine transferLine(const QJsonObject &object)
 {
     const int type = object["requestType"].toInt();
     const int value = object["value"].toInt();
-    SimLine line{SimLine::Standard, {}, object["t"].toDouble(), object["address"].toInt(), 0};
-    if (type == VendorIn || type == VendorOut) {
+    SimLine line{SimLine::Standard,         {}, object["t"].toDouble(),
+                 object["address"].toInt(), 0,  object["fault"].toBool()};
+    if (type == s_vendorIn || type == s_vendorOut) {
         line.kind = SimLine::Vendor;
         line.text = vendorText(object);
-    } else if (object["request"].toInt() == GetDescriptor && value >> 8 == StringDescriptor) {
+    } else if (object["request"].toInt() == s_getDescriptor && value >> 8 == s_stringDescriptor) {
         line.text = QString("string %1").arg(value & 0xFF) + statusText(object);
     } else {
         line.text = QString("standard %1 %2").arg(hex(type), hex(object["request"].toInt()));
@@ -62,8 +60,9 @@ SimLine transferLine(const QJsonObject &object)
 SimLine eventLine(const QJsonObject &object)
 {
     const QString event = object["event"].toString();
-    SimLine line{SimLine::Presence, event, object["t"].toDouble(), object["address"].toInt(),
-                 object["file"].toInt()};
+    SimLine line{SimLine::Presence,      event,
+                 object["t"].toDouble(), object["address"].toInt(),
+                 object["file"].toInt(), object["fault"].toBool()};
     if (object.contains("file")) {
         line.kind = SimLine::Handle;
     }
@@ -102,30 +101,31 @@ void putCloseInPlace(QVector<SimLine> &lines, int close)
 
 } // namespace
 
-QString showBytes(const QByteArray &bytes)
-{
-    constexpr int shownInFull = 16;
-    if (bytes.size() <= shownInFull) {
-        return QString::fromLatin1(bytes.toHex());
-    }
-    const QByteArray hash = QCryptographicHash::hash(bytes, QCryptographicHash::Sha1);
-    return QString("sha1:%1").arg(QString::fromLatin1(hash.toHex()));
-}
-
 SimTranscript SimTranscript::fromFile(const QString &path)
 {
     SimTranscript transcript;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        return transcript;
+        return transcript; // without a USB bus there is no simulator
     }
     while (!file.atEnd()) {
-        const QJsonObject object = QJsonDocument::fromJson(file.readLine()).object();
+        const QByteArray line = file.readLine();
+        if (!line.endsWith('\n')) {
+            break; // it is just being written
+        }
+        const QJsonObject object = QJsonDocument::fromJson(line).object();
         transcript.entries.append({object["device"].toString(), object.contains("event")
                                                                     ? eventLine(object)
                                                                     : transferLine(object)});
     }
     return transcript;
+}
+
+SimTranscript SimTranscript::since(int mark) const
+{
+    SimTranscript later;
+    later.entries = entries.mid(mark);
+    return later;
 }
 
 QVector<SimLine> SimTranscript::lines(const QString &device) const
@@ -151,7 +151,7 @@ QStringList SimTranscript::texts(const QString &device) const
     return found;
 }
 
-QStringList SimTranscript::texts(const QString &device, QVector<SimLine::Kind> kinds) const
+QStringList SimTranscript::texts(const QString &device, const QVector<SimLine::Kind> &kinds) const
 {
     QStringList found;
     for (const SimLine &line : lines(device)) {
@@ -160,6 +160,38 @@ QStringList SimTranscript::texts(const QString &device, QVector<SimLine::Kind> k
         }
     }
     return found;
+}
+
+int SimTranscript::count(const QString &device, const QString &word) const
+{
+    int count = 0;
+    for (const SimLine &line : lines(device)) {
+        count += line.text.section(' ', 0, 0) == word ? 1 : 0;
+    }
+    return count;
+}
+
+QStringList SimTranscript::requestsOfAll() const
+{
+    QStringList found;
+    for (const Entry &entry : entries) {
+        if (entry.line.kind == SimLine::Vendor) {
+            found.append(entry.device + ' ' + entry.line.text);
+        }
+    }
+    return found;
+}
+
+QStringList SimTranscript::devicesOpened() const
+{
+    QStringList order;
+    for (const Entry &entry : entries) {
+        if (entry.line.text == "open") {
+            order.append(entry.device);
+        }
+    }
+    order.removeDuplicates();
+    return order;
 }
 
 QString SimTranscript::unbalanced(const QString &device) const
@@ -184,4 +216,20 @@ QString SimTranscript::unbalanced(const QString &device) const
         }
     }
     return claims.isEmpty() ? QString() : QString("%1 files were left open").arg(claims.size());
+}
+
+QString SimTranscript::misused() const
+{
+    for (const QString &device : devicesOpened()) {
+        for (const SimLine &line : lines(device)) {
+            if (line.text.startsWith("claim") && !line.text.endsWith("ok") && !line.faulted) {
+                return QString("%1: '%2' after %3 ms").arg(device, line.text).arg(line.time);
+            }
+        }
+        const QString reason = unbalanced(device);
+        if (!reason.isEmpty()) {
+            return device + ": " + reason;
+        }
+    }
+    return {};
 }

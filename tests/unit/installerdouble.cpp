@@ -1,6 +1,6 @@
 #include "installerdouble.h"
 
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 
 #include <mutex>
 
@@ -54,8 +54,9 @@ int usb::install_driver(unsigned short vendorId, unsigned short productId,
     s_calls.append(QString::asprintf("%04x %04x %d %s %s", vendorId, productId, interfaceNumber,
                                      composite ? "composite" : "single",
                                      deviceDescription != nullptr ? deviceDescription : "null"));
-    if (s_results.empty())
+    if (s_results.empty()) {
         return -1;
+    }
     const int result = s_results.front();
     s_results.pop_front();
     return result;

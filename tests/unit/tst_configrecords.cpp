@@ -26,8 +26,9 @@ template<typename Record> static Record fromHex(const char *hex)
 {
     const QByteArray bytes = QByteArray::fromHex(hex);
     Record record;
-    if (bytes.size() != int(sizeof record))
+    if (bytes.size() != int(sizeof record)) {
         qFatal("%d bytes for a record of %d", bytes.size(), int(sizeof record));
+    }
     std::memcpy(&record, bytes.constData(), sizeof record);
     return record;
 }

@@ -49,7 +49,9 @@ void TestDeviceDescription::aNewRecordHasNoDeviceAndEmptyTexts()
     QVERIFY(!cleared.secondPass);
 }
 
-static DeviceDescription filledRecord()
+namespace {
+
+DeviceDescription filledRecord()
 {
     DeviceDescription record{};
     record.vendorId = 1;
@@ -67,7 +69,7 @@ static DeviceDescription filledRecord()
     return record;
 }
 
-static void compareWithFilled(const DeviceDescription &record)
+void compareWithFilled(const DeviceDescription &record)
 {
     QCOMPARE(record.vendorId, quint16(1));
     QCOMPARE(record.productId, quint16(2));
@@ -82,6 +84,8 @@ static void compareWithFilled(const DeviceDescription &record)
     QCOMPARE(record.modeText, QStringLiteral("mode"));
     QVERIFY(record.secondPass);
 }
+
+} // namespace
 
 void TestDeviceDescription::everyFieldIsCopied()
 {

@@ -23,6 +23,8 @@ private slots:
 
     void theTableIsAsPublished();
 
+    void signalsStandInTheirOrder();
+
     void anEmptyBusCompletesAtOnce();
     void devicesThatAreNotRecognisedAreNotProbed_data();
     void devicesThatAreNotRecognisedAreNotProbed();
@@ -45,6 +47,9 @@ private slots:
     void anInstalledDriverLeadsToAnotherPass();
     void aDeviceFoundBesideAnInstallationIsReportedAgain();
     void aPassAfterAnInstallationIsAFirstPassAgain();
+
+    void aScanEndsAfterTenPasses_data();
+    void aScanEndsAfterTenPasses();
 
     void aDenialOfTheLastDeviceEndsTheScan();
     void aDenialOfAnEarlierDeviceDoesNotEndTheScan();
@@ -105,8 +110,9 @@ QStringList TestDeviceScanner::scan()
     connect(&scanner, &DeviceScanner::complete, &scanner, [&] { events.append("complete"); });
     QSignalSpy completed(&scanner, &DeviceScanner::complete);
     emit scanner.scan();
-    if (!completed.wait(100000))
+    if (!completed.wait(100000)) {
         return {"the scan did not end"};
+    }
     return events;
 }
 
@@ -130,7 +136,19 @@ void TestDeviceScanner::theTableIsAsPublished()
         QCOMPARE(int(s_filters[i].id.vendorId), rows[i].vendorId);
         QCOMPARE(int(s_filters[i].id.productId), rows[i].productId);
         QVERIFY(s_filters[i].probe == rows[i].probe);
+        QVERIFY(!s_filters[i].reserved);
     }
+}
+
+void TestDeviceScanner::signalsStandInTheirOrder()
+{
+    const QMetaObject &scanner = DeviceScanner::staticMetaObject;
+    QList<QByteArray> found;
+    for (int i = scanner.methodOffset(); i < scanner.methodCount(); ++i) {
+        found.append(scanner.method(i).methodSignature());
+    }
+    QCOMPARE(found, (QList<QByteArray>{"newDevice(DeviceDescription)", "error(QString)",
+                                       "complete()", "scan()"}));
 }
 
 void TestDeviceScanner::anEmptyBusCompletesAtOnce()
@@ -226,10 +244,12 @@ void TestDeviceScanner::everyRecognisedIdIsReportedInItsMode_data()
     QTest::addColumn<int>("vendorId");
     QTest::addColumn<int>("productId");
     QTest::addColumn<int>("mode");
-    for (const int id : {0x3601, 0x3621, 0x3631, 0x3641})
+    for (const int id : {0x3601, 0x3621, 0x3631, 0x3641}) {
         QTest::addRow("e5c1:%x", id) << 0xE5C1 << id << 0;
-    for (const int id : {0x3600, 0x360F, 0x3620, 0x362F, 0x3630, 0x363F, 0x3640, 0x364F})
+    }
+    for (const int id : {0x3600, 0x360F, 0x3620, 0x362F, 0x3630, 0x363F, 0x3640, 0x364F}) {
         QTest::addRow("e5c1:%x", id) << 0xE5C1 << id << 1;
+    }
     QTest::newRow("5555:3601") << 0x5555 << 0x3601 << 0;
     QTest::newRow("04b4:00f3") << 0x04B4 << 0x00F3 << 2;
 }
@@ -368,6 +388,31 @@ void TestDeviceScanner::aPassAfterAnInstallationIsAFirstPassAgain()
     QCOMPARE(installer::calls().size(), 2);
 }
 
+void TestDeviceScanner::aScanEndsAfterTenPasses_data()
+{
+    QTest::addColumn<int>("productId");
+    QTest::addColumn<int>("openResult");
+    QTest::addColumn<int>("installations");
+    QTest::newRow("installed in each pass") << 0x3601 << int(LIBUSB_ERROR_ACCESS) << 10;
+    // Every other pass is a second one, in which the driver is forced.
+    QTest::newRow("installed in second passes") << 0x3600 << int(LIBUSB_ERROR_NOT_SUPPORTED) << 5;
+}
+
+// The installation always succeeds, and the device never opens.
+void TestDeviceScanner::aScanEndsAfterTenPasses()
+{
+    QFETCH(int, productId);
+    QFETCH(int, openResult);
+    QFETCH(int, installations);
+    ScriptedUsb bus;
+    named(bus, "a", 0xE5C1, static_cast<quint16>(productId))->openResult = openResult;
+    installer::answer(std::deque<int>(40, 0));
+    QCOMPARE(scan(), QStringList{"complete"});
+    QCOMPARE(bus.callsOf("get_device_list").size(), 10);
+    QCOMPARE(bus.callsOf("free_device_list").size(), 10);
+    QCOMPARE(installer::calls().size(), installations);
+}
+
 void TestDeviceScanner::aDenialOfTheLastDeviceEndsTheScan()
 {
     // The first device would have led to another pass.
@@ -435,8 +480,9 @@ void TestDeviceScanner::theScanRunsOnAThreadOfItsOwn()
     std::atomic<bool> elsewhere{true};
     const QThread *here = QThread::currentThread();
     bus.onCall([&](const QString &) {
-        if (QThread::currentThread() == here)
+        if (QThread::currentThread() == here) {
             elsewhere = false;
+        }
     });
     QCOMPARE(scan(), (QStringList{"device a 0", "complete"}));
     QVERIFY(elsewhere);
@@ -480,8 +526,9 @@ void TestDeviceScanner::anyFailingCallStillCompletesOnce()
     };
     const int calls = attempt(-1);
     QVERIFY(calls > 15);
-    for (int failing = 0; failing < calls; ++failing)
+    for (int failing = 0; failing < calls; ++failing) {
         QVERIFY(attempt(failing) > failing);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestDeviceScanner)

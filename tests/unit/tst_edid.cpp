@@ -139,8 +139,9 @@ void TestEdid::badTextsAreDiagnosed_data()
     QTest::newRow("nothing") << QByteArray() << count(0);
     QTest::newRow("two lines") << QByteArray("a\nb\n") << count(0);
     QTest::newRow("only the heading") << s_header << count(0);
-    for (const int lines : {1, 7, 9, 15, 17})
+    for (const int lines : {1, 7, 9, 15, 17}) {
         QTest::addRow("%d lines", lines) << s_header + good.repeated(lines) << count(lines);
+    }
 
     const QByteArray fifteen = line(" 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0");
     const QByteArray seventeen = line(" 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0");

@@ -1,6 +1,15 @@
+#include "edidwriter.h"
+#include "libziptexts.h"
 #include "updaterun.h"
+#include "ziparchive.h"
+#include "zipcalls.h"
 
 #include <QtTest>
+
+#include <zip.h>
+#include <zlib.h>
+
+#include <iostream>
 
 // The writers of the images: sizes around every boundary, images that cannot be read, devices that
 // take less than they are given, and the EDID file.
@@ -41,8 +50,14 @@ private slots:
 
     void edidOfAnySizeIsSentAtOnce_data();
     void edidOfAnySizeIsSentAtOnce();
+    void edidOfWhichNothingArrivesIsCompleted();
     void badEdidIsReportedBeforeAnyRequest_data();
     void badEdidIsReportedBeforeAnyRequest();
+    void edidIsReadUpToABound_data();
+    void edidIsReadUpToABound();
+    void edidThatCannotBeReadToItsEndIsNotSent_data();
+    void edidThatCannotBeReadToItsEndIsNotSent();
+    void edidProgressComesBetweenReadingAndParsing();
     void edidThatCannotBeOpenedIsReported();
     void edidIsReadInPiecesThatANulCutsShort();
     void edidFailuresAreLogged_data();
@@ -57,8 +72,9 @@ const QList<int> s_sizes{0, 1, 4, 4095, 4096, 4097, 8192, 10000};
 std::vector<PackageEntry> with(std::vector<PackageEntry> package, const PackageEntry &entry)
 {
     for (PackageEntry &one : package) {
-        if (one.name == entry.name)
+        if (one.name == entry.name) {
             one = entry;
+        }
     }
     return package;
 }
@@ -85,10 +101,12 @@ void addDamages()
     QTest::addColumn<int>("size");
     QTest::addColumn<bool>("deflated");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("found out behind the last whole block") << 8192 << false << "CRC error";
-    QTest::newRow("found out behind a short block") << 5000 << false << "CRC error";
-    QTest::newRow("found out behind a short block, deflated") << 5000 << true << "CRC error";
-    QTest::newRow("found out at once") << 0 << true << "Zlib error: data error";
+    const QString wrongCrc = libzipText(ZIP_ER_CRC);
+    const QString wrongData = libzipText(ZIP_ER_ZLIB, Z_DATA_ERROR);
+    QTest::newRow("found out behind the last whole block") << 8192 << false << wrongCrc;
+    QTest::newRow("found out behind a short block") << 5000 << false << wrongCrc;
+    QTest::newRow("found out behind a short block, deflated") << 5000 << true << wrongCrc;
+    QTest::newRow("found out at once") << 0 << true << wrongData;
 }
 
 PackageEntry damagedEntry(const QByteArray &name, const QByteArray &data, bool deflated)
@@ -146,8 +164,9 @@ void TestImages::microcodeIsSentInBlocks()
 void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock_data()
 {
     QTest::addColumn<int>("size");
-    for (const int size : {1, 2, 3, 5, 4095, 4097, 4098, 8193, 9999})
+    for (const int size : {1, 2, 3, 5, 4095, 4097, 4098, 8193, 9999}) {
         QTest::addRow("%d", size) << size;
+    }
 }
 
 void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock()
@@ -212,8 +231,9 @@ void TestImages::aRefusedStartComesBeforeTheImage()
 void TestImages::framedBitstreamIsSentInBlocks_data()
 {
     QTest::addColumn<int>("size");
-    for (const int size : s_sizes)
+    for (const int size : s_sizes) {
         QTest::addRow("%d", size) << size;
+    }
 }
 
 void TestImages::framedBitstreamIsSentInBlocks()
@@ -276,8 +296,9 @@ void TestImages::framedBitstreamThatCannotBeReadStopsWithoutChecksum()
 void TestImages::rawBitstreamIsSentInBlocks_data()
 {
     QTest::addColumn<int>("size");
-    for (const int size : s_sizes)
+    for (const int size : s_sizes) {
         QTest::addRow("%d", size) << size;
+    }
 }
 
 void TestImages::rawBitstreamIsSentInBlocks()
@@ -347,15 +368,17 @@ void TestImages::shortTransfersLeaveTheProgressBehind()
     // The device says that it took half of each block.
     UpdateRun run;
     run.bus.onTransfer([](const ScriptedTransfer &transfer) -> std::optional<int> {
-        if (transfer.length >= 100)
+        if (transfer.length >= 100) {
             return transfer.length / 2;
+        }
         return {};
     });
     const QByteArray fx3 = patternBytes(8192);
     const QByteArray fpga = patternBytes(5000, 2);
     auto package = raw ? raw4kPackage(fpga) : sorn3Package(fx3, fpga);
-    if (raw)
+    if (raw) {
         package = with(package, {"velk3_4k.img", fx3});
+    }
     const auto *device = run.bus.plug("a", 0xE5C1, raw ? 0x3631 : 0x3621);
     // 2 + 49 * 2048 / 8192, 2 + 49 * 4096 / 8192; 51 + 49 * 2048 / 5000, 51 + 49 * 2500 / 5000
     QCOMPARE(run.run(recordOf(device), package),
@@ -403,8 +426,9 @@ void TestImages::aLyingSizeIsNotTrusted()
     const bool microcode = name.endsWith(".img");
     int bytes = 0;
     for (const ScriptedTransfer &transfer : run.bus.transfers()) {
-        if (transfer.request == (microcode ? 0xC6 : 0xC2) && transfer.length > 12)
+        if (transfer.request == (microcode ? 0xC6 : 0xC2) && transfer.length > 12) {
             bytes += transfer.length;
+        }
     }
     QVERIFY(bytes <= 5000);
     if (deflated) {
@@ -484,6 +508,20 @@ void TestImages::edidOfAnySizeIsSentAtOnce()
     QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edid)));
 }
 
+// A transfer fails by its code alone; how much went through says nothing.
+void TestImages::edidOfWhichNothingArrivesIsCompleted()
+{
+    UpdateRun run;
+    run.bus.onTransfer([](const ScriptedTransfer &transfer) -> std::optional<int> {
+        return transfer.request == 0xD2 ? std::optional<int>(0) : std::nullopt;
+    });
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const Images images{{}, {}, {}, edidText(edidBlocks(1))};
+    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", images)),
+             progressLines({1, 2, 21, 40, 59, 78, 97, 100}) + QStringList("complete"));
+    QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edidBlocks(1))));
+}
+
 void TestImages::badEdidIsReportedBeforeAnyRequest_data()
 {
     QTest::addColumn<QByteArray>("text");
@@ -520,6 +558,89 @@ void TestImages::badEdidIsReportedBeforeAnyRequest()
     QCOMPARE(QString::fromStdString(run.standardError.text()), diagnostic);
     QVERIFY(run.bus.transfers().empty());
     QCOMPARE(run.bus.handleCalls(), opening("a") + QStringList("pause 1") + givingBack("a"));
+}
+
+void TestImages::edidIsReadUpToABound_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<bool>("taken");
+    // Whatever the heading holds is skipped, and NUL bytes in it do not even make the text longer.
+    // Letters after them keep what follows in pieces of its own.
+    const QByteArray text = QByteArray(4095, 'x') + edidText(edidBlocks(1));
+    const int room = 16 * 1024 * 1024 - text.size();
+    QTest::newRow("16777216 bytes") << QByteArray(room, 'x') + text << true;
+    QTest::newRow("16777217 bytes") << QByteArray(room + 1, 'x') + text << false;
+    QTest::newRow("16777216 bytes, most of them NUL") << QByteArray(room, '\0') + text << true;
+    QTest::newRow("16777217 bytes, most of them NUL") << QByteArray(room + 1, '\0') + text << false;
+}
+
+void TestImages::edidIsReadUpToABound()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(bool, taken);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const PackageEntry edid{"edid_velk3_uvc.edid", text, true};
+    const QStringList events = run.run(recordOf(device), {{"product.info", "velk3\n"}, edid});
+    if (taken) {
+        QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
+        QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edidBlocks(1))));
+    } else {
+        QCOMPARE(events, progressLines({1, 2, 21}) + errorEnding("EDID data has incorrect format"));
+        QVERIFY(run.bus.transfers().empty());
+    }
+}
+
+void TestImages::edidThatCannotBeReadToItsEndIsNotSent_data()
+{
+    QTest::addColumn<bool>("deflated");
+    QTest::addColumn<bool>("cut"); // the archive states one byte too many
+    QTest::newRow("wrong CRC, stored") << false << false;
+    QTest::newRow("wrong CRC, deflated") << true << false;
+    QTest::newRow("shorter than stated") << false << true;
+}
+
+// All of the text arrives before the damage shows.
+void TestImages::edidThatCannotBeReadToItsEndIsNotSent()
+{
+    QFETCH(bool, deflated);
+    QFETCH(bool, cut);
+    PackageEntry damaged{"edid_velk3_uvc.edid", edidText(edidBlocks(1)), deflated};
+    if (cut) {
+        damaged.statedSize = static_cast<quint32>(damaged.data.size() + 1);
+    } else {
+        damaged.statedCrc = 0x12345678;
+    }
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    QCOMPARE(run.run(recordOf(device), {{"product.info", "velk3\n"}, damaged}),
+             progressLines({1, 2, 21}) + errorEnding("EDID data has incorrect format"));
+    QVERIFY(run.bus.transfers().empty());
+}
+
+void TestImages::edidProgressComesBetweenReadingAndParsing()
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("package.fw");
+    writeFile(path, zipArchive({{"a.edid", "1\n2\n3\nno delimiter\n"}}));
+    Zip zip(path.toStdString());
+    const CapturedStream standardError(std::cerr);
+    QStringList events;
+    // Parsing is seen by what it says of the text.
+    const UpdateReport report{
+        [&](int percent) {
+            const auto reads = zipcalls::log().filter("zip_fread").size();
+            events.append(QStringLiteral("progress %1, %2, %3")
+                              .arg(percent)
+                              .arg(reads > 1 ? "read" : "not read")
+                              .arg(standardError.text().empty() ? "not parsed" : "parsed"));
+        },
+        [&](const QString &text) { events.append(text); }};
+    zipcalls::reset();
+    QCOMPARE(write_edid(nullptr, report, 0, 100, "a.edid", zip), -1);
+    QCOMPARE(events,
+             (QStringList{"progress 20, read, not parsed", "EDID data has incorrect format"}));
+    QVERIFY(!standardError.text().empty());
 }
 
 void TestImages::edidThatCannotBeOpenedIsReported()

@@ -14,13 +14,17 @@ private slots:
     void noPauseReturnsAtOnce();
 };
 
-static qint64 measured(unsigned seconds)
+namespace {
+
+qint64 measured(unsigned seconds)
 {
     QElapsedTimer timer;
     timer.start();
     pause_seconds(seconds);
     return timer.nsecsElapsed();
 }
+
+} // namespace
 
 void TestPause::aPauseLastsItsSeconds()
 {

@@ -20,6 +20,7 @@ private slots:
     void cleanup();
 
     void aRunningDeviceIsPingedAndDescribed();
+    void theClaimIsLoggedWithItsResult();
     void sorn3IsProbedLikeVelk3();
     void aRepairDeviceIsDescribedWithoutARequest_data();
     void aRepairDeviceIsDescribedWithoutARequest();
@@ -136,9 +137,25 @@ void TestProbes::aRunningDeviceIsPingedAndDescribed()
     QCOMPARE(lines.size(), 5);
     QCOMPARE(lines.mid(0, 3), (QStringList{"Probe VELK3/SORN3", "Product string id: 2",
                                            "Serial number string id: 4"}));
-    QVERIFY(lines[3].startsWith("Claim interface: 0"));
+    QCOMPARE(lines[3], QStringLiteral("Claim interface: 0 0"));
     QCOMPARE(lines[4], QStringLiteral("Ping device: 1"));
     QVERIFY(installer::calls().isEmpty());
+}
+
+void TestProbes::theClaimIsLoggedWithItsResult()
+{
+    ScriptedUsb bus;
+    libusb_device *device = grabber(bus, 0x3601);
+    QStringList before{"never claimed"};
+    bus.onCall([&](const QString &call) {
+        if (call.startsWith("claim_interface")) {
+            before = debug->lines().filter("Claim interface");
+        }
+    });
+    DeviceDescription record{};
+    QCOMPARE(run(probeVelk3, device, record), ProbeResult::Found);
+    QCOMPARE(before, QStringList());
+    QCOMPARE(debug->lines().filter("Claim interface"), QStringList{"Claim interface: 0 0"});
 }
 
 void TestProbes::sorn3IsProbedLikeVelk3()
@@ -287,8 +304,9 @@ void TestProbes::textsWithoutTerminatorAreCutAt127Bytes()
     QCOMPARE(run(probe, device, record), ProbeResult::Found);
     QCOMPARE(record.productName, QString(127, 'p'));
     QCOMPARE(record.serialNumber, QString(127, 's'));
-    if (record.mode == 0)
+    if (record.mode == 0) {
         QCOMPARE(record.versionString, QString(127, 'v'));
+    }
 }
 
 void TestProbes::aShortTextWithoutTerminatorEndsWhereItEnds()
@@ -337,10 +355,12 @@ void TestProbes::everyOpenErrorGoesToTheDriverInstallation_data()
     QTest::addColumn<int>("code");
     const std::pair<const char *, Probe> probes[] = {
         {"soft", probeSoft}, {"velk3", probeVelk3}, {"sorn3", probeSorn3}, {"hard", probeHard}};
-    for (const auto &[name, probe] : probes)
-        for (const int code : {-1, -2, -3, -4, -5, -6, -7, -8, -9, -10, -11, -99})
+    for (const auto &[name, probe] : probes) {
+        for (const int code : {-1, -2, -3, -4, -5, -6, -7, -8, -9, -10, -11, -99}) {
             QTest::addRow("%s, %d", name, code)
                 << probe << (probe == probeVelk3 || probe == probeSorn3) << code;
+        }
+    }
 }
 
 void TestProbes::everyOpenErrorGoesToTheDriverInstallation()
@@ -459,7 +479,7 @@ void TestProbes::aFailedClaimReattachesClosesAndFails()
     QCOMPARE(bus.handleCalls().mid(4),
              (QStringList{"kernel_driver_active a 0", "detach_kernel_driver a 0",
                           "claim_interface a 0", "attach_kernel_driver a 0", "close a"}));
-    QVERIFY(debug->lines().at(3).startsWith("Claim interface: 0"));
+    QCOMPARE(debug->lines().at(3), QStringLiteral("Claim interface: 0 %1").arg(code));
     QCOMPARE(debug->lines().mid(4),
              QStringList{QStringLiteral("Error claim usb interface:  %1").arg(code)});
 }
@@ -467,8 +487,9 @@ void TestProbes::aFailedClaimReattachesClosesAndFails()
 void TestProbes::aFailedPingReattachesReleasesClosesAndFails_data()
 {
     QTest::addColumn<int>("code");
-    for (const int code : {-1, -4, -7, -8, -9, -99})
+    for (const int code : {-1, -4, -7, -8, -9, -99}) {
         QTest::addRow("%d", code) << code;
+    }
 }
 
 void TestProbes::aFailedPingReattachesReleasesClosesAndFails()
@@ -511,8 +532,9 @@ void TestProbes::anyFailingCallClosesWhatWasOpened()
     };
     const int calls = attempt(-1);
     QVERIFY(calls >= (composite ? 10 : 4));
-    for (int failing = 0; failing < calls; ++failing)
+    for (int failing = 0; failing < calls; ++failing) {
         QVERIFY(attempt(failing) > failing);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestProbes)

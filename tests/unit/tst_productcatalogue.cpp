@@ -19,8 +19,9 @@ namespace {
 QStringList written(const std::set<ProductId> &ids)
 {
     QStringList lines;
-    for (const ProductId &id : ids)
+    for (const ProductId &id : ids) {
         lines.append(QString::asprintf("%04X:%04X", id.vendorId, id.productId));
+    }
     return lines;
 }
 
@@ -81,8 +82,9 @@ void TestProductCatalogue::everyRowIsAsPublished()
 void TestProductCatalogue::thereAreNoOtherRows()
 {
     QStringList keys;
-    for (const auto &row : s_products)
+    for (const auto &row : s_products) {
         keys.append(QString::fromStdString(row.first));
+    }
     QCOMPARE(keys, (QStringList{"legacy", "sorn3", "velk3", "velk3_4k"}));
 }
 

@@ -1,9 +1,12 @@
+#include "libziptexts.h"
 #include "updaterun.h"
 
 #include "updatetask.h"
 
 #include <QSemaphore>
 #include <QtTest>
+
+#include <zip.h>
 
 // The regular update: what reaches the device, in which order, and what the user is told.
 class TestUpdate : public QObject
@@ -19,6 +22,10 @@ private slots:
     void progressFollowsTheBytes_data();
     void progressFollowsTheBytes();
     void logLinesOfAWholeUpdate();
+
+    void aRefusedPackageTouchesNoDevice_data();
+    void aRefusedPackageTouchesNoDevice();
+    void anotherProductsEdidIsNotWritten();
 
     void everyFailingRequestEndsTheUpdateWithItsOwnText_data();
     void everyFailingRequestEndsTheUpdateWithItsOwnText();
@@ -37,19 +44,29 @@ private slots:
     void anUnknownModeTouchesNothing_data();
     void anUnknownModeTouchesNothing();
     void aDeviceThatIsGoneIsReported();
-    void aFailedClaimIsReportedAndLeavesTheHandleOpen();
+    void aFailedClaimIsReportedAndItsHandleClosedWithTheTask();
+    void theRecordsDeviceIsLetGoWithTheUpdate_data();
+    void theRecordsDeviceIsLetGoWithTheUpdate();
     void theInterfaceOfTheRecordIsUsed();
     void aKernelDriverIsDetached();
 
     void updatesForgetEachOther();
+    void destroyingTheTaskWaitsForTheUpdate_data();
     void destroyingTheTaskWaitsForTheUpdate();
+    void destroyingAnIdleTaskSaysNothing();
+    void theDeviceIsGivenBackBeforeTheEndIsTold_data();
+    void theDeviceIsGivenBackBeforeTheEndIsTold();
 };
 
+namespace {
+
 // The signals that end an update with an error.
-static QStringList ending(const QString &text)
+QStringList ending(const QString &text)
 {
     return {"error " + text, "complete"};
 }
+
+} // namespace
 
 void TestUpdate::theCheckValueOfTheChecksumIsRight()
 {
@@ -76,8 +93,9 @@ void TestUpdate::anUpdateReachesTheDeviceAsPublished()
     images.fx3 = patternBytes(10000, 2);
     images.fpga = patternBytes(9000, 3);
     const QByteArray edid = edidBlocks(2);
-    if (images.edid)
+    if (images.edid) {
         images.edid = edidText(edid);
+    }
 
     UpdateRun run;
     const auto *device = run.bus.plug("a", 0xE5C1, static_cast<quint16>(productId));
@@ -171,8 +189,9 @@ void TestUpdate::progressFollowsTheBytes()
     Images images = smallImages(product);
     images.fx3 = patternBytes(10000);
     images.fpga = patternBytes(5000);
-    if (edidOnly)
+    if (edidOnly) {
         images = Images{{}, {}, {}, images.edid};
+    }
     UpdateRun run;
     const auto *device = run.bus.plug("a", 0xE5C1, static_cast<quint16>(productId));
     QCOMPARE(run.run(recordOf(device), packageEntries(product, images)),
@@ -205,6 +224,57 @@ void TestUpdate::logLinesOfAWholeUpdate()
     QVERIFY(QString::fromStdString(run.standardLog.flushedText()).endsWith("FPGA size: 4097\n"));
     QCOMPARE(run.standardLog.text(), run.standardLog.flushedText());
     QCOMPARE(run.standardError.text(), std::string());
+}
+
+void TestUpdate::aRefusedPackageTouchesNoDevice_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QStringList>("expected");
+    const QStringList opened = progressLines({1});
+    const auto with = [](const char *info, const char *missing) {
+        auto entries = packageEntries("velk3", smallImages("velk3"));
+        entries[0].data = info;
+        for (PackageEntry &entry : entries) {
+            if (entry.name == missing) {
+                entry.name = "other";
+            }
+        }
+        return zipArchive(entries);
+    };
+    QTest::newRow("no archive") << QByteArray("text")
+                                << ending("Cannot open firmware package: " +
+                                          libzipText(ZIP_ER_NOZIP));
+    QTest::newRow("unsupported product")
+        << with("other\n", "") << opened + ending("Unsupported product: 'other'");
+    QTest::newRow("incomplete") << with("velk3\n", "velk3.img")
+                                << opened + ending("Invalid firmware package. File(s) not found: "
+                                                   "velk3.img");
+    QTest::newRow("for another device")
+        << zipArchive(packageEntries("sorn3", smallImages("sorn3")))
+        << opened + ending("Selected device and firmware incompatible");
+}
+
+void TestUpdate::aRefusedPackageTouchesNoDevice()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QStringList, expected);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const QString path = run.directory.filePath("file.fw");
+    writeFile(path, file);
+    QCOMPARE(run.run(recordOf(device), path), expected);
+    QCOMPARE(run.bus.handleCalls(), QStringList());
+}
+
+void TestUpdate::anotherProductsEdidIsNotWritten()
+{
+    auto package = packageEntries("sorn3", smallImages("sorn3"));
+    package.push_back({"edid_velk3_uvc.edid", edidText(edidBlocks(1))});
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    QVERIFY(run.run(recordOf(device), package).contains("progress 100"));
+    QVERIFY(run.debugLines().contains("Update steps: 2"));
+    QVERIFY(run.bus.describedTransfers().filter("40 cf").isEmpty());
 }
 
 void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText_data()
@@ -287,8 +357,9 @@ void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText()
     QCOMPARE(calls.mid(calls.size() - 3), givingBack("a"));
     QVERIFY(calls.at(calls.size() - 4).startsWith("control_transfer"));
     QCOMPARE(run.bus.opens(), run.bus.closes());
-    if (failing == 4 || failing == 12)
+    if (failing == 4 || failing == 12) {
         QCOMPARE(run.debugLines().last(), QStringLiteral("Flashing complete."));
+    }
 }
 
 void TestUpdate::aMessageWithoutLibusbTextIsStillAMessage_data()
@@ -328,8 +399,9 @@ void TestUpdate::aRefusedChecksumAndAFailedPollAreBothReported()
     UpdateRun run;
     run.bus.failTransfer(11, LIBUSB_ERROR_NO_DEVICE);
     run.bus.onTransfer([](const ScriptedTransfer &transfer) -> std::optional<int> {
-        if (transfer.number == 10)
+        if (transfer.number == 10) {
             return LIBUSB_ERROR_PIPE;
+        }
         return {};
     });
     const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
@@ -359,19 +431,18 @@ void TestUpdate::anyFailingCallGivesTheDeviceBack()
         const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
         const QStringList events =
             run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
-        // Only a failed claim leaves its handle open.
-        if (run.bus.failedCall().startsWith("claim_interface"))
-            run.bus.expectOpenHandles(1);
         [&] { QCOMPARE(events.count("complete"), 1); }();
         [&] { QCOMPARE(events.last(), QStringLiteral("complete")); }();
-        if (run.bus.failedCall().startsWith("control_transfer"))
+        if (run.bus.failedCall().startsWith("control_transfer")) {
             [&] { QCOMPARE(events.filter("error ").size(), 1); }();
+        }
         return run.bus.fallibleCalls();
     };
     const int calls = attempt(-1);
     QVERIFY(calls > 20);
-    for (int failing = 0; failing < calls; ++failing)
+    for (int failing = 0; failing < calls; ++failing) {
         QVERIFY(attempt(failing) > failing);
+    }
 }
 
 void TestUpdate::statusIsPolledUntilTheDeviceIsReady_data()
@@ -403,11 +474,13 @@ void TestUpdate::aStatusWithoutBytesCountsAsBusy()
     UpdateRun run;
     std::vector<int> found; // in the byte before each poll
     run.bus.onTransfer([&](const ScriptedTransfer &transfer) -> std::optional<int> {
-        if (transfer.request != 0xC8)
+        if (transfer.request != 0xC8) {
             return {};
+        }
         found.push_back(*transfer.buffer);
-        if (found.size() <= 2)
+        if (found.size() <= 2) {
             return 0; // nothing written
+        }
         return {};
     });
     const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
@@ -455,7 +528,7 @@ void TestUpdate::aDeviceThatIsGoneIsReported()
     QVERIFY(run.bus.handleCalls().isEmpty());
 }
 
-void TestUpdate::aFailedClaimIsReportedAndLeavesTheHandleOpen()
+void TestUpdate::aFailedClaimIsReportedAndItsHandleClosedWithTheTask()
 {
     UpdateRun run;
     auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
@@ -464,8 +537,7 @@ void TestUpdate::aFailedClaimIsReportedAndLeavesTheHandleOpen()
              (QStringList{"progress 1", "progress 2",
                           "error Cannot Access Device. Administrative privilegies may be required",
                           "complete"}));
-    QCOMPARE(run.bus.handleCalls(), opening("a"));
-    run.bus.expectOpenHandles(1);
+    QCOMPARE(run.bus.handleCalls(), opening("a") + QStringList("close a"));
 }
 
 void TestUpdate::theInterfaceOfTheRecordIsUsed()
@@ -518,17 +590,32 @@ void TestUpdate::updatesForgetEachOther()
     QCOMPARE(int(run.bus.transfers().size()), 16 + 3 + 13);
 }
 
+void TestUpdate::destroyingTheTaskWaitsForTheUpdate_data()
+{
+    QTest::addColumn<int>("firstResult"); // of the first request
+    QTest::addColumn<int>("requests");
+    QTest::addColumn<QString>("end");
+    QTest::newRow("which succeeds") << 0 << 16 << "Update ended\n";
+    QTest::newRow("which fails") << int(LIBUSB_ERROR_PIPE) << 1
+                                 << "Update failed: Error: failed to start microcode reflashing: "
+                                    "Pipe error\n";
+}
+
 void TestUpdate::destroyingTheTaskWaitsForTheUpdate()
 {
+    QFETCH(int, firstResult);
+    QFETCH(int, requests);
+    QFETCH(QString, end);
     UpdateRun run;
     QSemaphore reached;
     QSemaphore goOn;
     run.bus.onTransfer([&](const ScriptedTransfer &transfer) -> std::optional<int> {
-        if (transfer.number == 0) {
-            reached.release();
-            goOn.acquire();
+        if (transfer.number > 1) {
+            return {};
         }
-        return {};
+        reached.release();
+        goOn.acquire();
+        return transfer.number == 0 ? int(LIBUSB_ERROR_PIPE) : firstResult;
     });
     const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
     const QString path = run.directory.filePath("package.fw");
@@ -536,19 +623,118 @@ void TestUpdate::destroyingTheTaskWaitsForTheUpdate()
     auto task = std::make_unique<UpdateTask>();
     emit task->start(recordOf(device), path);
     QVERIFY(reached.tryAcquire(1, 60000));
-    QCOMPARE(int(run.bus.transfers().size()), 1);
+    // Two more wait while this one, which fails, is under way, so that the thread takes them from
+    // its queue together. The second has not begun when the task is destroyed, so it never does.
+    emit task->start(recordOf(device), path);
+    emit task->start(recordOf(device), path);
+    goOn.release();
+    QVERIFY(reached.tryAcquire(1, 60000));
+    QCOMPARE(int(run.bus.transfers().size()), 2);
+    run.standardLog.clear();
 
-    // The device goes on answering only once the destruction is under way.
-    QTimer::singleShot(0, this, [&] { task.reset(); });
+    // The device answers only once the task has said that it waits.
+    const std::string waiting = "Update under way, waiting for its end\n";
     std::unique_ptr<QThread> releaser(QThread::create([&] {
-        QThread::msleep(50);
+        for (int i = 0; i < 6000 && run.standardLog.flushedText() != waiting; ++i) {
+            QThread::msleep(10);
+        }
         goOn.release();
     }));
     releaser->start();
-    QTRY_VERIFY_WITH_TIMEOUT(task == nullptr, 60000);
+    task.reset();
     QVERIFY(releaser->wait(60000));
-    QCOMPARE(int(run.bus.transfers().size()), 16);
+    QCOMPARE(int(run.bus.transfers().size()), 1 + requests);
+    QCOMPARE(run.bus.opens(), 2);
     QCOMPARE(run.bus.handleCalls().last(), QStringLiteral("close a"));
+    const QStringList lines = QString::fromStdString(run.standardLog.flushedText()).split('\n');
+    QCOMPARE(lines.first() + '\n', QString::fromStdString(waiting));
+    QVERIFY(QString::fromStdString(run.standardLog.flushedText()).endsWith('\n' + end));
+    QCOMPARE(lines.filter("Update ").size(), 2);
+}
+
+void TestUpdate::destroyingAnIdleTaskSaysNothing()
+{
+    UpdateRun run;
+    run.bus.answer(0xC5, {LIBUSB_ERROR_IO});
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
+    const UpdateTask neverUsed;
+    QVERIFY(!QString::fromStdString(run.standardLog.text()).contains("Update "));
+}
+
+void TestUpdate::theDeviceIsGivenBackBeforeTheEndIsTold_data()
+{
+    QTest::addColumn<int>("firstResult"); // of the first request
+    QTest::addColumn<QStringList>("end");
+    QTest::newRow("of an update which succeeds") << 0 << QStringList{"100", "complete"};
+    QTest::newRow("of an update which fails") << int(LIBUSB_ERROR_PIPE) << QStringList{"complete"};
+}
+
+// Whoever hears that an update is complete may open the device at once.
+void TestUpdate::theDeviceIsGivenBackBeforeTheEndIsTold()
+{
+    QFETCH(int, firstResult);
+    QFETCH(QStringList, end);
+    UpdateRun run;
+    run.bus.answer(0xC5, {firstResult});
+    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const QString path = run.directory.filePath("package.fw");
+    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    UpdateTask task;
+    QStringList told;
+    connect(&task, &UpdateTask::progress, this, [&](int percent) {
+        if (percent == 100) {
+            told.append("100");
+        }
+    });
+    connect(&task, &UpdateTask::complete, this, [&] { told.append("complete"); });
+    // Signals are delivered in order: what was emitted before the device is closed arrives before
+    // this.
+    QStringList toldBefore{"never asked"};
+    run.bus.onCall([&](const QString &call) {
+        if (call != "close a") {
+            return;
+        }
+        QSemaphore asked;
+        QMetaObject::invokeMethod(this, [&] {
+            toldBefore = told;
+            asked.release();
+        });
+        asked.tryAcquire(1, 60000);
+    });
+    emit task.start(recordOf(device), path);
+    QTRY_COMPARE_WITH_TIMEOUT(told, end, 60000);
+    QCOMPARE(toldBefore, QStringList());
+}
+
+void TestUpdate::theRecordsDeviceIsLetGoWithTheUpdate_data()
+{
+    QTest::addColumn<int>("openResult");
+    QTest::newRow("after an update") << 0;
+    QTest::newRow("not opened") << int(LIBUSB_ERROR_ACCESS);
+}
+
+// A record may hold its device; the task that lives on does not.
+void TestUpdate::theRecordsDeviceIsLetGoWithTheUpdate()
+{
+    QFETCH(int, openResult);
+    UpdateRun run;
+    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    device->openResult = openResult;
+    const QString path = run.directory.filePath("package.fw");
+    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    UpdateTask task;
+    QSignalSpy completed(&task, &UpdateTask::complete);
+    {
+        DeviceDescription record = recordOf(device);
+        record.device = libusb_ref_device(device);
+        emit task.start(record, path);
+    }
+    // When the second has ended, the worker has done with what the first was asked with.
+    emit task.start(recordOf(device), run.directory.filePath("no such file"));
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 2, 60000);
+    QCOMPARE(run.bus.transfers().empty(), openResult != 0);
+    QCOMPARE(device->references, 0);
 }
 
 QTEST_GUILESS_MAIN(TestUpdate)

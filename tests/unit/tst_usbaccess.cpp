@@ -4,6 +4,7 @@
 #include "devicedescription.h"
 #include "usbaccess.h"
 
+#include <QThread>
 #include <QtTest>
 
 #include <iostream>
@@ -48,6 +49,9 @@ private slots:
 
     void aFailedClaimLeavesTheHandleOpen_data();
     void aFailedClaimLeavesTheHandleOpen();
+    void theNextOpeningClosesItFirst();
+    void whatAFailedClaimLeftIsClosedOnce();
+    void aFailedClaimIsTheBusinessOfItsThread();
     void failingDetachIsNotLookedAt();
 
     void givingBackAttachesThenReleasesThenCloses();
@@ -69,8 +73,10 @@ private:
     std::unique_ptr<CapturedStream> standardError;
 };
 
+namespace {
+
 // A record that describes the device where it stands now.
-static DeviceDescription recordOf(const libusb_device *device)
+DeviceDescription recordOf(const libusb_device *device)
 {
     DeviceDescription record{};
     record.vendorId = device->vendorId;
@@ -80,6 +86,8 @@ static DeviceDescription recordOf(const libusb_device *device)
     record.portNumber = device->port;
     return record;
 }
+
+} // namespace
 
 void TestUsbAccess::init()
 {
@@ -374,9 +382,11 @@ void TestUsbAccess::aWildcardAddressFindsTheDeviceAnywhere_data()
 {
     QTest::addColumn<int>("wildcard");
     QTest::addColumn<int>("address");
-    for (const int wildcard : {0x8000, 0xFFFF})
-        for (const int address : {1, 99, 255})
+    for (const int wildcard : {0x8000, 0xFFFF}) {
+        for (const int address : {1, 99, 255}) {
             QTest::addRow("%x finds %d", wildcard, address) << wildcard << address;
+        }
+    }
 }
 
 void TestUsbAccess::aWildcardAddressFindsTheDeviceAnywhere()
@@ -536,7 +546,61 @@ void TestUsbAccess::aFailedClaimLeavesTheHandleOpen()
     QCOMPARE(cerrText(), QStringLiteral("Error claim usb interface: %1\n").arg(code));
     QCOMPARE(bus.opens(), 1);
     QCOMPARE(bus.closes(), 0);
-    bus.expectOpenHandles(1);
+    usb::close_unclaimed_device();
+}
+
+void TestUsbAccess::theNextOpeningClosesItFirst()
+{
+    ScriptedUsb bus;
+    libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
+    device->claimResult = LIBUSB_ERROR_BUSY;
+    DeviceDescription record = recordOf(device);
+    QVERIFY(usb::init_device(record) == nullptr);
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        bus.clearLog();
+        QVERIFY(usb::init_device(record) == nullptr);
+        QCOMPARE(bus.calls().first(), QStringLiteral("close a"));
+        QCOMPARE(bus.openHandles(), 1);
+    }
+
+    // A record that still holds its device needs no list: the claim comes soon.
+    device->claimResult = 0;
+    record.device = libusb_ref_device(device);
+    bus.clearLog();
+    libusb_device_handle *handle = usb::init_device(record);
+    QVERIFY(handle != nullptr);
+    QCOMPARE(bus.handleCalls().mid(0, 2), (QStringList{"close a", "open a"}));
+    // What was claimed is its owner's.
+    usb::close_unclaimed_device();
+    QCOMPARE(bus.openHandles(), 1);
+    usb::deinit_device(handle, record);
+}
+
+void TestUsbAccess::whatAFailedClaimLeftIsClosedOnce()
+{
+    ScriptedUsb bus;
+    libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
+    device->claimResult = LIBUSB_ERROR_BUSY;
+    DeviceDescription record = recordOf(device);
+    QVERIFY(usb::init_device(record) == nullptr);
+    usb::close_unclaimed_device();
+    usb::close_unclaimed_device();
+    QCOMPARE(bus.callsOf("close"), QStringList{"close a"});
+}
+
+void TestUsbAccess::aFailedClaimIsTheBusinessOfItsThread()
+{
+    ScriptedUsb bus;
+    libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
+    device->claimResult = LIBUSB_ERROR_BUSY;
+    DeviceDescription record = recordOf(device);
+    QVERIFY(usb::init_device(record) == nullptr);
+    const std::unique_ptr<QThread> other(QThread::create([] { usb::close_unclaimed_device(); }));
+    other->start();
+    QVERIFY(other->wait(60000));
+    QCOMPARE(bus.closes(), 0);
+    usb::close_unclaimed_device();
+    QCOMPARE(bus.closes(), 1);
 }
 
 void TestUsbAccess::failingDetachIsNotLookedAt()

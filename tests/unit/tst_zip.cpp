@@ -1,3 +1,4 @@
+#include "libziptexts.h"
 #include "packagebuilder.h"
 #include "zipcalls.h"
 
@@ -20,6 +21,9 @@ private slots:
     void aClosedArchiveAnswersWithoutLibzip();
     void openingKeepsThePath();
     void openingTwiceIsRefusedAndClearsTheErrors();
+    void openingTwiceClearsTheSystemCodeToo();
+    void aFailedOpenKeepsTheErrno();
+    void aFileThatCannotBeOpenedIsReportedWithItsErrno();
     void closingForgetsThePathAndHappensOnce();
     void anArchiveCanBeOpenedAgainAfterClosing();
     void theDestructorClosesWhatIsOpen();
@@ -85,7 +89,7 @@ void TestZip::aNewArchiveIsClosed()
     QVERIFY(!zip.isOpened());
     QCOMPARE(zip.fileName(), std::string());
     QCOMPARE(zip.error(), 0);
-    QCOMPARE(zip.errorStr(), std::string("No error"));
+    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipText(ZIP_ER_OK));
 }
 
 void TestZip::aClosedArchiveAnswersWithoutLibzip()
@@ -120,16 +124,51 @@ void TestZip::openingKeepsThePath()
 void TestZip::openingTwiceIsRefusedAndClearsTheErrors()
 {
     const std::string file = archiveWith({{"a", s_text}});
+    zipcalls::leaveErrno(ENOTTY);
     Zip zip(file);
+    zip.errorStr();
+    QCOMPARE(zipcalls::log().last(), QStringLiteral("zip_error_to_str 0 %1").arg(ENOTTY));
     QVERIFY(!zip.stat("absent"));
     QCOMPARE(zip.error(), ZIP_ER_NOENT);
 
     QVERIFY(!zip.open(path("other").toStdString()));
     QCOMPARE(zip.error(), 0);
-    QCOMPARE(zip.errorStr(), std::string("No error"));
+    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipText(ZIP_ER_OK));
+    QCOMPARE(zipcalls::log().last(), QStringLiteral("zip_error_to_str 0 0"));
     QCOMPARE(zip.fileName(), file);
     QVERIFY(zip.stat("a").isValid());
     QCOMPARE(zipcalls::log().filter("zip_open").size(), 1);
+}
+
+void TestZip::openingTwiceClearsTheSystemCodeToo()
+{
+    zipcalls::leaveErrno(ENOTTY);
+    Zip zip(archiveWith({{"a", s_text}}));
+    QVERIFY(!zip.open("x"));
+    zip.errorStr();
+    QCOMPARE(zipcalls::log().last(), QStringLiteral("zip_error_to_str 0 0"));
+}
+
+void TestZip::aFailedOpenKeepsTheErrno()
+{
+    zipcalls::leaveErrno(ENOTTY);
+    const Zip zip(path("missing").toStdString());
+    zip.errorStr();
+    QCOMPARE(zipcalls::log().last(),
+             QStringLiteral("zip_error_to_str %1 %2").arg(ZIP_ER_NOENT).arg(ENOTTY));
+}
+
+void TestZip::aFileThatCannotBeOpenedIsReportedWithItsErrno()
+{
+    // Nobody can open this one; permissions would not stop root.
+    QVERIFY(QFile::link(path("loop.fw"), path("loop.fw")));
+    const LibzipRefusal refusal = libzipRefusal(path("loop.fw"));
+    QVERIFY(refusal.code != 0);
+    const Zip zip(path("loop.fw").toStdString());
+    QCOMPARE(zip.error(), refusal.code);
+    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipText(refusal.code, refusal.systemCode));
+    QCOMPARE(zipcalls::log().last(),
+             QStringLiteral("zip_error_to_str %1 %2").arg(refusal.code).arg(refusal.systemCode));
 }
 
 void TestZip::closingForgetsThePathAndHappensOnce()
@@ -150,6 +189,7 @@ void TestZip::anArchiveCanBeOpenedAgainAfterClosing()
     QCOMPARE(zip.error(), ZIP_ER_NOENT);
     QCOMPARE(zip.fileName(), std::string());
     QVERIFY(zip.open(file));
+    QCOMPARE(zip.error(), 0);
     QVERIFY(zip.close());
     QVERIFY(zip.open(file));
     QCOMPARE(zip.fileName(), file);
@@ -193,31 +233,29 @@ void TestZip::whatIsNoArchiveDoesNotOpen_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<int>("error");
-    QTest::addColumn<QString>("text");
 
     writeFile(path("empty"), {});
     writeFile(path("words"), s_text.repeated(20));
     QDir(directory.path()).mkdir("folder");
-    writeFile(path("locked.fw"), zipArchive({{"a", s_text}}));
 
-    QTest::newRow("missing file") << path("missing") << ZIP_ER_NOENT << "No such file";
-    QTest::newRow("file of 0 bytes") << path("empty") << ZIP_ER_NOZIP << "Not a zip archive";
-    QTest::newRow("text file") << path("words") << ZIP_ER_NOZIP << "Not a zip archive";
-    QTest::newRow("empty path") << QString() << ZIP_ER_NOENT << "No such file";
-    QTest::newRow("directory") << path("folder") << ZIP_ER_OPNOTSUPP << "Operation not supported";
+    QTest::newRow("missing file") << path("missing") << ZIP_ER_NOENT;
+    QTest::newRow("file of 0 bytes") << path("empty") << ZIP_ER_NOZIP;
+    QTest::newRow("text file") << path("words") << ZIP_ER_NOZIP;
+    QTest::newRow("empty path") << QString() << ZIP_ER_NOENT;
+    QTest::newRow("directory") << path("folder") << libzipRefusal(path("folder")).code;
 }
 
 void TestZip::whatIsNoArchiveDoesNotOpen()
 {
     QFETCH(QString, file);
     QFETCH(int, error);
-    QFETCH(QString, text);
 
+    QVERIFY(error != 0);
     const Zip zip(file.toStdString());
     QVERIFY(!zip);
     QCOMPARE(zip.fileName(), std::string());
     QCOMPARE(zip.error(), error);
-    QCOMPARE(QString::fromStdString(zip.errorStr()), text);
+    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipTextOfOpening(file));
 }
 
 void TestZip::anArchiveWithoutEntriesOpensAndCountsZero()
@@ -286,7 +324,7 @@ void TestZip::anAbsentNameIsInvalidAndLeavesNoSuchFile()
     QCOMPARE(stat.name(), std::string());
     QCOMPARE(stat.size(), static_cast<decltype(stat.size())>(0));
     QCOMPARE(zip.error(), ZIP_ER_NOENT);
-    QCOMPARE(zip.errorStr(), std::string("No such file"));
+    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipText(ZIP_ER_NOENT));
 
     QVERIFY(!zip.fopen(name.toStdString()));
     QCOMPARE(zip.error(), ZIP_ER_NOENT);
@@ -335,10 +373,12 @@ void TestZip::entriesAreReadBack_data()
 {
     QTest::addColumn<int>("size");
     QTest::addColumn<bool>("deflated");
-    for (const int size : {0, 1, 4, 4095, 4096, 4097, 10000})
-        for (const bool deflated : {false, true})
+    for (const int size : {0, 1, 4, 4095, 4096, 4097, 10000}) {
+        for (const bool deflated : {false, true}) {
             QTest::addRow("%d bytes, %s", size, deflated ? "deflated" : "stored")
                 << size << deflated;
+        }
+    }
 }
 
 void TestZip::entriesAreReadBack()
@@ -364,8 +404,9 @@ void TestZip::readingInPiecesGivesTheSameBytes()
     QByteArray read;
     char piece[7];
     for (int count = entry.read(piece, sizeof piece); count > 0;
-         count = entry.read(piece, sizeof piece))
+         count = entry.read(piece, sizeof piece)) {
         read.append(piece, count);
+    }
     QCOMPARE(read, data);
 }
 
@@ -392,7 +433,7 @@ void TestZip::anEncryptedEntryDoesNotOpen()
     QVERIFY(!entry);
     QCOMPARE(entry.error(), 0); // the archive holds the reason, the entry starts clean
     QCOMPARE(zip.error(), ZIP_ER_NOPASSWD);
-    QCOMPARE(zip.errorStr(), std::string("No password provided"));
+    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipText(ZIP_ER_NOPASSWD));
 }
 
 void TestZip::aDamagedEntryFailsToRead_data()
@@ -416,8 +457,9 @@ void TestZip::aDamagedEntryFailsToRead()
     data[500] = 0x11;
     PackageEntry entry{"a", data, deflated};
     entry.damagedBytes = damage;
-    if (wrongChecksum)
+    if (wrongChecksum) {
         entry.statedCrc = 0x12345678;
+    }
     Zip zip(archiveWith({entry}));
 
     ZipFile file = zip.fopen("a");
@@ -425,15 +467,16 @@ void TestZip::aDamagedEntryFailsToRead()
     char piece[100];
     int result = 1;
     int pieces = 0;
-    while (result > 0 && pieces++ < 100)
+    while (result > 0 && pieces++ < 100) {
         result = file.read(piece, sizeof piece);
+    }
     QCOMPARE(result, -1);
     QVERIFY(file.error() != 0);
-    QVERIFY(QString::fromStdString(file.errorStr()) != QLatin1String("No error"));
+    QVERIFY(QString::fromStdString(file.errorStr()) != libzipText(ZIP_ER_OK));
     QCOMPARE(zip.error(), 0); // reading is the entry's business
     if (wrongChecksum) {
         QCOMPARE(file.error(), ZIP_ER_CRC);
-        QCOMPARE(file.errorStr(), std::string("CRC error"));
+        QCOMPARE(QString::fromStdString(file.errorStr()), libzipText(ZIP_ER_CRC));
     }
 }
 
@@ -459,9 +502,10 @@ void TestZip::readOfAnEntryThatDidNotOpenIsAnInvalidArgument()
     QCOMPARE(entry.read(&byte, 1), -1);
     QCOMPARE(byte, 'x');
     QCOMPARE(entry.error(), 18);
-    // The code is one of libzip's own, so the system code that goes with it does not show.
-    QCOMPARE(entry.errorStr(), std::string("Invalid argument"));
     QVERIFY(zipcalls::log().filter("zip_fread").isEmpty());
+    // The code is one of libzip's own, so the system code that goes with it does not show.
+    QCOMPARE(QString::fromStdString(entry.errorStr()), libzipText(ZIP_ER_INVAL));
+    QCOMPARE(zipcalls::log().last(), QStringLiteral("zip_error_to_str 18 2"));
 }
 
 void TestZip::anOpenedEntryStartsWithoutErrors()
@@ -471,7 +515,7 @@ void TestZip::anOpenedEntryStartsWithoutErrors()
     ZipFile entry = zip.fopen("a");
     QVERIFY(bool(entry));
     QCOMPARE(entry.error(), 0);
-    QCOMPARE(entry.errorStr(), std::string("No error"));
+    QCOMPARE(QString::fromStdString(entry.errorStr()), libzipText(ZIP_ER_OK));
 }
 
 void TestZip::aMovedEntryIsClosedOnce()
@@ -492,11 +536,12 @@ void TestZip::statsListsAllEntriesInOrder()
     const std::vector<ZipStat> stats = zip.stats();
     QCOMPARE(stats.size(), std::size_t(3));
     QStringList lines;
-    for (const ZipStat &stat : stats)
+    for (const ZipStat &stat : stats) {
         lines.append(QStringLiteral("%1 %2 %3")
                          .arg(QString::fromStdString(stat.name()))
                          .arg(stat.index())
                          .arg(stat.size()));
+    }
     QCOMPARE(lines, (QStringList{"c 0 1", "a 1 2", "b 2 3"}));
 }
 
@@ -523,8 +568,9 @@ void TestZip::statsIsEmptyWhenAnEntryHasNoValidField()
 {
     Zip zip(archiveWith({{"c", "1"}, {"a", "22"}, {"b", "333"}}));
     zipcalls::changeStat([](zip_stat_t &stat) {
-        if (stat.index == 1)
+        if (stat.index == 1) {
             stat.valid = ~zip_uint64_t(0x27);
+        }
     });
     QVERIFY(zip.stats().empty());
 }

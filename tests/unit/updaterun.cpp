@@ -1,34 +1,15 @@
 #include "updaterun.h"
 
+#include "libziptexts.h"
 #include "updatetask.h"
 
 #include <QSignalSpy>
 
+#include <zip.h>
+
 #include <iostream>
-#include <map>
 
 namespace {
-
-struct EntryNames
-{
-    const char *fpga;
-    const char *fx3;
-    const char *sandbox;
-    const char *edid;
-};
-
-const EntryNames &namesOf(const QByteArray &product)
-{
-    static const std::map<QByteArray, EntryNames> names{
-        {"legacy",
-         {"velk3.bin", "QuorlinDriverlessGrabber.img", "usb-sandbox.img", "edid_velk3_uvc.edid"}},
-        {"velk3", {"velk3.bin", "velk3.img", "velk3-sandbox.img", "edid_velk3_uvc.edid"}},
-        {"sorn3", {"sorn3.bin", "sorn3.img", "sorn3-sandbox.img", nullptr}},
-        {"velk3_4k",
-         {"velk3_4k.bin", "velk3_4k.img", "velk3_4k-sandbox.img", "edid_velk3_4k_uvc.edid"}},
-    };
-    return names.at(product);
-}
 
 void addBlocks(std::vector<ScriptedTransfer> &transfers, const QByteArray &image, quint8 write,
                quint8 status)
@@ -40,35 +21,6 @@ void addBlocks(std::vector<ScriptedTransfer> &transfers, const QByteArray &image
 }
 
 } // namespace
-
-std::vector<PackageEntry> packageEntries(const QByteArray &product, const Images &images)
-{
-    const EntryNames &names = namesOf(product);
-    std::vector<PackageEntry> entries;
-    if (product != "legacy")
-        entries.push_back({"product.info", product + "\n"});
-    // Deflated, as packages are made.
-    const auto add = [&](const char *name, const std::optional<QByteArray> &image) {
-        if (image)
-            entries.push_back({name, *image, true});
-    };
-    add(names.fpga, images.fpga);
-    add(names.fx3, images.fx3);
-    add(names.sandbox, images.sandbox);
-    add(names.edid, images.edid);
-    return entries;
-}
-
-Images smallImages(const QByteArray &product)
-{
-    Images images;
-    images.fpga = QByteArray("bitstrm!");
-    images.fx3 = QByteArray("microcod");
-    images.sandbox = bootImage({{0x40003000, "sandbox!"}}, 0x40003000);
-    if (namesOf(product).edid != nullptr)
-        images.edid = edidText(edidBlocks(1));
-    return images;
-}
 
 UpdateRun::UpdateRun() : standardLog(std::clog), standardError(std::cerr)
 {
@@ -96,18 +48,21 @@ QStringList UpdateRun::run(const DeviceDescription &description, const QString &
     QSignalSpy completed(&task, &UpdateTask::complete);
 
     emit task.start(description, packagePath);
-    if (!completed.wait(100000))
+    if (!completed.wait(100000)) {
         return {QStringLiteral("the update did not end")};
+    }
     lines = debug.lines();
 
     const int before = completed.count();
     emit task.start(description, directory.filePath(QStringLiteral("no such file")));
-    if (before != 1 || !completed.wait(100000))
+    if (before != 1 || !completed.wait(100000)) {
         return {QStringLiteral("complete came %1 times").arg(completed.count())};
-    const QStringList sentinel{QStringLiteral("error Cannot open firmware package: No such file"),
+    }
+    const QStringList sentinel{"error Cannot open firmware package: " + libzipText(ZIP_ER_NOENT),
                                QStringLiteral("complete")};
-    if (events.mid(events.size() - 2) != sentinel)
+    if (events.mid(events.size() - 2) != sentinel) {
         return {QStringLiteral("signals came late: ") + events.join(QStringLiteral(", "))};
+    }
     return events.mid(0, events.size() - 2);
 }
 
@@ -162,8 +117,9 @@ quint32 slowCrc32(const QByteArray &bytes)
     quint32 crc = 0xFFFFFFFF;
     for (const char byte : bytes) {
         crc ^= static_cast<quint8>(byte);
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             crc = (crc >> 1) ^ ((crc & 1) != 0 ? 0xEDB88320 : 0);
+        }
     }
     return ~crc;
 }
@@ -171,8 +127,9 @@ quint32 slowCrc32(const QByteArray &bytes)
 QStringList transferLines(const char *device, const std::vector<ScriptedTransfer> &transfers)
 {
     QStringList lines;
-    for (const QString &line : describe(transfers))
+    for (const QString &line : describe(transfers)) {
         lines.append(QStringLiteral("control_transfer %1 %2").arg(QLatin1String(device), line));
+    }
     return lines;
 }
 
@@ -193,7 +150,8 @@ QStringList givingBack(const char *device)
 QStringList progressLines(std::initializer_list<int> values)
 {
     QStringList lines;
-    for (const int value : values)
+    for (const int value : values) {
         lines.append(QStringLiteral("progress %1").arg(value));
+    }
     return lines;
 }

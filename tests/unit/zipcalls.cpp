@@ -1,5 +1,6 @@
 #include "zipcalls.h"
 
+#include <cerrno>
 #include <optional>
 
 namespace {
@@ -7,6 +8,7 @@ namespace {
 QStringList s_log;
 std::optional<quint64> s_failingStat;
 std::function<void(zip_stat_t &)> s_change;
+std::optional<int> s_errnoOfOpen;
 bool s_countFails = false;
 bool s_closeFails = false;
 
@@ -17,6 +19,7 @@ void zipcalls::reset()
     s_log.clear();
     s_failingStat.reset();
     s_change = nullptr;
+    s_errnoOfOpen.reset();
     s_countFails = false;
     s_closeFails = false;
 }
@@ -34,6 +37,11 @@ void zipcalls::failStat(quint64 index)
 void zipcalls::changeStat(std::function<void(zip_stat_t &)> change)
 {
     s_change = std::move(change);
+}
+
+void zipcalls::leaveErrno(int value)
+{
+    s_errnoOfOpen = value;
 }
 
 void zipcalls::failCount()
@@ -59,11 +67,16 @@ zip_file_t *__real_zip_fopen(zip_t *archive, const char *name, zip_flags_t flags
 zip_file_t *__real_zip_fopen_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags);
 zip_int64_t __real_zip_fread(zip_file_t *file, void *buffer, zip_uint64_t length);
 int __real_zip_fclose(zip_file_t *file);
+int __real_zip_error_to_str(char *text, zip_uint64_t size, int error, int systemError);
 
 zip_t *__wrap_zip_open(const char *path, int flags, int *error)
 {
     s_log.append(QStringLiteral("zip_open flags %1").arg(flags));
-    return __real_zip_open(path, flags, error);
+    zip_t *archive = __real_zip_open(path, flags, error);
+    if (s_errnoOfOpen) {
+        errno = *s_errnoOfOpen;
+    }
+    return archive;
 }
 
 int __wrap_zip_close(zip_t *archive)
@@ -88,8 +101,9 @@ int __wrap_zip_stat(zip_t *archive, const char *name, zip_flags_t flags, zip_sta
 {
     s_log.append(QStringLiteral("zip_stat ") + QString::fromUtf8(name));
     const int result = __real_zip_stat(archive, name, flags, stat);
-    if (result == 0 && s_change)
+    if (result == 0 && s_change) {
         s_change(*stat);
+    }
     return result;
 }
 
@@ -100,8 +114,9 @@ int __wrap_zip_stat_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags,
     const bool fails = s_failingStat && *s_failingStat == index;
     const int result =
         __real_zip_stat_index(archive, fails ? ~zip_uint64_t(0) : index, flags, stat);
-    if (result == 0 && s_change)
+    if (result == 0 && s_change) {
         s_change(*stat);
+    }
     return result;
 }
 
@@ -127,6 +142,12 @@ int __wrap_zip_fclose(zip_file_t *file)
 {
     s_log.append(QStringLiteral("zip_fclose"));
     return __real_zip_fclose(file);
+}
+
+int __wrap_zip_error_to_str(char *text, zip_uint64_t size, int error, int systemError)
+{
+    s_log.append(QStringLiteral("zip_error_to_str %1 %2").arg(error).arg(systemError));
+    return __real_zip_error_to_str(text, size, error, systemError);
 }
 
 } // extern "C"

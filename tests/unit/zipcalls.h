@@ -16,6 +16,8 @@ QStringList log();
 void failStat(quint64 index);
 // Each successful stat passes through this.
 void changeStat(std::function<void(zip_stat_t &)> change);
+// zip_open leaves this errno, whether it opens the archive or not.
+void leaveErrno(int value);
 // zip_get_num_entries gives -1.
 void failCount();
 // zip_close gives -1 and leaves the archive open, which is how it fails.

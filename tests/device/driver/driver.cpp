@@ -1,6 +1,6 @@
 #include "driver.h"
 
-#include "controlclient.h"
+#include "simcontrol.h"
 
 #include <QTimer>
 
@@ -9,7 +9,7 @@
 namespace {
 
 // How long to listen on after an operation has completed, for a signal that should not come.
-constexpr int StrayMs = 30;
+constexpr int s_strayMs = 30;
 
 QJsonObject toJson(const DeviceDescription &device)
 {
@@ -254,6 +254,6 @@ void Driver::awaitCompletion()
 {
     loop.exec();
     asking = nullptr;
-    QTimer::singleShot(StrayMs, &loop, &QEventLoop::quit);
+    QTimer::singleShot(s_strayMs, &loop, &QEventLoop::quit);
     loop.exec();
 }

@@ -16,35 +16,15 @@
 //
 // DEVICE is a serial number or #0, #1, ... in the order of the last scan.
 
-#include "devicedescription.h"
 #include "driver.h"
-#include "qtcompat.h"
-#include "usbaccess.h"
+#include "usbprogram.h"
 
 #include <QCoreApplication>
 
-#include <libusb.h>
-
-namespace {
-
-int runDriver(int argc, char **argv)
-{
-    QCoreApplication application(argc, argv);
-    qRegisterMetaType<DeviceDescription>("DeviceDescription");
-    qtcompat::register_alias<unsigned char>("uint8_t");
-    Driver driver;
-    return driver.run(QCoreApplication::arguments().mid(1));
-}
-
-} // namespace
-
 int main(int argc, char **argv)
 {
-    const bool ready = libusb_init(nullptr) >= 0;
-    usb::set_context_ready(ready);
-    const int result = runDriver(argc, argv);
-    if (ready) {
-        libusb_exit(nullptr);
-    }
-    return result;
+    return runUsbProgram<QCoreApplication>(argc, argv, [] {
+        Driver driver;
+        return driver.run(QCoreApplication::arguments().mid(1));
+    });
 }

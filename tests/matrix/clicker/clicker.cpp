@@ -2,6 +2,7 @@
 
 #include "configdevicetask.h"
 #include "devicescanner.h"
+#include "simulation.h"
 #include "updatetask.h"
 
 #include <QApplication>
@@ -30,10 +31,10 @@ QJsonArray toJson(const QStringList &texts)
 
 int filesOpenNow()
 {
+    const SimTranscript transcript = simulation::transcript();
     int count = 0;
-    for (const QJsonObject &entry : simulation::transcript()) {
-        const QString event = entry["event"].toString();
-        count += event == "open" ? 1 : event == "close" ? -1 : 0;
+    for (const QString &device : transcript.devicesOpened()) {
+        count += transcript.count(device, "open") - transcript.count(device, "close");
     }
     return count;
 }
@@ -151,7 +152,7 @@ bool Clicker::runOperation(const QString &operation, QStringList &words)
         return awaitPoll();
     }
     if (operation == "apply-flags") {
-        return applyFlags(next());
+        return applyFlags(next().split(' '));
     }
     if (operation == "apply-modes") {
         return applyModes({next(), next(), next()});
@@ -202,13 +203,11 @@ bool Clicker::awaitPoll()
     return waitFor([this, before] { return pollsAnswered > before; });
 }
 
-// "1010": which of the four boxes are checked, from top to bottom.
-bool Clicker::applyFlags(const QString &boxes)
+// The boxes to check, in the words of flagboxes.h; the others are not checked then.
+bool Clicker::applyFlags(const QStringList &boxes)
 {
-    const char *names[] = {"reenumerateCheckBox", "keepAspectRatioCheckBox",
-                           "performanceModeCheckBox", "audioSelectorCheckBox"};
-    for (int i = 0; i < 4; ++i) {
-        user.find<QCheckBox>(names[i])->setChecked(boxes[i] == '1');
+    for (QCheckBox *box : user.find<QWidget>("tabSettings")->findChildren<QCheckBox *>()) {
+        box->setChecked(boxes.contains(box->objectName().remove("CheckBox")));
     }
     user.click("updateSettingsButton");
     return !user.isUnlocked() && waitFor([this] { return user.isUnlocked(); });

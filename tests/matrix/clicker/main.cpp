@@ -12,7 +12,7 @@
 //
 //   poll                          wait for the next answer to a status poll
 //
-//   apply-flags 1010              set the boxes of the Settings page and press Apply
+//   apply-flags "BOX BOX"         check these boxes of the Settings page only, and press Apply
 //
 //   apply-modes MODE MODE MODE    the same with the user modes: "1280x720 on"
 //
@@ -21,35 +21,14 @@
 // The dialog scans when it starts; that scan's rows are there before the first operation.
 
 #include "clicker.h"
-
-#include "devicedescription.h"
-#include "qtcompat.h"
-#include "usbaccess.h"
+#include "usbprogram.h"
 
 #include <QApplication>
 
-#include <libusb.h>
-
-namespace {
-
-int runClicker(int argc, char **argv)
-{
-    const QApplication application(argc, argv);
-    qRegisterMetaType<DeviceDescription>("DeviceDescription");
-    qtcompat::register_alias<unsigned char>("uint8_t");
-    Clicker clicker;
-    return clicker.run(QApplication::arguments().mid(1));
-}
-
-} // namespace
-
 int main(int argc, char **argv)
 {
-    const bool ready = libusb_init(nullptr) >= 0;
-    usb::set_context_ready(ready);
-    const int result = runClicker(argc, argv);
-    if (ready) {
-        libusb_exit(nullptr);
-    }
-    return result;
+    return runUsbProgram<QApplication>(argc, argv, [] {
+        Clicker clicker;
+        return clicker.run(QApplication::arguments().mid(1));
+    });
 }

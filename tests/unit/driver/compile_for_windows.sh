@@ -19,7 +19,7 @@ done
 rm -rf "$work"
 mkdir -p "$work"
 cat >"$work/main.cpp" <<'END'
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 static_assert(sizeof(void *) == 8, "the record sizes are those of 64-bit Windows");
 int main()
 {
@@ -29,7 +29,7 @@ END
 
 $compiler -std=c++17 -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Wconversion \
     -Wno-sign-conversion -Werror -I"$source" -static -o "$work/install.exe" \
-    "$work/main.cpp" "$source/driverinstaller_windows.cpp" "$source/wdiinstall.cpp"
+    "$work/main.cpp" "$source/platforminstaller_windows.cpp" "$source/winusbinstall.cpp"
 
 # The program must start where libwdi.dll is not, so it may need no library but Windows' own.
 needed=$($objdump -p "$work/install.exe" | sed -n 's/^\tDLL Name: //p')

@@ -55,8 +55,9 @@ char *copied(const char *text)
 
 const char *CAPSO_WDI_CALL strError(int result)
 {
-    if (!s_script.hasErrorTexts)
+    if (!s_script.hasErrorTexts) {
         return nullptr;
+    }
     switch (result) {
     case 0:
         return "Success";
@@ -85,8 +86,9 @@ int CAPSO_WDI_CALL createList(DeviceInfo **list, CreateListOptions *options)
         return -1;
     }
     const Listing listing = s_script.listings.takeFirst();
-    if (listing.result != 0)
+    if (listing.result != 0) {
         return listing.result;
+    }
 
     DeviceInfo **end = list;
     *end = nullptr;
@@ -114,8 +116,9 @@ int CAPSO_WDI_CALL destroyList(DeviceInfo *list)
     while (list != nullptr) {
         DeviceInfo *device = list;
         list = device->next;
-        for (char *text : {device->desc, device->driver, device->deviceId, device->hardwareId})
+        for (char *text : {device->desc, device->driver, device->deviceId, device->hardwareId}) {
             std::free(text);
+        }
         delete device;
     }
     return 0;
@@ -134,8 +137,9 @@ int CAPSO_WDI_CALL installDriver(DeviceInfo *device, const char *path, const cha
 {
     s_calls << "install_driver " + described(*device) + " path=" + quoted(path) +
                    " inf=" + quoted(infName) + " options=" + zeroOrNot(*options);
-    if (s_script.onInstall)
+    if (s_script.onInstall) {
         s_script.onInstall();
+    }
     if (s_script.installResults.isEmpty()) {
         s_calls << "install_driver WAS NOT IN THE SCRIPT";
         return -1;

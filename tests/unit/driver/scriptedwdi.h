@@ -1,7 +1,7 @@
 #ifndef SCRIPTEDWDI_H
 #define SCRIPTEDWDI_H
 
-#include "wdi.h"
+#include "wdifunctions.h"
 
 #include <QByteArray>
 #include <QList>

@@ -1,6 +1,6 @@
 #include "capturedoutput.h"
-#include "driverinstall.h"
-#include "driverinstaller.h"
+#include "driverdecision.h"
+#include "platforminstaller.h"
 
 #include <QtTest>
 

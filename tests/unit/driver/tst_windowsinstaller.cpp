@@ -1,5 +1,5 @@
 #include "capturedoutput.h"
-#include "driverinstaller.h"
+#include "platforminstaller.h"
 #include "scriptedwdi.h"
 
 #include <QtTest>
@@ -36,26 +36,34 @@ Outcome install()
     return {result, QByteArray::fromStdString(capture.finish())};
 }
 
-const QList<QByteArray> s_opening = {"SetDllDirectory ''", "LoadLibrary 'libwdi.dll'"};
+// Beside the program and nowhere else; what libwdi.dll needs in turn comes from its own folder
+// (0x100) or the system's (0x800).
+const QList<QByteArray> s_opening = {"LoadLibraryEx 'C:\\Capso Config\\libwdi.dll' 0x900"};
 
 } // namespace
 
-BOOL SetDllDirectoryW(const wchar_t *path)
+DWORD GetModuleFileNameW(HMODULE library, wchar_t *path, DWORD size)
 {
-    s_calls << "SetDllDirectory '" + QString::fromWCharArray(path).toUtf8() + "'";
-    return 1;
+    const std::wstring program = library ? L"C:\\other.dll" : L"C:\\Capso Config\\capso-config.exe";
+    if (size < program.size() + 1) {
+        return 0;
+    }
+    program.copy(path, program.size());
+    return static_cast<DWORD>(program.size());
 }
 
-HMODULE LoadLibraryW(const wchar_t *name)
+HMODULE LoadLibraryExW(const wchar_t *path, void *file, DWORD flags)
 {
-    s_calls << "LoadLibrary '" + QString::fromWCharArray(name).toUtf8() + "'";
+    s_calls << "LoadLibraryEx '" + QString::fromWCharArray(path).toUtf8() + "' 0x" +
+                   QByteArray::number(flags, 16) + (file ? " file" : "");
     return s_isPresent ? &s_library : nullptr;
 }
 
 FARPROC GetProcAddress(HMODULE library, const char *name)
 {
-    if (library != &s_library || name == s_missingFunction)
+    if (library != &s_library || name == s_missingFunction) {
         return nullptr;
+    }
     const usb::wdi::Functions wdi = scriptedwdi::functions();
     const QHash<QByteArray, FARPROC> exports = {
         {"wdi_strerror", erased(wdi.strError)},
@@ -123,8 +131,9 @@ void TestWindowsInstaller::incompleteLibraryIsNotUsed_data()
 {
     QTest::addColumn<QByteArray>("function");
     for (const char *function : {"wdi_strerror", "wdi_set_log_level", "wdi_create_list",
-                                 "wdi_destroy_list", "wdi_prepare_driver", "wdi_install_driver"})
+                                 "wdi_destroy_list", "wdi_prepare_driver", "wdi_install_driver"}) {
         QTest::newRow(function) << QByteArray(function);
+    }
 }
 
 void TestWindowsInstaller::incompleteLibraryIsNotUsed()

@@ -15,8 +15,11 @@ struct FakeLibrary;
 using HMODULE = FakeLibrary *;
 using FARPROC = void (*)();
 
-BOOL SetDllDirectoryW(const wchar_t *path);
-HMODULE LoadLibraryW(const wchar_t *name);
+#define LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR 0x00000100
+#define LOAD_LIBRARY_SEARCH_SYSTEM32 0x00000800
+
+DWORD GetModuleFileNameW(HMODULE library, wchar_t *path, DWORD size);
+HMODULE LoadLibraryExW(const wchar_t *path, void *file, DWORD flags);
 FARPROC GetProcAddress(HMODULE library, const char *name);
 BOOL FreeLibrary(HMODULE library);
 DWORD GetLastError();

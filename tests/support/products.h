@@ -7,16 +7,24 @@
 
 #include <vector>
 
-// What these tests know of the products, written down once more by hand: a wrong name or id in the
-// program must not be able to agree with itself.
+// What the tests know of the products, written down once for all of them and apart from the
+// program: a wrong name or id there must not be able to agree with itself.
+
+// How a bitstream travels.
+enum class FpgaVersion {
+    Framed, // between a header and a CRC
+    Raw,
+};
+
 struct ProductFacts
 {
-    const char *key; // nullptr: the package has no product.info
+    const char *key;  // nullptr: the package has no product.info
+    const char *name; // what the devices call themselves
     const char *fx3Name;
     const char *fpgaName;
     const char *sandboxName;
-    const char *edidName;  // nullptr: the product has no EDID
-    bool framed;           // the first generation's bitstream has a header and a CRC
+    const char *edidName; // nullptr: the product has no EDID
+    FpgaVersion fpgaVersion;
     const char *simulated; // the simulator's name for it
     const char *runningId;
     const char *softId;
@@ -26,7 +34,21 @@ struct ProductFacts
 extern const ProductFacts velk3;
 extern const ProductFacts sorn3;
 extern const ProductFacts velk3_4k;
-extern const ProductFacts legacyVelk3;
+extern const ProductFacts legacyVelk3; // the first product, by a package of the oldest kind
+
+// The products, without the legacy package.
+const std::vector<const ProductFacts *> &allProducts();
+
+// An id under which a device is recognised.
+struct Identity
+{
+    quint16 vendorId;
+    quint16 productId;
+    int mode;          // 0 running, 1 soft repair, 2 hard repair
+    const char *scene; // the words that make the simulator show it
+};
+
+const std::vector<Identity> &allIdentities();
 
 // The images that a package of a test carries, and that the device must hold after it.
 struct Images
@@ -47,6 +69,8 @@ Images makeImages(const ProductFacts &product, int fx3Size, int fpgaSize);
 // The package's entries in the order that makers use, stored.
 std::vector<PackageEntry> packageEntries(const ProductFacts &product, const Images &images);
 QByteArray makePackage(const ProductFacts &product, const Images &images);
+// A package with this EDID and nothing else.
+QByteArray makeEdidPackage(const ProductFacts &product, const QByteArray &edid);
 
 // A scene of one device named "g" with the serial number S1, and further words for it.
 QByteArray sceneOf(const ProductFacts &product, const QByteArray &words = {});

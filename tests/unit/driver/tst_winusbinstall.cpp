@@ -1,6 +1,6 @@
 #include "capturedoutput.h"
 #include "scriptedwdi.h"
-#include "wdiinstall.h"
+#include "winusbinstall.h"
 
 #include <QtTest>
 
@@ -646,4 +646,4 @@ void TestWdiInstall::hardwareIdIsOnTheScreenDuringInstallation()
 }
 
 QTEST_GUILESS_MAIN(TestWdiInstall)
-#include "tst_wdiinstall.moc"
+#include "tst_winusbinstall.moc"

@@ -1,12 +1,15 @@
 #pragma once
 
 #include "products.h"
+#include "requestline.h"
 
 #include <QByteArray>
 #include <QList>
 #include <QStringList>
 
 #include <vector>
+
+constexpr int BlockSize = 4096; // bytes of an image that travel at once
 
 // What a transfer is for, which decides what follows from its failure.
 enum class Role {
@@ -58,7 +61,7 @@ struct Progress
 struct Step
 {
     Role role;
-    QString line;    // in the form of simtranscript.h
+    QString line;    // in the form of requestline.h, or "string 3"
     QByteArray data; // what the program sends, or what the device answers
     bool in;
     std::vector<Progress> before; // the signals since the transfer before this one
@@ -67,34 +70,45 @@ struct Step
     QByteArray wrong;             // an answer that is none; empty: every bit the other way round
 };
 
-// An operation in which nothing goes wrong, transfer by transfer. It is written down here by hand:
-// the program's transcript must first equal it.
+// An operation in which nothing goes wrong, transfer by transfer, with the progress that is
+// signalled around it. Request codes, lengths and order stand here by hand, apart from the
+// program's own, so that each can catch the other; the program's transcript must first equal it.
 class Script
 {
 public:
+    // `busyPolls`: how often the device answers that it is busy after each start and each block.
+    explicit Script(int busyPolls = 0) : busy(busyPolls) {}
+
     std::vector<Step> steps;
     std::vector<Progress> rest; // the signals after the last transfer
 
     // A regular update of whatever images there are, with the progress from this percentage on.
-    // `busyPolls`: how often the device answers that it is busy.
-    void regularUpdate(const ProductFacts &product, const Images &images, int progressFrom,
-                       int busyPolls);
+    void regularUpdate(const ProductFacts &product, const Images &images, int progressFrom);
     // The sandbox is loaded and started; the update follows in it.
-    void repair(const ProductFacts &product, const Images &images, int busyPolls);
+    void repair(const ProductFacts &product, const Images &images);
 
-    void add(Role role, int request, const QString &line, const QByteArray &data, bool in);
-    void progress(const Progress &value) { rest.push_back(value); }
-
-private:
+    // Parts of these; progress goes from one percentage to another.
     void microcode(const QByteArray &image, int from, int to);
     void bitstream(const ProductFacts &product, const QByteArray &image, int from, int to);
     void edid(const QByteArray &bytes, int from, int to);
-    void blocks(Role role, int request, Role poll, int pollRequest, const QByteArray &image,
-                int from, int to);
-    void sandbox(const Images &images);
-    void command(Role role, int request);
-    void polls(Role role, int request);
-    void poll(Role role, int request, int answer);
+    void loadSandbox(const Images &images);
+    void startSandbox(quint32 address);
 
-    int busy = 0;
+    // One more transfer: a vendor request with what is sent or answered, or a string descriptor.
+    void add(Role role, const Request &request, const QByteArray &data = {});
+    void addString(Role role, int number, const QByteArray &descriptor);
+    void progress(const Progress &value) { rest.push_back(value); }
+
+    // The progress from the first transfer to the end.
+    QList<int> progressValues() const;
+
+private:
+    void framedBitstream(const QByteArray &image, int from, int to);
+    void blocks(Role role, int code, Role pollRole, int pollCode, const QByteArray &image, int from,
+                int to);
+    void command(Role role, int code);
+    void send(Role role, int code, const QByteArray &data);
+    void polls(Role role, int code);
+
+    int busy;
 };

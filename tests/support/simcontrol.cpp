@@ -1,4 +1,4 @@
-#include "controlclient.h"
+#include "simcontrol.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -8,6 +8,7 @@
 
 namespace {
 
+// A plain socket: some tests have no application object, which Qt's need.
 int connectToSimulator()
 {
     const QByteArray path = qgetenv("CAPSO_SIM_DIR") + "/control";

@@ -1,7 +1,7 @@
 #include "capturedoutput.h"
 #include "installerdouble.h"
 
-#include "driverinstall.h"
+#include "driverdecision.h"
 
 #include <QtTest>
 
@@ -41,8 +41,9 @@ void TestDriverInstall::anOpenDeviceNeedsNothing()
 {
     QFETCH(int, openResult);
     const CapturedDebug debug;
-    for (const bool force : {false, true})
+    for (const bool force : {false, true}) {
         QCOMPARE(int(driver_install(openResult, 0xE5C1, 0x3601, true, force)), 0);
+    }
     QVERIFY(installer::calls().isEmpty());
     QVERIFY(debug.lines().isEmpty());
 }
@@ -62,9 +63,11 @@ void TestDriverInstall::everyOtherErrorLeadsToAnInstallation_data()
 {
     QTest::addColumn<int>("openResult");
     QTest::addColumn<bool>("force");
-    for (const int code : {-1, -2, -3, -4, -5, -6, -7, -8, -9, -10, -11, -13, -99})
-        for (const bool force : {false, true})
+    for (const int code : {-1, -2, -3, -4, -5, -6, -7, -8, -9, -10, -11, -13, -99}) {
+        for (const bool force : {false, true}) {
             QTest::addRow("%d, %s", code, force ? "forced" : "not forced") << code << force;
+        }
+    }
 }
 
 void TestDriverInstall::everyOtherErrorLeadsToAnInstallation()
@@ -105,4 +108,4 @@ void TestDriverInstall::theOutcomeIsMappedAndLogged()
 }
 
 QTEST_GUILESS_MAIN(TestDriverInstall)
-#include "tst_driverinstall.moc"
+#include "tst_driverdecision.moc"

@@ -1,0 +1,1 @@
+// Nothing but the headers that CMake puts in front of it.
