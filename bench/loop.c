@@ -1,7 +1,8 @@
 /* The floor that the program is measured against: the same USB requests from a bare loop.
  *
  *   bench-loop scan TIMES                probe every device of the maker, as a scan does
- *   bench-loop update FX3 FPGA EDID      write raw images to the first one (first-generation FPGA)
+ *   bench-loop poll TIMES                read the input status of the first one
+ *   bench-loop update FX3 FPGA EDID      write raw images to it (first-generation FPGA)
  *
  * One line of JSON says what it cost. The pauses that the program makes for the device are left out. */
 
@@ -122,7 +123,8 @@ static void write_images(libusb_device_handle *handle, char **names)
     fclose(file);
 }
 
-static void update(char **names)
+/* Opens the maker's first device and claims its interface. */
+static libusb_device_handle *open_first(void)
 {
     libusb_device **list;
     const ssize_t count = libusb_get_device_list(NULL, &list);
@@ -140,13 +142,38 @@ static void update(char **names)
         fprintf(stderr, "bench-loop: no device\n");
         exit(1);
     }
+    libusb_kernel_driver_active(handle, 0);
     must(libusb_claim_interface(handle, 0), "claim");
+    return handle;
+}
+
+static void give_back(libusb_device_handle *handle)
+{
+    libusb_attach_kernel_driver(handle, 0);
+    libusb_release_interface(handle, 0);
+    libusb_close(handle);
+}
+
+static void update(char **names)
+{
+    libusb_device_handle *handle = open_first();
     const double start = wall_seconds();
     const double used = processor_seconds();
     write_images(handle, names);
     printf("{\"wall\": %.6f, \"processor\": %.6f}\n", wall_seconds() - start, processor_seconds() - used);
-    libusb_release_interface(handle, 0);
-    libusb_close(handle);
+    give_back(handle);
+}
+
+static void polls(int times)
+{
+    unsigned char status[29];
+    const double start = wall_seconds();
+    for (int i = 0; i < times; ++i) {
+        libusb_device_handle *handle = open_first();
+        must(libusb_control_transfer(handle, 0xC0, 0xB2, 0, 0, status, sizeof(status), 1000), "input status");
+        give_back(handle);
+    }
+    printf("{\"wall\": %.6f}\n", wall_seconds() - start);
 }
 
 static void probe(libusb_device *device, const struct libusb_device_descriptor *descriptor)
@@ -161,9 +188,7 @@ static void probe(libusb_device *device, const struct libusb_device_descriptor *
     libusb_kernel_driver_active(handle, 0);
     must(libusb_claim_interface(handle, 0), "claim");
     must(libusb_control_transfer(handle, 0xC0, 0xC8, 0, 0, &ready, 1, 1000), "ping");
-    libusb_attach_kernel_driver(handle, 0);
-    libusb_release_interface(handle, 0);
-    libusb_close(handle);
+    give_back(handle);
 }
 
 /* Returns how many devices there were. */
@@ -203,10 +228,12 @@ int main(int argc, char **argv)
     must(libusb_init(NULL), "libusb_init");
     if (argc == 3 && strcmp(argv[1], "scan") == 0 && atoi(argv[2]) > 0) {
         scans(atoi(argv[2]));
+    } else if (argc == 3 && strcmp(argv[1], "poll") == 0 && atoi(argv[2]) > 0) {
+        polls(atoi(argv[2]));
     } else if (argc == 5 && strcmp(argv[1], "update") == 0) {
         update(argv + 2);
     } else {
-        fprintf(stderr, "usage: bench-loop scan TIMES | update FX3 FPGA EDID\n");
+        fprintf(stderr, "usage: bench-loop scan TIMES | poll TIMES | update FX3 FPGA EDID\n");
         return 2;
     }
     libusb_exit(NULL);

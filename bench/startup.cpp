@@ -2,8 +2,12 @@
 
 #include "firstpaint.h"
 
-static void watchFirstPaint()
+namespace {
+
+void watchFirstPaint()
 {
     FirstPaint::watch();
 }
+
+} // namespace
 Q_COREAPP_STARTUP_FUNCTION(watchFirstPaint)

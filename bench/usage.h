@@ -25,14 +25,20 @@ inline double processorSeconds()
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-// Highest resident size, in KiB. ru_maxrss would include the parent's before exec().
-inline long peakKib()
+// A line of /proc/self/status, in KiB: "VmRSS:" is the resident size.
+inline long statusKib(const std::string &name)
 {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stol(line.substr(6));
+        if (line.rfind(name, 0) == 0) {
+            return std::stol(line.substr(name.size()));
         }
     }
     return 0;
+}
+
+// Highest resident size, in KiB. ru_maxrss would include the parent's before exec().
+inline long peakKib()
+{
+    return statusKib("VmHWM:");
 }
