@@ -24,17 +24,17 @@ function(capso_target_defaults target)
     target_compile_definitions(${target} PRIVATE QT_DEPRECATED_WARNINGS)
 endfunction()
 
-# A room of the house: one static library. It sees the headers of the rooms that it links and of no
+# A module: one static library. It sees the headers of the modules that it links and of no
 # other, so an include that the architecture forbids does not compile.
-function(capso_room name)
-    cmake_parse_arguments(ROOM "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
-    add_library(capso_${name} STATIC ${ROOM_SOURCES})
+function(capso_module name)
+    cmake_parse_arguments(MODULE "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+    add_library(capso_${name} STATIC ${MODULE_SOURCES})
     target_include_directories(capso_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-    target_link_libraries(capso_${name} PUBLIC ${ROOM_PUBLIC} PRIVATE ${ROOM_PRIVATE})
+    target_link_libraries(capso_${name} PUBLIC ${MODULE_PUBLIC} PRIVATE ${MODULE_PRIVATE})
     capso_target_defaults(capso_${name})
 endfunction()
 
-# libusb's header without its library: the rooms stop short of linking libusb, so that a test can
+# libusb's header without its library: the modules stop short of linking libusb, so that a test can
 # answer their calls with a scripted one.
 add_library(capso_libusb_header INTERFACE)
 target_include_directories(capso_libusb_header SYSTEM INTERFACE ${LIBUSB_INCLUDE_DIRS})

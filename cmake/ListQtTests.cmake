@@ -7,7 +7,7 @@ string(REPLACE "|" ";" labels "${LABELS}")
 set(temporary "${OUTPUT}.tmp")
 file(MAKE_DIRECTORY "${temporary}")
 execute_process(
-    COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen "TMPDIR=${temporary}" "${PROGRAM}" -functions
+    COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen "TMPDIR=${temporary}" ${EMULATOR} "${PROGRAM}" -functions
     OUTPUT_VARIABLE functions
     RESULT_VARIABLE result
     OUTPUT_STRIP_TRAILING_WHITESPACE)

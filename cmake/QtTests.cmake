@@ -1,5 +1,5 @@
 # capso_qt_test(name SOURCES a.cpp ... [LINKS lib ...] [LABELS l ...] [WRAPPER command ...]
-#               [ENVIRONMENT VAR=value ...])
+#               [ENVIRONMENT VAR=value ...] [WIDGETS])
 #
 # Builds a Qt Test program and registers each of its test functions as a ctest test of its own, called
 # NAME.FUNCTION. An update pauses for seconds because the device needs them; with a process for each
@@ -15,21 +15,54 @@ elseif(CAPSO_SANITIZE MATCHES "address")
         "ASAN_OPTIONS=fast_unwind_on_malloc=0:verify_asan_link_order=0" "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0")
 endif()
 
+# Where the program is optimized and its debug information is whole, a test needs neither.
+function(capso_compile_quickly target)
+    if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+        target_compile_options(${target} PRIVATE -O1 -g1)
+    endif()
+endfunction()
+
+# capso_test_defaults(target [WIDGETS]): how a target of the tests is compiled. WIDGETS: it links Qt Widgets. The headers
+# that most tests need come precompiled, but in preset dev, where each file must include what it uses.
+function(capso_test_defaults target)
+    capso_target_defaults(${target})
+    capso_compile_quickly(${target})
+    target_link_libraries(${target} PRIVATE Qt::Test) # the precompiled headers are its, too
+    if("WIDGETS" IN_LIST ARGN)
+        target_precompile_headers(${target} REUSE_FROM capso_widget_test_headers)
+    else()
+        target_precompile_headers(${target} REUSE_FROM capso_test_headers)
+    endif()
+    # A source of the program is compiled as the program compiles it; clang-tidy, too, could not read gcc's headers.
+    get_target_property(sources ${target} SOURCES)
+    list(FILTER sources INCLUDE REGEX "^${CMAKE_SOURCE_DIR}/src/")
+    set_source_files_properties(${sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    # What moc writes includes what it needs; mostly it is empty, and the headers would be read for nothing.
+    set_source_files_properties(${CMAKE_CURRENT_BINARY_DIR}/${target}_autogen/mocs_compilation.cpp
+        PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
+
 function(capso_qt_test name)
-    cmake_parse_arguments(TEST "" "" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
+    cmake_parse_arguments(TEST "WIDGETS" "" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${TEST_SOURCES})
-    target_link_libraries(${name} PRIVATE ${TEST_LINKS} Qt5::Test)
-    capso_target_defaults(${name})
+    target_link_libraries(${name} PRIVATE ${TEST_LINKS} Qt::Test)
+    if(TEST_WIDGETS)
+        capso_test_defaults(${name} WIDGETS)
+    else()
+        capso_test_defaults(${name})
+    endif()
 
     set(list_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_functions.cmake)
-    string(REPLACE ";" "|" wrapper "${TEST_WRAPPER}")
+    # A program for another system is run by what its toolchain file names.
+    set(wrapper ${TEST_WRAPPER} ${CMAKE_CROSSCOMPILING_EMULATOR})
+    string(REPLACE ";" "|" wrapper "${wrapper}")
     set(environment QT_QPA_PLATFORM=offscreen ${CAPSO_SANITIZER_ENVIRONMENT} ${TEST_ENVIRONMENT})
     string(REPLACE ";" "|" environment "${environment}")
     string(REPLACE ";" "|" labels "${TEST_LABELS}")
     add_custom_command(TARGET ${name} POST_BUILD
         COMMAND ${CMAKE_COMMAND}
             "-DPROGRAM=$<TARGET_FILE:${name}>" "-DNAME=${name}" "-DOUTPUT=${list_file}"
-            "-DWRAPPER=${wrapper}" "-DENVIRONMENT=${environment}" "-DLABELS=${labels}"
+            "-DWRAPPER=${wrapper}" "-DEMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}" "-DENVIRONMENT=${environment}" "-DLABELS=${labels}"
             -P ${CMAKE_SOURCE_DIR}/cmake/ListQtTests.cmake
         BYPRODUCTS ${list_file}
         VERBATIM)

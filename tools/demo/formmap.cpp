@@ -11,6 +11,7 @@
 // has to know where to click whatever fonts the machine has. This shows nothing, and knows the form
 // only.
 
+#include "images.h"
 #include "ui_updaterepair.h"
 
 #include <QApplication>
@@ -53,6 +54,7 @@ int main(int argc, char *argv[])
 
     QDialog dialog;
     Ui::UpdateRepair form;
+    init_images();
     form.setupUi(&dialog);
     // As the program has them while it waits for its user.
     form.labelDoNotInterrupt->hide();

@@ -6,7 +6,9 @@ import subprocess
 
 from simulation import DemoError, wait_for
 
-SCREEN = "800x720x24"
+# Pixels of a screen of normal density, which has 96 dots to the inch.
+WIDTH, HEIGHT = 800, 720
+NORMAL_DENSITY = 96
 
 # A row of the list must show at least so many colours, or the picture is taken for blank. Its letters are smoothed at
 # their edges, which alone brings more than that; the banner and the icons would hide an empty window.
@@ -14,13 +16,20 @@ FEWEST_COLOURS = 12
 
 
 class Screen:
-    """Xvfb under a display number of its own. Use it in a `with`."""
+    """Xvfb under a display number of its own. Use it in a `with`.
+
+    Its density is told to the programs as a desktop tells it. As much fits on one as on the other.
+    """
+
+    def __init__(self, density=NORMAL_DENSITY):
+        self.density = density
 
     def __enter__(self):
+        size = f"{WIDTH * self.density // NORMAL_DENSITY}x{HEIGHT * self.density // NORMAL_DENSITY}x24"
         reader, writer = os.pipe()
         try:
             self.server = subprocess.Popen(
-                ["Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp", "-noreset"],
+                ["Xvfb", "-displayfd", str(writer), "-screen", "0", size, "-nolisten", "tcp", "-noreset"],
                 pass_fds=[writer],
                 stdin=subprocess.DEVNULL,
                 stderr=subprocess.DEVNULL,
@@ -33,6 +42,8 @@ class Screen:
         if not number:
             raise DemoError("Xvfb does not start")
         self.display = f":{number}"
+        # Xvfb has a density of its own that is not quite the normal one.
+        self.set_resource(f"Xft.dpi:\t{self.density}\n")
         return self
 
     def __exit__(self, *_):
@@ -51,10 +62,24 @@ class Screen:
         )
         return result.stdout if result.returncode == 0 else None
 
+    def set_resource(self, resource):
+        command = ["xprop", "-root", "-f", "RESOURCE_MANAGER", "8s", "-set", "RESOURCE_MANAGER", resource]
+        if self.run(*command) is None:
+            raise DemoError("cannot set the screen's density: tools/install-dependencies screen")
+
     def windows(self, title):
         """The visible windows whose whole title matches."""
         found = self.run("xdotool", "search", "--onlyvisible", "--name", f"^({title})$")
         return found.split() if found else []
+
+    def size(self, window):
+        """Its width and height in pixels."""
+        geometry = self.run("xdotool", "getwindowgeometry", window) or ""
+        return tuple(int(n) for n in re.search(r"Geometry: (\d+)x(\d+)", geometry).groups())
+
+    def root(self):
+        """The window behind all others."""
+        return (self.run("xdotool", "search", "--maxdepth", "0", "--name", ".*") or "").split()[0]
 
     def titles_of_others(self, title):
         """The titles of the visible windows other than the one that is called `title`."""
@@ -65,6 +90,16 @@ class Screen:
     def photograph(self, window, path):
         if self.run("import", "-window", window, str(path)) is None:
             raise DemoError(f"cannot take the picture {path.name}")
+
+    def photograph_when_still(self, window, path):
+        """Takes a picture as soon as two in a row are equal, and no later than after some ten."""
+        before = None
+        for _ in range(10):
+            self.photograph(window, path)
+            now = path.read_bytes()
+            if now == before:
+                return
+            before = now
 
     def colours(self, path, area):
         x, y, width, height = area
@@ -87,8 +122,7 @@ class Window:
         for line in listing.splitlines():
             name, *numbers = line.split()
             self.places[name] = tuple(int(number) for number in numbers)
-        geometry = screen.run("xdotool", "getwindowgeometry", self.id) or ""
-        size = tuple(int(n) for n in re.search(r"Geometry: (\d+)x(\d+)", geometry).groups())
+        size = screen.size(self.id)
         if size != self.places["window"][2:]:
             raise DemoError(f"the window has the size {size}, the form {self.places['window'][2:]}")
 
@@ -109,14 +143,7 @@ class Window:
         self.screen.run("xdotool", "type", "--delay", "25", text)
 
     def photograph_when_still(self, path):
-        """Takes a picture as soon as two in a row are equal, and no later than after some ten."""
-        before = None
-        for _ in range(10):
-            self.screen.photograph(self.id, path)
-            now = path.read_bytes()
-            if now == before:
-                return
-            before = now
+        self.screen.photograph_when_still(self.id, path)
 
     def fewest_colours_of_a_row(self, path):
         rows = [place for name, place in self.places.items() if name.startswith("devicesList/")]
