@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+import time
 
 from simulation import DemoError, wait_for
 
@@ -91,15 +92,21 @@ class Screen:
         if self.run("import", "-window", window, str(path)) is None:
             raise DemoError(f"cannot take the picture {path.name}")
 
-    def photograph_when_still(self, window, path):
-        """Takes a picture as soon as two in a row are equal, and no later than after some ten."""
+    def photograph_when_still(self, window, path, unlike=None):
+        """Takes a picture as soon as three in a row are equal, and show something else than the picture `unlike`.
+
+        Returns the picture's bytes; after a minute, those of the last one, whatever it shows.
+        """
+        deadline = time.monotonic() + 60
+        equal = 0
         before = None
-        for _ in range(10):
+        while True:
             self.photograph(window, path)
             now = path.read_bytes()
-            if now == before:
-                return
+            equal = equal + 1 if now == before else 1
             before = now
+            if (equal >= 3 and now != unlike) or time.monotonic() > deadline:
+                return now
 
     def colours(self, path, area):
         x, y, width, height = area
