@@ -11,6 +11,7 @@
 #include <zlib.h>
 
 #include <iostream>
+#include <utility>
 
 // clang-format off
 const ImageKind s_fx3Image{
@@ -78,8 +79,8 @@ FrameHeader makeHeader(quint64 imageSize)
 } // namespace
 
 ImageWriter::ImageWriter(const ImageKind &imageKind, libusb_device_handle *device,
-                         const UpdateReport &updateReport)
-    : kind(imageKind), handle(device), report(updateReport)
+                         const UpdateReport &updateReport, StatusWait waitForStatus)
+    : kind(imageKind), handle(device), report(updateReport), statusWait(std::move(waitForStatus))
 {
 }
 
@@ -98,7 +99,7 @@ int ImageWriter::write(int progressFrom, int progressTo, const std::string &file
         return -1;
     }
     imageSize = entry_size(zip, fileName);
-    result = statusWait();
+    result = statusWait(kind.status);
     if (result < 0) {
         return result;
     }
@@ -119,25 +120,6 @@ int ImageWriter::command(VendorRequests request, const char *failure)
         reportCode(failure, result);
     }
     return result;
-}
-
-// Polls until the device says that it is ready. A device that keeps saying that it is busy is
-// waited for: nobody knows better than the device how long its flash memory takes.
-int ImageWriter::statusWait()
-{
-    for (;;) {
-        quint8 ready = 0; // cleared before each poll: an answer of no bytes means busy
-        const int result = usb::read_vendor(handle, kind.status, 0, 0, &ready, sizeof(ready));
-        if (result < 0) {
-            // The same text for microcode.
-            report.error(UpdateTexts::tr("Error: failed to connect to FPGA: %1")
-                             .arg(usb::error_name(result)));
-            return result;
-        }
-        if (ready != 0) {
-            return 0;
-        }
-    }
 }
 
 int ImageWriter::stream(ZipFile &image)
@@ -196,7 +178,7 @@ int ImageWriter::sendCrc()
         reportCode(QT_TRANSLATE_NOOP("UpdateTask::Worker", "Error: failed FPGA CRC check: %1"),
                    checked);
     }
-    return statusWait();
+    return statusWait(kind.status);
 }
 
 // Sends one block, tells how far the image is, and waits until the device has stored the block.
@@ -215,7 +197,7 @@ int ImageWriter::sendBlock(const void *block, quint16 length)
         // Added before it becomes an int: a package that lies about the size makes it any number.
         report.progress(int(quint64(from) + done));
     }
-    return statusWait();
+    return statusWait(kind.status);
 }
 
 void ImageWriter::reportUnreadable(const ZipFile &image, int length)

@@ -3,6 +3,7 @@
 #include "updatereport.h"
 #include "vendorrequests.h"
 
+#include <functional>
 #include <string>
 
 struct libusb_device_handle;
@@ -34,14 +35,19 @@ extern const ImageKind s_fx3Image;
 extern const ImageKind s_fpgaImageV1;
 extern const ImageKind s_fpgaImageV2;
 
+// Polls a status request (of the image's kind) until the device says that it is ready. Returns 0,
+// or a negative libusb code whose reason has been reported.
+using StatusWait = std::function<int(VendorRequests)>;
+
 // Streams one image of a package to the running firmware, which stores and checks it. Nothing is
 // known here of what is in it.
 class ImageWriter
 {
 public:
-    // `device` is open, with its interface claimed, and stays the caller's.
+    // `device` is open, with its interface claimed, and stays the caller's; what is polled with
+    // `waitForStatus` is the same device.
     ImageWriter(const ImageKind &imageKind, libusb_device_handle *device,
-                const UpdateReport &updateReport);
+                const UpdateReport &updateReport, StatusWait waitForStatus);
 
     // Fills the progress from `progressFrom` to `progressTo` percent with the entry `fileName`.
     // Returns the result of the last request, or a negative value (a libusb code, or -1), whose
@@ -50,7 +56,6 @@ public:
 
 private:
     int command(VendorRequests request, const char *failure);
-    int statusWait();
     int stream(ZipFile &image);
     int sendFramed(ZipFile &image);
     int sendHeader();
@@ -62,6 +67,7 @@ private:
     const ImageKind &kind;
     libusb_device_handle *handle;
     const UpdateReport &report;
+    const StatusWait statusWait;
     int from = 0;          // percent
     int to = 0;            // percent
     quint64 imageSize = 0; // bytes; 0 when the archive does not know

@@ -8,6 +8,7 @@
 #include "sandboxloader.h"
 #include "updatereport.h"
 #include "usbaccess.h"
+#include "vendorrequests.h"
 #include "ziparchive.h"
 
 #include <QDebug>
@@ -49,6 +50,10 @@ private:
     int flashFpgaV1(int progressFrom, int progressTo, const std::string &fileName, Zip &zip);
     int flashFpgaV2(int progressFrom, int progressTo, const std::string &fileName, Zip &zip);
     int flashEdid(int progressFrom, int progressTo, const std::string &fileName, Zip &zip);
+    int writeImage(const ImageKind &kind, int progressFrom, int progressTo,
+                   const std::string &fileName, Zip &zip);
+    // Polls `request` until the device says that it is ready.
+    int statusWait(VendorRequests request);
 
     int repairMode(Zip &zip, const DeviceDescription &description);
     int openSandbox(const DeviceDescription &description);
@@ -179,28 +184,51 @@ int UpdateTask::Worker::flashFpga(int progressFrom, int progressTo, Zip &zip)
 int UpdateTask::Worker::flashFx3(int progressFrom, int progressTo, const std::string &fileName,
                                  Zip &zip)
 {
-    return ImageWriter(s_fx3Image, handle.get(), report)
-        .write(progressFrom, progressTo, fileName, zip);
+    return writeImage(s_fx3Image, progressFrom, progressTo, fileName, zip);
 }
 
 int UpdateTask::Worker::flashFpgaV1(int progressFrom, int progressTo, const std::string &fileName,
                                     Zip &zip)
 {
-    return ImageWriter(s_fpgaImageV1, handle.get(), report)
-        .write(progressFrom, progressTo, fileName, zip);
+    return writeImage(s_fpgaImageV1, progressFrom, progressTo, fileName, zip);
 }
 
 int UpdateTask::Worker::flashFpgaV2(int progressFrom, int progressTo, const std::string &fileName,
                                     Zip &zip)
 {
-    return ImageWriter(s_fpgaImageV2, handle.get(), report)
-        .write(progressFrom, progressTo, fileName, zip);
+    return writeImage(s_fpgaImageV2, progressFrom, progressTo, fileName, zip);
 }
 
 int UpdateTask::Worker::flashEdid(int progressFrom, int progressTo, const std::string &fileName,
                                   Zip &zip)
 {
     return write_edid(handle.get(), report, progressFrom, progressTo, fileName, zip);
+}
+
+int UpdateTask::Worker::writeImage(const ImageKind &kind, int progressFrom, int progressTo,
+                                   const std::string &fileName, Zip &zip)
+{
+    const auto poll = [this](VendorRequests request) { return statusWait(request); };
+    return ImageWriter(kind, handle.get(), report, poll)
+        .write(progressFrom, progressTo, fileName, zip);
+}
+
+// A device that keeps saying that it is busy is waited for: nobody knows better than the device how
+// long its flash memory takes.
+int UpdateTask::Worker::statusWait(VendorRequests request)
+{
+    for (;;) {
+        quint8 ready = 0; // cleared before each poll: an answer of no bytes means busy
+        const int result = usb::read_vendor(handle.get(), request, 0, 0, &ready, sizeof(ready));
+        if (result < 0) {
+            // The same text for microcode.
+            emit error(tr("Error: failed to connect to FPGA: %1").arg(usb::error_name(result)));
+            return result;
+        }
+        if (ready != 0) {
+            return 0;
+        }
+    }
 }
 
 // A device in repair mode has nothing but a boot loader. The sandbox is loaded into the
