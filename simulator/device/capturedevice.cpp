@@ -173,7 +173,7 @@ Outcome CaptureDevice::standardRequest(const Setup &setup) const
     } else if (setup.value == 0x0100) {
         bytes = deviceDescriptor(id(), {productString().has_value(), serial().has_value()});
     } else if (setup.value == 0x0200) {
-        bytes = configurationDescriptor();
+        bytes = configurationDescriptor(config().interfaces);
     } else {
         return stringRequest(setup);
     }

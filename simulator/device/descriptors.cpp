@@ -8,7 +8,8 @@ constexpr uint8_t s_configurationType = 2;
 constexpr uint8_t s_stringType = 3;
 constexpr uint8_t s_interfaceType = 4;
 constexpr uint8_t s_vendorSpecific = 0xFF;
-constexpr size_t s_longestString = 126; // UTF-16 units in 255 bytes less the two of the header
+constexpr unsigned s_descriptorSize = 9; // of a configuration, and of an interface
+constexpr size_t s_longestString = 126;  // UTF-16 units in 255 bytes less the two of the header
 
 // Decodes one code point of UTF-8 and moves on; a malformed byte stands for itself.
 uint32_t nextCodePoint(const std::string &text, size_t &at)
@@ -53,10 +54,16 @@ Bytes deviceDescriptor(const UsbId &id, const DescribedStrings &strings)
     return bytes;
 }
 
-Bytes configurationDescriptor()
+Bytes configurationDescriptor(unsigned interfaces)
 {
-    return {9, s_configurationType, 18, 0, 1, 1, 0, 0x80, 50, 9, s_interfaceType, 0, 0,
-            0, s_vendorSpecific,    0,  0, 0};
+    const auto count = static_cast<uint8_t>(interfaces);
+    Bytes bytes = {9, s_configurationType};
+    appendLe16(bytes, static_cast<uint16_t>(s_descriptorSize * (1 + interfaces)));
+    bytes.insert(bytes.end(), {count, 1, 0, 0x80, 50});
+    for (uint8_t number = 0; number < count; ++number) {
+        bytes.insert(bytes.end(), {9, s_interfaceType, number, 0, 0, s_vendorSpecific, 0, 0, 0});
+    }
+    return bytes;
 }
 
 Bytes languageDescriptor()

@@ -6,6 +6,7 @@
 #include "protocol.h"
 
 #include <array>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,7 +56,8 @@ struct DeviceConfig
     StringSetting productString;
     StringSetting serial;
     StringSetting version;
-    std::string kernelDriver; // empty: none
+    unsigned interfaces = 1;
+    std::map<unsigned, std::string> kernelDrivers; // by interface; those without one are not in it
     bool accessDenied = false;
     unsigned busyPolls = 3;
     unsigned latencyMs = 0;

@@ -12,6 +12,7 @@ namespace {
 
 constexpr unsigned s_mostHubs = 5; // on the way to a device, as USB allows
 constexpr uint32_t s_lastHubPort = 31;
+constexpr uint32_t s_mostInterfaces = 8;
 constexpr uint32_t s_longestTime = 24 * 3600 * 1000;
 
 using Context = PropertyContext;
@@ -147,11 +148,19 @@ void readVersion(WordReader &words, DeviceConfig &config, const Context &)
     config.version = stringSetting(words, {});
 }
 
+void readInterfaces(WordReader &words, DeviceConfig &config, const Context &)
+{
+    config.interfaces = words.number("interfaces", 1, s_mostInterfaces);
+}
+
 void readKernelDriver(WordReader &words, DeviceConfig &config, const Context &)
 {
-    config.kernelDriver = words.next("driver");
-    if (config.kernelDriver == "none") {
-        config.kernelDriver.clear();
+    const std::string driver = words.next("driver");
+    const bool names = words.accept("interface");
+    const unsigned interface = names ? words.number("interface", 0, s_mostInterfaces - 1) : 0;
+    config.kernelDrivers.erase(interface);
+    if (driver != "none") {
+        config.kernelDrivers[interface] = driver;
     }
 }
 
@@ -323,6 +332,7 @@ constexpr Property s_properties[] = {
     {"product-string", PropertyKind::Plain, readProductString},
     {"serial", PropertyKind::Plain, readSerial},
     {"version", PropertyKind::Plain, readVersion},
+    {"interfaces", PropertyKind::Identity, readInterfaces},
     {"kernel-driver", PropertyKind::Plain, readKernelDriver},
     {"access", PropertyKind::Access, readAccess},
     {"busy-polls", PropertyKind::Plain, readBusyPolls},

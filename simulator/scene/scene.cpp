@@ -191,6 +191,12 @@ private:
         if (config.runningId == UsbId()) {
             throw SceneError("device '" + config.name + "' has no id");
         }
+        for (const auto &[interface, driver] : config.kernelDrivers) {
+            if (interface >= config.interfaces) {
+                throw SceneError("driver '" + driver + "' has no interface " +
+                                 std::to_string(interface));
+            }
+        }
         if (!names.insert(config.name).second) {
             throw SceneError("a second device '" + config.name + "'");
         }

@@ -31,7 +31,7 @@ Bytes descriptorsOf(const CaptureDevice &device)
 {
     Bytes bytes = deviceDescriptor(
         device.id(), {device.productString().has_value(), device.serial().has_value()});
-    const Bytes configuration = configurationDescriptor();
+    const Bytes configuration = configurationDescriptor(device.config().interfaces);
     bytes.insert(bytes.end(), configuration.begin(), configuration.end());
     return bytes;
 }
@@ -117,9 +117,11 @@ void Port::plugIn(std::optional<unsigned> wanted)
               .add("speed", speed)
               .add("mode", toText(device.mode())));
     node = std::make_unique<UsbNode>(
-        bed, SysfsEntry{bus, portPath(), lastAddress, descriptorsOf(device), speed},
+        bed,
+        SysfsEntry{bus, portPath(), lastAddress, descriptorsOf(device), speed,
+                   device.config().interfaces},
         static_cast<NodeOwner &>(*this),
-        NodeOptions{device.config().kernelDriver, isDenied(), isMissing()});
+        NodeOptions{device.config().kernelDrivers, isDenied(), isMissing()});
     news("plugged in as " + toText(id) + ", address " + std::to_string(lastAddress));
 }
 

@@ -82,9 +82,9 @@ std::string describe(const std::string &path, const SysfsEntry &entry)
            "A: idVendor=" + hexadecimal(entry.descriptors, 8) + "\\n\n" +   //
            "A: idProduct=" + hexadecimal(entry.descriptors, 10) + "\\n\n" + //
            format("A: speed=%u\\n\n", entry.speed, 0) +                     //
-           "A: bConfigurationValue=1\\n\n"                                  //
-           "H: descriptors=" +
-           toHex(entry.descriptors) + "\n";
+           "A: bConfigurationValue=1\\n\n" +                                //
+           format("A: bNumInterfaces=%2u\\n\n", entry.interfaces, 0) +      //
+           "H: descriptors=" + toHex(entry.descriptors) + "\n";
 }
 
 std::string describeInterface(const SysfsEntry &entry, unsigned interface)
@@ -152,13 +152,18 @@ void TestBed::add(const SysfsEntry &entry)
 {
     needRootHub(entry.bus);
     addFromString(describe(sysPath(entry), entry));
-    addFromString(describeInterface(entry, 0));
+    for (unsigned interface = 0; interface < entry.interfaces; ++interface) {
+        addFromString(describeInterface(entry, interface));
+    }
     notify("add", entry);
 }
 
 void TestBed::remove(const SysfsEntry &entry)
 {
-    umockdev_testbed_remove_device(bed.get(), ("/sys" + interfacePath(entry, 0)).c_str());
+    for (unsigned interface = 0; interface < entry.interfaces; ++interface) {
+        umockdev_testbed_remove_device(bed.get(),
+                                       ("/sys" + interfacePath(entry, interface)).c_str());
+    }
     umockdev_testbed_remove_device(bed.get(), ("/sys" + sysPath(entry)).c_str());
     // umockdev leaves the link by number, and would stumble over it when the address is used again.
     unlink((rootDirectory + format("/sys/dev/char/%u:%u", s_usbMajor, minorOf(entry))).c_str());

@@ -20,6 +20,7 @@ struct SysfsEntry
     unsigned address = 2;
     Bytes descriptors;     // device and configuration
     unsigned speed = 5000; // of the link, in Mbit/s
+    unsigned interfaces = 1;
 };
 
 // /dev/bus/usb/001/002

@@ -10,6 +10,7 @@ namespace sim {
 namespace {
 
 constexpr size_t s_setupSize = 8;
+constexpr unsigned s_workInterface = 0; // whose claim vendor requests need
 
 Setup parseSetup(const Bytes &bytes)
 {
@@ -90,10 +91,19 @@ int UsbFile::submit(const ClientMemory &memory)
         urb.record.data.assign(content.begin() + s_setupSize, content.end());
     }
     const Completion completion =
-        owner.control(urb.record.setup, out ? urb.record.data : Bytes(), hasClaim);
+        owner.control(urb.record.setup, out ? urb.record.data : Bytes(), claimed(s_workInterface));
     answer(urb, completion);
     owner.afterTransfer(completion);
     return 0;
+}
+
+void UsbFile::setClaimed(unsigned interface, bool claim)
+{
+    if (claim) {
+        claims.insert(interface);
+    } else {
+        claims.erase(interface);
+    }
 }
 
 void UsbFile::answer(Urb &urb, const Completion &completion)

@@ -6,10 +6,11 @@
 
 #include <functional>
 #include <list>
+#include <set>
 
 namespace sim {
 
-// A device node that a program holds open: its claim and its transfers.
+// A device node that a program holds open: its claims and its transfers.
 class UsbFile
 {
 public:
@@ -30,8 +31,8 @@ public:
     void disconnect();
 
     unsigned number() const { return fileNumber; }
-    bool claimed() const { return hasClaim; }
-    void setClaimed(bool claim) { hasClaim = claim; }
+    bool claimed(unsigned interface) const { return claims.count(interface) > 0; }
+    void setClaimed(unsigned interface, bool claim);
 
 private:
     struct Urb
@@ -52,8 +53,8 @@ private:
     unsigned address;
     std::function<void()> onReadyChanged;
     unsigned fileNumber;
-    bool hasClaim = false;
-    std::list<Urb> urbs; // in the order of submission
+    std::set<unsigned> claims; // interfaces
+    std::list<Urb> urbs;       // in the order of submission
 };
 
 } // namespace sim

@@ -14,7 +14,6 @@
 namespace sim {
 namespace {
 
-constexpr unsigned s_interface = 0;     // the only one
 constexpr unsigned s_closeTakesMs = 50; // at most; a file that is still open then is really open
 constexpr uint32_t s_capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
                                     USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
@@ -76,7 +75,7 @@ UsbNode::UsbNode(TestBed &testBed, SysfsEntry sysfsEntry, NodeOwner &nodeOwner,
       owner(nodeOwner),
       options(std::move(nodeOptions)),
       path(devicePath(sysfs.bus, sysfs.address)),
-      boundDriver(options.kernelDriver),
+      boundDrivers(options.kernelDrivers),
       pipe(bed.root() + path),
       handler(umockdev_ioctl_base_new())
 {
@@ -86,7 +85,7 @@ UsbNode::UsbNode(TestBed &testBed, SysfsEntry sysfsEntry, NodeOwner &nodeOwner,
     // Programs learn of the device only when everything behind it is in place.
     bed.attach(path, handler);
     bed.add(sysfs);
-    showDriver();
+    showDrivers();
 }
 
 UsbNode::~UsbNode()
@@ -165,7 +164,7 @@ void UsbNode::onClientGone(void *self, GObject *client)
     auto *node = static_cast<UsbNode *>(self);
     node->files.erase(reinterpret_cast<UMockdevIoctlClient *>(client));
     node->updateReady();
-    node->showDriver();
+    node->showDrivers();
     node->owner.filesChanged();
     if (!node->files.empty()) {
         return;
@@ -246,47 +245,49 @@ int UsbNode::refuseAsGone(const UsbFile &file, unsigned long request, const Argu
                   static_cast<unsigned>(command.ifno), -ENODEV);
 }
 
-bool UsbNode::isClaimed() const
+bool UsbNode::isClaimed(unsigned interface) const
 {
     return std::any_of(files.begin(), files.end(),
-                       [](const auto &entry) { return entry.second->claimed(); });
+                       [interface](const auto &entry) { return entry.second->claimed(interface); });
 }
 
 int UsbNode::claim(UsbFile &file, unsigned interface)
 {
     int result = -owner.claimFault();
     const bool faulted = result != 0;
-    if (result == 0 && interface != s_interface) {
+    if (result == 0 && !hasInterface(interface)) {
         result = -ENOENT;
-    } else if (result == 0 && !file.claimed() && (isClaimed() || !boundDriver.empty())) {
+    } else if (result == 0 && !file.claimed(interface) && !driver(interface).empty()) {
         result = -EBUSY;
     }
     if (result == 0) {
-        file.setClaimed(true);
+        file.setClaimed(interface, true);
+        showDriver(interface);
     }
-    showDriver();
     return report(file, "claim", interface, result, faulted);
 }
 
 int UsbNode::release(UsbFile &file, unsigned interface)
 {
     int result = 0;
-    if (interface != s_interface) {
+    if (!hasInterface(interface)) {
         result = -ENOENT;
-    } else if (!file.claimed()) {
+    } else if (!file.claimed(interface)) {
         result = -EINVAL;
+    } else {
+        file.setClaimed(interface, false);
+        showDriver(interface);
     }
-    file.setClaimed(file.claimed() && result != 0);
-    showDriver();
     return report(file, "release", interface, result);
 }
 
 int UsbNode::getDriver(const ClientMemory &memory) const
 {
-    if (memory.as<usbdevfs_getdriver>().interface != s_interface) {
+    const unsigned interface = memory.as<usbdevfs_getdriver>().interface;
+    if (!hasInterface(interface)) {
         return -EINVAL;
     }
-    const std::string name = driver();
+    const std::string name = driver(interface);
     if (name.empty()) {
         return -ENODATA;
     }
@@ -294,15 +295,26 @@ int UsbNode::getDriver(const ClientMemory &memory) const
     return 0;
 }
 
-std::string UsbNode::driver() const
+std::string UsbNode::driver(unsigned interface) const
 {
-    return isClaimed() ? "usbfs" : boundDriver;
+    if (isClaimed(interface)) {
+        return "usbfs";
+    }
+    const auto bound = boundDrivers.find(interface);
+    return bound == boundDrivers.end() ? std::string() : bound->second;
 }
 
-void UsbNode::showDriver() const
+void UsbNode::showDriver(unsigned interface) const
 {
     if (!gone) {
-        bed.showDriver(sysfs, s_interface, driver());
+        bed.showDriver(sysfs, interface, driver(interface));
+    }
+}
+
+void UsbNode::showDrivers() const
+{
+    for (unsigned interface = 0; interface < sysfs.interfaces; ++interface) {
+        showDriver(interface);
     }
 }
 
@@ -310,37 +322,40 @@ int UsbNode::driverIoctl(const UsbFile &file, const ClientMemory &memory)
 {
     const auto command = memory.as<usbdevfs_ioctl>();
     const auto interface = static_cast<unsigned>(command.ifno);
-    if (interface != s_interface) {
+    if (!hasInterface(interface)) {
         return -EINVAL;
     }
     if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_DISCONNECT) {
-        return report(file, "driver-detach", interface, detachDriver());
+        return report(file, "driver-detach", interface, detachDriver(interface));
     }
     if (static_cast<unsigned>(command.ioctl_code) == USBDEVFS_CONNECT) {
-        return report(file, "driver-attach", interface, attachDriver());
+        return report(file, "driver-attach", interface, attachDriver(interface));
     }
     return -ENOTTY;
 }
 
-int UsbNode::detachDriver()
+int UsbNode::detachDriver(unsigned interface)
 {
-    if (boundDriver.empty()) {
+    if (boundDrivers.erase(interface) == 0) {
         return -ENODATA;
     }
-    boundDriver.clear();
-    showDriver();
+    showDriver(interface);
     return 0;
 }
 
 // 1: a driver was bound; 0: none fits, which libusb calls NOT_FOUND.
-int UsbNode::attachDriver()
+int UsbNode::attachDriver(unsigned interface)
 {
-    if (isClaimed() || !boundDriver.empty()) {
+    if (!driver(interface).empty()) {
         return -EBUSY;
     }
-    boundDriver = options.kernelDriver;
-    showDriver();
-    return boundDriver.empty() ? 0 : 1;
+    const auto fits = options.kernelDrivers.find(interface);
+    if (fits == options.kernelDrivers.end()) {
+        return 0;
+    }
+    boundDrivers.insert(*fits);
+    showDriver(interface);
+    return 1;
 }
 
 int UsbNode::report(const UsbFile &file, const char *event, unsigned interface, int result,

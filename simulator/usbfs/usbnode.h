@@ -16,9 +16,9 @@ namespace sim {
 // How a plugged device appears beyond its descriptors.
 struct NodeOptions
 {
-    std::string kernelDriver; // bound to interface 0; empty: none
-    bool denied = false;      // opening fails for lack of rights
-    bool missing = false;     // the node is not there, though sysfs shows the device
+    std::map<unsigned, std::string> kernelDrivers; // by the interface that they are bound to
+    bool denied = false;                           // opening fails for lack of rights
+    bool missing = false; // the node is not there, though sysfs shows the device
 };
 
 // A device as it is plugged in once, at one address: its node and those who have it open. After
@@ -55,11 +55,14 @@ private:
     int release(UsbFile &file, unsigned interface);
     int getDriver(const ClientMemory &memory) const;
     int driverIoctl(const UsbFile &file, const ClientMemory &memory);
-    int detachDriver();
-    int attachDriver();
-    bool isClaimed() const;
-    void showDriver() const;
-    std::string driver() const; // as the kernel names it; a claim counts as one
+    int detachDriver(unsigned interface);
+    int attachDriver(unsigned interface);
+    bool hasInterface(unsigned interface) const { return interface < sysfs.interfaces; }
+    bool isClaimed(unsigned interface) const;
+    void showDriver(unsigned interface) const;
+    void showDrivers() const;
+    // As the kernel names it; a claim counts as one. Empty: none.
+    std::string driver(unsigned interface) const;
     int report(const UsbFile &file, const char *event, unsigned interface, int result,
                bool faulted = false);
     void updateReady();
@@ -69,7 +72,7 @@ private:
     NodeOwner &owner;
     NodeOptions options;
     std::string path;
-    std::string boundDriver;
+    std::map<unsigned, std::string> boundDrivers; // by interface
     ReadyPipe pipe;
     UMockdevIoctlBase *handler;
     bool gone = false;

@@ -48,6 +48,9 @@ QString emptyListText(const std::optional<std::vector<SystemDevice>> &view)
         return translated(QT_TRANSLATE_NOOP(
             "UpdateRepair", "A capture device is connected, but another program is using it."));
     }
+    // A device without a node too: nothing that is asked of it arrives, and plugging it in again
+    // makes the node on a system that has lost it. In a container it does not; there a person has
+    // the command line, and capso-cli doctor says it.
     return translated(QT_TRANSLATE_NOOP("UpdateRepair",
                                         "A capture device is connected, but it does not answer. "
                                         "Unplug it and plug it in again."));

@@ -117,13 +117,14 @@ public:
     std::optional<SystemDevice> device(const QByteArray &name) const
     {
         const QByteArray path = folder + name;
+        // First and last of all, so that everything in between belongs to this address.
+        const quint16 address = number(path, "devnum", 10);
         SystemDevice device;
         device.id = {number(path, "idVendor", 16), number(path, "idProduct", 16)};
         if (!isRecognised(device.id)) {
             return std::nullopt;
         }
         const quint16 bus = number(path, "busnum", 10);
-        const quint16 address = number(path, "devnum", 10);
         device.busNumber = quint8(bus);
         device.deviceAddress = address;
         device.portPath = QFile::decodeName(name);

@@ -4,6 +4,7 @@
 #include "dialogdriver.h"
 #include "emptylisthint.h"
 
+#include <QAccessible>
 #include <QImage>
 #include <QListWidget>
 #include <QTest>
@@ -151,6 +152,8 @@ void TestEmptyList::hintIsReadOutInPlaceOfTheDescription()
     const QString usual = driver.list()->accessibleDescription();
     driver.listDevices({});
     QCOMPARE(driver.list()->accessibleDescription(), QString(s_notFound));
+    QCOMPARE(QAccessible::queryAccessibleInterface(driver.list())->text(QAccessible::Description),
+             QString(s_notFound)); // as a screen reader asks
     driver.listDevices({});
     QCOMPARE(driver.list()->accessibleDescription(), QString(s_notFound));
     driver.listDevices({"Grabber"});

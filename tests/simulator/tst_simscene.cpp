@@ -63,7 +63,8 @@ void TestSimScene::wholeSceneIsRead()
               "device grabber\n  product velk3_4k\n  id 5555:3601\n  mode soft-f\n"
               "  bus 2\n  behind-hub 4.31\n  port 3\n  address 0x10\n  product-string \"P\"\n  "
               "serial none\n"
-              "  version \"9.9\"\n  kernel-driver uvcvideo\n  access denied\n  busy-polls 7\n"
+              "  version \"9.9\"\n  interfaces 3\n  kernel-driver uvcvideo\n  "
+              "kernel-driver snd-usb-audio interface 2\n  access denied\n  busy-polls 7\n"
               "  latency 4\n  flags 0x17\n  user-mode 1 1280x720 off\n"
               "  speed 480\n  return after 9 as e5c1:364f bus 7 address 40 speed 10000 denied\n  "
               "bad-ram 0x40000000\n"
@@ -83,7 +84,9 @@ void TestSimScene::wholeSceneIsRead()
     QCOMPARE(config.productString.text, std::string("P"));
     QVERIFY(config.serial.kind == StringSetting::None);
     QCOMPARE(config.version.text, std::string("9.9"));
-    QCOMPARE(config.kernelDriver, std::string("uvcvideo"));
+    QCOMPARE(config.interfaces, 3u);
+    const std::map<unsigned, std::string> drivers{{0, "uvcvideo"}, {2, "snd-usb-audio"}};
+    QVERIFY(config.kernelDrivers == drivers);
     QVERIFY(config.accessDenied);
     QCOMPARE(config.busyPolls, 7u);
     QCOMPARE(config.latencyMs, 4u);
@@ -115,6 +118,8 @@ void TestSimScene::defaultsHold()
     QCOMPARE(config.comeback.afterMs, 500u);
     QVERIFY(!config.port);
     QCOMPARE(config.speed, 5000u);
+    QCOMPARE(config.interfaces, 1u);
+    QVERIFY(config.kernelDrivers.empty());
     QVERIFY(!config.powerCycleWhenIdleMs);
 }
 
@@ -244,6 +249,8 @@ void TestSimScene::errorsNameLineAndWord_data()
     row("product velk3 velk3", "unexpected word 'velk3'");
     row("speed 1000", "speed '1000' is not 12, 480, 5000 or 10000");
     row("return after 9 speed fast", "speed 'fast' is not 12, 480, 5000 or 10000");
+    row("interfaces 0", "interfaces '0' is not a number from 1 to 8");
+    row("kernel-driver uvcvideo interface 8", "interface '8' is not a number from 0 to 7");
     row("behind-hub 1.32", "port '32' is not a number from 1 to 31");
     row("behind-hub 1..2", "port '' is not a number from 1 to 31");
     row("behind-hub 1.1.1.1.1.1", "more than 5 hubs in '1.1.1.1.1.1'");

@@ -26,6 +26,9 @@ private slots:
     void speedAndBusAreAsTheSceneHasThem();
     void devicesBehindHubsHaveTheirPaths();
     void sandboxComesBackOnAnotherBusAtAnotherSpeed();
+    void interfacesHaveClaimsAndDriversOfTheirOwn();
+    void claimOfAnotherInterfaceIsNotEnough();
+    void driversAreBoundToAllInterfacesAtEveryPlug();
     void attachingWhileClaimedIsBusy();
     void attachingWithoutAnyDriverIsNotFound();
     void requestWithoutClaimIsAViolation();
@@ -247,6 +250,68 @@ void TestSimUsb::sandboxComesBackOnAnotherBusAtAnotherSpeed()
                                        "ok", "1 480"}));
     QCOMPARE(run.events("plug")[1]["bus"].toInt(), 2);
     QCOMPARE(run.events("plug")[1]["speed"].toInt(), 10000);
+}
+
+void TestSimUsb::interfacesHaveClaimsAndDriversOfTheirOwn()
+{
+    const QByteArray scene = velk3With(
+        "interfaces 3\n kernel-driver uvcvideo\n kernel-driver snd-usb-audio interface 1");
+    const QStringList links = {"driver 1-1:1.0", "driver 1-1:1.1", "driver 1-1:1.2"};
+    const SimRun run(
+        scene,
+        QStringList{"open e5c1:3601", "active 0", "active 1", "active 2"} + links +
+            QStringList{"claim 1", "claim 2"} + links + QStringList{"detach 0", "claim 0"} + links +
+            QStringList{"use 1", "open e5c1:3601", "claim 2", "detach 1", "claim 1", "use 0"} +
+            links + QStringList{"release 0", "attach 0", "attach 2"} + links +
+            QStringList{"close", "open e5c1:3601", "active 2"} + links +
+            QStringList{"use 1", "claim 3", "attach 1", "release 1", "attach 1"} + links);
+    const QStringList expected = {
+        "0",        "1",
+        "1",        "0", //
+        "uvcvideo", "snd-usb-audio",
+        "none",          //
+        "BUSY",     "0", // of 1, of 2
+        "uvcvideo", "snd-usb-audio",
+        "usbfs",         //
+        "0",        "0", //
+        "usbfs",    "snd-usb-audio",
+        "usbfs", //
+        "done",     "0",
+        "BUSY",     "0",
+        "0",        "done", // another file's
+        "usbfs",    "usbfs",
+        "usbfs", //
+        "0",        "0",
+        "BUSY", // 2 is claimed
+        "uvcvideo", "usbfs",
+        "usbfs", //
+        "done",     "0",
+        "0", // the first file's are gone
+        "uvcvideo", "usbfs",
+        "none", //
+        "done",     "NOT_FOUND",
+        "BUSY",     "0",
+        "0", //
+        "uvcvideo", "snd-usb-audio",
+        "none",
+    };
+    QCOMPARE(run.lines(), expected);
+}
+
+void TestSimUsb::claimOfAnotherInterfaceIsNotEnough()
+{
+    const SimRun run(velk3With("interfaces 2"),
+                     {"open e5c1:3601", "claim 1", "in 0xc8 0 0 1", "claim 0", "in 0xc8 0 0 1"});
+    QCOMPARE(run.lines(), QStringList({"0", "0", "PIPE", "0", "1 01"}));
+    QCOMPARE(run.events("violation").size(), 1);
+}
+
+void TestSimUsb::driversAreBoundToAllInterfacesAtEveryPlug()
+{
+    const SimRun run(velk3With("interfaces 2\n kernel-driver uvcvideo interface 1"),
+                     {"open e5c1:3601", "detach 1", "claim 1", "driver 1-1:1.1", "close",
+                      "sim power-cycle v", "driver 1-1:1.0", "driver 1-1:1.1"});
+    QCOMPARE(run.lines(), QStringList({"0", "0", "0", "usbfs", "done", "ok", "none", "uvcvideo"}));
 }
 
 void TestSimUsb::attachingWhileClaimedIsBusy()

@@ -196,6 +196,12 @@ std::string path(const Words &words)
 }
 
 // The driver that sysfs shows at an interface ("1-1:1.0").
+// The word after the verb; without it, interface 0.
+int interface(const Words &words)
+{
+    return words.size() > 1 ? static_cast<int>(number(words[1])) : 0;
+}
+
 std::string driver(const Words &words)
 {
     char target[256] = {};
@@ -398,13 +404,25 @@ const std::map<std::string, std::string (*)(const Words &)> &verbs()
         {"die", die},
         {"submit", submit},
         {"claim",
-         [](const Words &w) {
-             return result(libusb_claim_interface(handle(), static_cast<int>(number(w[1]))));
+         [](const Words &words) {
+             return result(libusb_claim_interface(handle(), interface(words)));
          }},
-        {"release", [](const Words &) { return result(libusb_release_interface(handle(), 0)); }},
-        {"active", [](const Words &) { return result(libusb_kernel_driver_active(handle(), 0)); }},
-        {"detach", [](const Words &) { return result(libusb_detach_kernel_driver(handle(), 0)); }},
-        {"attach", [](const Words &) { return result(libusb_attach_kernel_driver(handle(), 0)); }},
+        {"release",
+         [](const Words &words) {
+             return result(libusb_release_interface(handle(), interface(words)));
+         }},
+        {"active",
+         [](const Words &words) {
+             return result(libusb_kernel_driver_active(handle(), interface(words)));
+         }},
+        {"detach",
+         [](const Words &words) {
+             return result(libusb_detach_kernel_driver(handle(), interface(words)));
+         }},
+        {"attach",
+         [](const Words &words) {
+             return result(libusb_attach_kernel_driver(handle(), interface(words)));
+         }},
         {"sleep",
          [](const Words &w) {
              std::this_thread::sleep_for(std::chrono::milliseconds(number(w[1])));

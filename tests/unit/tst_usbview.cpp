@@ -1,3 +1,4 @@
+#include "recordedtree.h"
 #include "scriptedlibusb.h"
 #include "sysfstree.h"
 #include "usbview.h"
@@ -27,7 +28,7 @@ struct Strike
     int looks = 0;
 };
 constexpr int s_looks =
-    9; // at a device: ids, bus, address, speed, node, two drivers, address again
+    9; // at a device: address, ids, bus, speed, node, two drivers, address again
 Strike *s_strike = nullptr;
 
 void aboutToLook()
@@ -72,6 +73,7 @@ ssize_t __wrap_readlink(const char *path, char *target, size_t size)
 namespace {
 
 constexpr uid_t s_nobody = 65534;
+const QString s_recording = QStringLiteral(CAPSO_RECORDED "/linux-6.1.sysfs");
 
 // root may read everything; while this lives, the process is an ordinary user.
 class OrdinaryUser
@@ -139,12 +141,15 @@ void replaceByPipe(const QString &path)
 
 } // namespace
 
-// What the system shows of its USB devices, read from made trees of sysfs.
+// What the system shows of its USB devices, read from made trees of sysfs, and from what a kernel
+// has shown.
 class TestUsbView : public QObject
 {
     Q_OBJECT
 
 private slots:
+    void recordedTreeIsReadAsTheKernelWroteIt();
+    void nodesAsTheKernelMakesThemAreDenied();
     void deviceIsShownWithAllThatTheSystemSays();
     void everyRecognisedIdIsShown();
     void everyRecognisedIdIsShown_data();
@@ -173,6 +178,50 @@ private slots:
     void libusbIsNotAsked();
     void nothingStaysOpen();
 };
+
+void TestUsbView::recordedTreeIsReadAsTheKernelWroteIt()
+{
+    const RecordedTree tree(s_recording);
+    QCOMPARE(tree.folders(), 27);
+    const auto devices = recognisedDevices(tree.places());
+    QVERIFY(devices);
+    QStringList lines;
+    for (const SystemDevice &device : *devices) {
+        lines << QStringLiteral("%1:%2 %3 %4 %5 %6%7")
+                     .arg(device.busNumber)
+                     .arg(device.deviceAddress)
+                     .arg(device.id.productId, 4, 16)
+                     .arg(device.portPath)
+                     .arg(device.speed)
+                     .arg(device.held ? "held " : "", device.driver);
+        QCOMPARE(device.id.vendorId, quint16(0xE5C1));
+        QVERIFY(device.hasNode);
+    }
+    QCOMPARE(lines, QStringList({"3:2 3600 3-1 480 ", "4:2 3601 4-9 5000 cypress_cy7c63",
+                                 "4:3 3621 4-10 5000 held usbfs",
+                                 "4:4 3631 4-11 5000 held usbip-host", "4:5 363f 4-12 5000 "}));
+}
+
+void TestUsbView::nodesAsTheKernelMakesThemAreDenied()
+{
+    const RecordedTree tree(s_recording);
+    const QString usable = tree.node("bus/usb/004/005");
+    setMode(usable, 0666); // what the package's rules do
+    if (getuid() != 0) {   // the nodes are this user's own, who may do everything
+        for (const char *node : {"003/002", "004/002", "004/003", "004/004"}) {
+            setMode(tree.node(QStringLiteral("bus/usb/") + node), 0);
+        }
+    }
+    const OrdinaryUser user;
+    const auto devices = *recognisedDevices(tree.places());
+    QList<int> addresses;
+    for (const SystemDevice &device : devices) {
+        const bool isUsable = device.busNumber == 4 && device.deviceAddress == 5;
+        QCOMPARE(device.obstacle(), isUsable ? Obstacle::None : Obstacle::Denied);
+        addresses << device.deviceAddress;
+    }
+    QCOMPARE(addresses, QList<int>({2, 2, 3, 4, 5}));
+}
 
 void TestUsbView::deviceIsShownWithAllThatTheSystemSays()
 {
@@ -444,16 +493,17 @@ void TestUsbView::deviceThatGoesWhileItIsReadIsLeftOut()
     QCOMPARE(strike.looks, s_looks);
 }
 
-// It is unplugged and plugged in again, with other rights, another holder and another address.
+// It is unplugged and plugged in again, with other ids, another holder and another address. Half of
+// the old ids with half of the new ones would be a device that is recognised.
 void TestUsbView::deviceThatComesBackWhileItIsReadIsNotMixedUp()
 {
     int whole = 0;
     for (int before = 1; before <= s_looks; ++before) {
         SysfsTree tree;
-        tree.add({"2-1.4", "e5c1", "3601", 7, "5000"});
+        tree.add({"2-1.4", "e5c1", "360f", 7, "5000"});
         Strike strike{before, [&tree] {
                           tree.remove("2-1.4");
-                          tree.add({"2-1.4", "e5c1", "360f", 8, "480"});
+                          tree.add({"2-1.4", "5555", "3601", 8, "480"});
                           tree.bind("2-1.4:1.0", "usbfs");
                       }};
         s_strike = &strike;
@@ -462,6 +512,8 @@ void TestUsbView::deviceThatComesBackWhileItIsReadIsNotMixedUp()
         QVERIFY(devices.size() <= 1);
         if (!devices.empty()) {
             ++whole;
+            QCOMPARE(devices[0].id.vendorId, quint16(0x5555));
+            QCOMPARE(devices[0].id.productId, quint16(0x3601));
             QCOMPARE(devices[0].deviceAddress, quint16(8));
             QCOMPARE(devices[0].speed, 480);
             QVERIFY(devices[0].held);
