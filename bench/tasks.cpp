@@ -45,11 +45,11 @@ std::vector<Scan> scan(int times)
 
 void printScans(const std::vector<Scan> &scans)
 {
-    int fewest = scans.front().found.size();
+    int fewest = int(scans.front().found.size());
     std::printf("{\"walls\": [");
     for (const Scan &one : scans) {
         std::printf("%s%.6f", &one == &scans.front() ? "" : ", ", one.seconds);
-        fewest = std::min(fewest, one.found.size());
+        fewest = std::min(fewest, int(one.found.size()));
     }
     std::printf("], \"devices\": %d}\n", fewest);
 }
