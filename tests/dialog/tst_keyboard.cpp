@@ -126,7 +126,6 @@ private slots:
     void ctrlOnTheChosenRowChangesNothing_data();
     void ctrlOnTheChosenRowChangesNothing();
     void rowThatAMouseIsDraggedToIsTheOneThatIsLoaded();
-    void mouseDraggedOffTheRowsChangesNothing();
 
     void returnStartsAnUpdateFromTwoPlacesOnly_data();
     void returnStartsAnUpdateFromTwoPlacesOnly();
@@ -281,22 +280,6 @@ void TestKeyboard::rowThatAMouseIsDraggedToIsTheOneThatIsLoaded()
     QTest::mouseRelease(rows, Qt::LeftButton, {}, session.centreOf(1));
     QCOMPARE(session.chosenRow(), 1);
     QCOMPARE(session.takeAsked(), QStringList{s_readB});
-}
-
-void TestKeyboard::mouseDraggedOffTheRowsChangesNothing()
-{
-    Session session;
-    session.openPage("tabSettings");
-    QWidget *rows = session.list()->viewport();
-    const QPoint below = session.centreOf(1) + QPoint(0, 40);
-    QVERIFY(!session.list()->itemAt(below));
-    QTest::mousePress(rows, Qt::LeftButton, {}, session.centreOf(0));
-    QMouseEvent move(QEvent::MouseMove, below, Qt::NoButton, Qt::LeftButton, {});
-    QApplication::sendEvent(rows, &move);
-    QCOMPARE(session.chosenRow(), 0);
-    QTest::mouseRelease(rows, Qt::LeftButton, {}, below);
-    QCOMPARE(session.chosenRow(), 0);
-    QCOMPARE(session.takeAsked(), QStringList());
 }
 
 // ---- Return
