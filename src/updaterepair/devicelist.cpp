@@ -45,7 +45,7 @@ void UpdateRepair::forgetDevices()
 
 void UpdateRepair::requestScan()
 {
-    turns.ask(Turns::Work::Scan, [this] { emit scanner->scan(); });
+    turns.askScan([this] { emit scanner->scan(); });
 }
 
 void UpdateRepair::onNewDevice(const DeviceDescription &desc)

@@ -59,7 +59,7 @@ void UpdateRepair::startUpdate(const DeviceDescription &desc)
     ui->labelDoNotInterrupt->setText(doNotInterruptText());
     ui->labelDoNotInterrupt->show();
     ui->updateProgress->reset();
-    turns.ask(Turns::Work::Update, [this, desc, fileName = ui->firmwareLineEdit->text()] {
+    turns.askUpdate([this, desc, fileName = ui->firmwareLineEdit->text()] {
         emit updateTask->start(desc, fileName);
     });
 }

@@ -7,15 +7,14 @@
 
 #include <cstring>
 
-// Runs only while the controls are unlocked, so no poll starts during a scan, an update or a
-// configuration request.
+// Runs only while the controls are unlocked.
 void UpdateRepair::onInputStatusTimer()
 {
     DeviceDescription desc;
-    if (turns.isPolling() || !getCurrentDeviceDescription(desc)) {
+    if (!turns.mayPoll() || !getCurrentDeviceDescription(desc)) {
         return;
     }
-    pollTicket = turns.ask(Turns::Work::Poll, [this, desc] {
+    pollTicket = turns.askPoll([this, desc] {
         emit inputStatusAction->getConfigDeviceData(desc, INPUT_STATUS,
                                                     makeConfigDeviceData(sizeof(InputStatusInfo)),
                                                     sizeof(InputStatusInfo), 0, 0);

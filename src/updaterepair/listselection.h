@@ -6,7 +6,7 @@ class QListWidget;
 
 // Keeps the three things one that a list of single choice keeps apart: the current row, to which
 // every request goes, the highlighted row, which the user sees, and the row that was chosen. A row
-// is chosen by a click, an arrow key, Home, End or its first letters, never by the keyboard focus
+// is chosen by a click, an arrow key, Home or its first letters, never by the keyboard focus
 // alone, and a chosen row stays chosen until another one is or the list is cleared.
 class ListSelection : public QObject
 {

@@ -34,7 +34,7 @@ void UpdateRepair::prepareSettingsRequest()
 void UpdateRepair::loadSettings(const DeviceDescription &desc)
 {
     prepareSettingsRequest();
-    configTicket = turns.ask(Turns::Work::Configuration, [this, desc] {
+    askConfiguration([this, desc] {
         emit deviceFlagsAction->getConfigDeviceData(desc, GET_DEVICE_FLAGS, makeConfigDeviceData(1),
                                                     1, 0, 0);
     });
@@ -55,7 +55,7 @@ void UpdateRepair::on_updateSettingsButton_clicked()
     }
     const ConfigDeviceDataPtr record = makeConfigDeviceData(sizeof(flags));
     *record = flags;
-    configTicket = turns.ask(Turns::Work::Configuration, [this, desc, record] {
+    askConfiguration([this, desc, record] {
         emit deviceFlagsAction->setConfigDeviceData(desc, SET_DEVICE_FLAGS, record, 1, 0, 0);
     });
 }
@@ -63,19 +63,16 @@ void UpdateRepair::on_updateSettingsButton_clicked()
 void UpdateRepair::onGetDeviceFlagsComplete(uint8_t /*request*/, QSharedPointer<uint8_t> record,
                                             uint16_t /*size*/)
 {
-    endWork(Turns::Work::Configuration, [this, record] {
-        if (!deviceFlagsError && record) {
-            showDeviceFlags(*record);
-            ui->tabSettings->setEnabled(true);
-        }
-    });
+    if (deviceFlagsError || !record) {
+        endConfiguration();
+        return;
+    }
+    endConfiguration([this] { ui->tabSettings->setEnabled(true); },
+                     [this, record] { showDeviceFlags(*record); });
 }
 
 void UpdateRepair::showDeviceFlags(uint8_t flags)
 {
-    if (!configTicket.isWanted()) {
-        return;
-    }
     for (const FlagBox &box : s_flagBoxes) {
         (ui.get()->*box.checkBox)->setChecked((flags & box.flag) != 0);
     }
@@ -83,7 +80,7 @@ void UpdateRepair::showDeviceFlags(uint8_t flags)
 
 void UpdateRepair::onSetDeviceFlagsComplete(uint8_t /*request*/)
 {
-    endWork(Turns::Work::Configuration, [this] { ui->tabSettings->setEnabled(true); });
+    endConfiguration([this] { ui->tabSettings->setEnabled(true); });
 }
 
 void UpdateRepair::onDeviceFlagsError(uint8_t /*request*/, const QString &text)

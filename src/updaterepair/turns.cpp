@@ -2,28 +2,33 @@
 
 #include <utility>
 
-Turns::Ticket Turns::ask(Work work, Send send)
+void Turns::askScan(Send send)
 {
-    switch (work) {
-    case Work::Scan:
-        ++scans;
-        waitingScans.push_back(std::move(send));
-        break;
-    case Work::Update:
-        updating = true;
-        waitingRequests.push_back(std::move(send));
-        break;
-    case Work::Configuration:
-        configuring = true;
-        waitingRequests.push_back(std::move(send));
-        break;
-    case Work::Poll:
-        polling = true;
-        send();
-        return Ticket(lists);
-    }
+    ++scans;
+    waitingScans.push_back(std::move(send));
     sendWaiting();
-    return work == Work::Configuration ? Ticket(choices) : Ticket();
+}
+
+void Turns::askUpdate(Send send)
+{
+    updating = true;
+    waitingRequests.push_back(std::move(send));
+    sendWaiting();
+}
+
+Turns::Ticket Turns::askConfiguration(Send send)
+{
+    configuring = true;
+    waitingRequests.push_back(std::move(send));
+    sendWaiting();
+    return Ticket(choices);
+}
+
+Turns::Ticket Turns::askPoll(const Send &send)
+{
+    polling = true;
+    send();
+    return Ticket(lists);
 }
 
 void Turns::ended(Work work)

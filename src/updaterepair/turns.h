@@ -8,10 +8,10 @@
 //
 // - an update or a configuration request waits for the answer to a poll,
 // - a scan, which opens every device, waits for that and for the end of a configuration request,
-// - a poll waits for nothing; it is to be asked for only while isIdle() and no other is unanswered.
+// - a poll waits for nothing; it is to be asked for only while mayPoll().
 //
-// A scan and an update, or a scan that runs and a request, are kept apart by the locked controls
-// and not here: whoever asks locks them first, and unlocks them when isIdle().
+// A scan that runs, an update and a request are kept apart by the locked controls and not here:
+// whoever asks for one locks them first, and unlocks them when isIdle().
 //
 // Calls in, calls out: it knows no signal, no widget and no thread.
 class Turns
@@ -20,8 +20,8 @@ public:
     enum class Work { Scan, Update, Configuration, Poll };
     using Send = std::function<void()>;
 
-    // Knows whether the answer to what was asked is still wanted. One that ask() has not given
-    // stands for what was never asked for: it is taken as it comes. It must not outlive its Turns.
+    // Knows whether the answer to what was asked is still wanted. One that nobody has given stands
+    // for what was never asked for: it is taken as it comes. It must not outlive its Turns.
     class Ticket
     {
     public:
@@ -40,18 +40,21 @@ public:
     Turns(const Turns &) = delete; // tickets point into it
     Turns &operator=(const Turns &) = delete;
 
-    // Begins the work. `send` is called once: now, or by the ended() that it waits for. The answer
-    // to a configuration request is wanted until another row is chosen, that to a poll until the
-    // list is cleared.
-    Ticket ask(Work work, Send send);
+    // Each begins its work. `send` is called once: now, or by the ended() that it waits for.
+    void askScan(Send send);
+    void askUpdate(Send send);
+    // The answer is wanted until another row is chosen.
+    [[nodiscard]] Ticket askConfiguration(Send send);
+    // The answer is wanted until the list is cleared.
+    [[nodiscard]] Ticket askPoll(const Send &send);
     // The work has ended. Sends what waited for it: requests, then scans, each in the order in
     // which they were asked for. An end of what has not begun is ignored.
     void ended(Work work);
 
     // No scan, update or configuration request has begun and not ended, sent or not.
     bool isIdle() const;
-    // A poll is unanswered.
-    bool isPolling() const { return polling; }
+    // Nothing runs, and no poll is unanswered.
+    bool mayPoll() const { return isIdle() && !polling; }
     bool isScanning() const { return scans > 0; }
     // Another scan was asked for after the one that runs: what that finds will be found again.
     bool isScanOvertaken() const { return scans > 1; }

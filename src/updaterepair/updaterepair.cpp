@@ -143,7 +143,7 @@ void UpdateRepair::unlockWhenIdle()
 
 // `show` comes after the unlocking, which enables every page. A load comes last: it locks the
 // controls again.
-void UpdateRepair::endWork(Turns::Work work, const std::function<void()> &show)
+void UpdateRepair::endWork(Turns::Work work, const Show &show)
 {
     turns.ended(work);
     unlockWhenIdle();
@@ -156,6 +156,23 @@ void UpdateRepair::endWork(Turns::Work work, const std::function<void()> &show)
     if (allowUserAccess) {
         focusKeeper->giveBack();
     }
+}
+
+void UpdateRepair::askConfiguration(const Turns::Send &send)
+{
+    configTicket = turns.askConfiguration(send);
+}
+
+void UpdateRepair::endConfiguration(const Show &show, const Show &showAnswer)
+{
+    endWork(Turns::Work::Configuration, [this, &show, &showAnswer] {
+        if (showAnswer && configTicket.isWanted()) {
+            showAnswer();
+        }
+        if (show) {
+            show();
+        }
+    });
 }
 
 // ---- the pages
@@ -174,8 +191,7 @@ void UpdateRepair::tryLoadDeviceSettings()
     };
 
     if (!allowUserAccess) {
-        // The answer that is under way is for what was chosen before; what is chosen now follows
-        // it.
+        // What runs has to end first. What it brings may be for a row that is no longer chosen.
         turns.rememberLoad();
         return;
     }

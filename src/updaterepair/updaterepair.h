@@ -106,8 +106,14 @@ private:
     void describeForScreenReaders();
 
     // updaterepair.cpp: the end of a scan or of a configuration request, see Turns
+    using Show = std::function<void()>;
     void unlockWhenIdle();
-    void endWork(Turns::Work work, const std::function<void()> &show = nullptr);
+    void endWork(Turns::Work work, const Show &show = nullptr);
+    // A configuration request, or a sequence of them: asked for by the first, ended after the last
+    // answer. `show` is called once the controls are unlocked, `showAnswer` before it and only if
+    // the answer is for the chosen row.
+    void askConfiguration(const Turns::Send &send);
+    void endConfiguration(const Show &show = nullptr, const Show &showAnswer = nullptr);
 
     // devicelist.cpp
     void forgetDevices();

@@ -39,7 +39,7 @@ void UpdateRepair::prepareUserModeRequest(const DeviceDescription &desc)
 void UpdateRepair::sendUserMode(uint16_t index, const Turns::Send &send)
 {
     if (index == 0) {
-        configTicket = turns.ask(Turns::Work::Configuration, send);
+        askConfiguration(send);
     } else {
         send();
     }
@@ -59,7 +59,7 @@ void UpdateRepair::onGetUserModeComplete(uint8_t /*request*/, QSharedPointer<uin
                                          uint16_t /*size*/)
 {
     if (userModeError || !record) {
-        endWork(Turns::Work::Configuration, [this] {
+        endConfiguration([this] {
             // After an error the page does not show what the device holds.
             ui->tabUserMode->setEnabled(!userModeError);
         });
@@ -69,7 +69,7 @@ void UpdateRepair::onGetUserModeComplete(uint8_t /*request*/, QSharedPointer<uin
     std::memcpy(&mode, record.data(), sizeof(mode));
     showUserMode(mode);
     if (userModeIndex == s_lastUserMode) {
-        endWork(Turns::Work::Configuration);
+        endConfiguration();
         return;
     }
     ++userModeIndex;
@@ -124,7 +124,7 @@ void UpdateRepair::onSetUserModeComplete(uint8_t /*request*/)
         userModeStore(userModeIndex);
         return;
     }
-    endWork(Turns::Work::Configuration);
+    endConfiguration();
 }
 
 void UpdateRepair::onUserModeError(uint8_t /*request*/, const QString &text)

@@ -42,7 +42,7 @@ public:
             turns.listCleared();
         } else if (words.first() == QLatin1String("ask")) {
             const QString work = words.at(1);
-            tickets[work] = turns.ask(s_works.at(work), [this, work] { sent += work; });
+            ask(work, [this, work] { sent += work; });
         } else {
             turns.ended(s_works.at(words.at(1)));
         }
@@ -54,6 +54,24 @@ public:
     Turns turns;
 
 private:
+    void ask(const QString &work, const Turns::Send &send)
+    {
+        switch (s_works.at(work)) {
+        case Turns::Work::Scan:
+            turns.askScan(send);
+            break;
+        case Turns::Work::Update:
+            turns.askUpdate(send);
+            break;
+        case Turns::Work::Configuration:
+            tickets[work] = turns.askConfiguration(send);
+            break;
+        case Turns::Work::Poll:
+            tickets[work] = turns.askPoll(send);
+            break;
+        }
+    }
+
     QStringList sent;
     std::map<QString, Turns::Ticket> tickets;
 };
@@ -74,7 +92,8 @@ private slots:
     void answerThatNobodyAskedForIsTaken();
     void ticketOfANewRequestIsFresh();
     void scanIsOvertakenWhileAnotherIsToCome();
-    void pollIsUnansweredUntilItEnds();
+    void pollMayComeWhenNothingRuns_data();
+    void pollMayComeWhenNothingRuns();
     void loadIsRememberedOnce();
 };
 
@@ -243,14 +262,23 @@ void TestTurns::scanIsOvertakenWhileAnotherIsToCome()
     QVERIFY(!player.turns.isScanOvertaken() && !player.turns.isScanning());
 }
 
-void TestTurns::pollIsUnansweredUntilItEnds()
+void TestTurns::pollMayComeWhenNothingRuns_data()
 {
+    QTest::addColumn<QString>("work");
+    for (const auto &work : s_works) {
+        QTest::newRow(qPrintable(work.first)) << work.first;
+    }
+}
+
+void TestTurns::pollMayComeWhenNothingRuns()
+{
+    QFETCH(QString, work);
     Player player;
-    QVERIFY(!player.turns.isPolling());
-    player.play("ask poll");
-    QVERIFY(player.turns.isPolling());
-    player.play("end poll");
-    QVERIFY(!player.turns.isPolling());
+    QVERIFY(player.turns.mayPoll());
+    player.play("ask " + work);
+    QVERIFY(!player.turns.mayPoll());
+    player.play("end " + work);
+    QVERIFY(player.turns.mayPoll());
 }
 
 void TestTurns::loadIsRememberedOnce()
