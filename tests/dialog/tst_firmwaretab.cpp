@@ -196,7 +196,7 @@ void TestFirmwareTab::updateLocksTheWholeDialog()
     QVERIFY(!driver.label->isHidden());
     QCOMPARE(driver.label->text(), QString("DO NOT INTERRUPT"));
     QCOMPARE(driver.progress->format(), QString("%p%"));
-    QCOMPARE(driver.progress->value(), -1); // reset
+    QVERIFY(driver.progress->value() < driver.progress->minimum()); // reset
 }
 
 void TestFirmwareTab::progressIsShown()

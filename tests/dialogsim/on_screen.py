@@ -214,12 +214,24 @@ class Look:
         return without
 
 
+def check_colours(screen, simulation, folder, colours):
+    """The lower part of the window, which has no banner, is as light or as dark as it was asked for."""
+    window = simulation.wait_for("the window", lambda: screen.windows(TITLE))[0]
+    path = folder / "colours.png"
+    screen.photograph_when_still(window, path)
+    crop = ["-gravity", "South", "-crop", "100%x30%+0+0"]
+    brightness = float(screen.run("convert", str(path), *crop, "-format", "%[fx:mean]", "info:"))
+    if (brightness < 0.5) != (colours == "dark"):
+        raise DemoError(f"with {colours} colours the window's brightness is {brightness:.2f} of 1")
+
+
 def look(build, folder, density, colours):
     """Returns the window's size."""
     with Screen(NORMAL_DENSITY * density // 100) as screen:
         environment = {**environment_on(screen), **desktop(colours, folder)}
         with Simulation(build, "several", environment, build, folder / "look.log") as simulation:
             simulation.wait_for("the simulator", simulation.ready)
+            check_colours(screen, simulation, folder, colours)
             program = Look(screen, simulation, folder, str(density))
             size = screen.size(program.window)
             program.pages(with_focus=density == 100)

@@ -49,7 +49,7 @@ RULES = {
         },
         "never": [
             r"zip\.h", r"libusb\.h", r"zlib\.h", QT_WIDGETS, r"QText.*",
-            r"usbaccess\.h", r"driverinstall(er)?\.h", r"proberesult\.h",
+            r"usbaccess\.h", r"driverdecision\.h", r"platforminstaller\.h", r"proberesult\.h",
         ],
     },
     "main.cpp": {"modules": {"usb", "updaterepair", "platform"}, "never": [r"libusb\.h", r"zip\.h", r"zlib\.h"]},
