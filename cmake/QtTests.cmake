@@ -42,6 +42,12 @@ function(capso_test_defaults target)
         PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
 endfunction()
 
+# capso_left_out(what reason): ctest names it, and why, below its summary.
+function(capso_left_out what reason)
+    add_test(NAME "${what}: ${reason}" COMMAND ${CMAKE_COMMAND} -E false)
+    set_tests_properties("${what}: ${reason}" PROPERTIES DISABLED TRUE)
+endfunction()
+
 function(capso_qt_test name)
     cmake_parse_arguments(TEST "WIDGETS" "" "SOURCES;LINKS;LABELS;WRAPPER;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${TEST_SOURCES})

@@ -203,18 +203,18 @@ void TestMain::metaTypesAreKnownBeforeTheFirstScan()
 {
     ScriptedUsb usb;
     int description = QMetaType::UnknownType;
-    int byte = QMetaType::UnknownType;
+    int byteType = QMetaType::UnknownType;
     usb.onCall([&](const QString &call) {
         if (call == QLatin1String("get_device_list")) {
             description = QMetaType::type("DeviceDescription");
-            byte = QMetaType::type("uint8_t");
+            byteType = QMetaType::type("uint8_t");
         }
         quitWhenScanning(call);
     });
     run([] {});
 
     QVERIFY(description != QMetaType::UnknownType);
-    QCOMPARE(byte, int(QMetaType::UChar));
+    QCOMPARE(byteType, int(QMetaType::UChar));
 }
 
 void TestMain::windowDoesWithoutOpenGl()

@@ -1,3 +1,4 @@
+#include "brokendevice.h"
 #include "installerdouble.h"
 #include "peakmemory.h"
 #include "updaterun.h"
@@ -5,7 +6,6 @@
 #include <QtTest>
 
 #include <cstring>
-#include <map>
 
 // Repair mode: the sandbox on its way into the controller's RAM, its start, the search for the
 // device that comes back, and the update that follows.
@@ -66,79 +66,6 @@ private slots:
 namespace {
 
 constexpr quint32 s_ram = 0x40003000;
-
-// A device with nothing but a boot loader, which keeps what is written to its memory and, once
-// started, leaves the bus and comes back as its sandbox.
-class BrokenDevice
-{
-public:
-    BrokenDevice(UpdateRun &updateRun, quint16 vendorId, quint16 productId)
-        : bus(updateRun.bus), loader(bus.plug("loader", vendorId, productId))
-    {
-        place(loader, 9);
-        bus.onTransfer([this](const ScriptedTransfer &transfer) { return answer(transfer); });
-    }
-
-    // Where it comes back; without this it stays away.
-    void comesBackAs(const char *name, quint16 productId)
-    {
-        sandbox = bus.plug(name, 0xE5C1, productId);
-        place(sandbox, 23);
-        bus.unplug(sandbox);
-        sandboxName = name;
-        sandboxId = productId;
-    }
-
-    std::function<std::optional<int>(const ScriptedTransfer &)> fault;
-
-    ScriptedUsb &bus;
-    libusb_device *loader;
-    libusb_device *sandbox = nullptr;
-    std::function<void(libusb_device *)> prepareSandbox;
-
-private:
-    static void place(libusb_device *device, quint8 address)
-    {
-        device->bus = 2;
-        device->port = 6;
-        device->address = address;
-    }
-
-    std::optional<int> answer(const ScriptedTransfer &transfer)
-    {
-        if (fault) {
-            const auto result = fault(transfer);
-            if (result) {
-                return result;
-            }
-        }
-        if (transfer.request != 0xA0) {
-            return {};
-        }
-        const quint32 address = quint32(transfer.index) << 16 | transfer.value;
-        if (transfer.isIn()) {
-            std::memcpy(transfer.buffer, memory[address].constData(), transfer.length);
-            return transfer.length;
-        }
-        if (transfer.length != 0) {
-            memory[address] = transfer.data;
-            return transfer.length;
-        }
-        bus.unplug(loader);
-        if (sandbox != nullptr) {
-            sandbox = bus.plug(sandboxName, 0xE5C1, sandboxId);
-            place(sandbox, 23);
-            if (prepareSandbox) {
-                prepareSandbox(sandbox);
-            }
-        }
-        return 0;
-    }
-
-    std::string sandboxName;
-    quint16 sandboxId = 0;
-    std::map<quint32, QByteArray> memory;
-};
 
 std::vector<PackageEntry> packageWith(const QByteArray &product, const QByteArray &sandbox)
 {
@@ -221,7 +148,7 @@ void TestRepair::aBrokenDeviceIsBroughtBack()
     images.fpga = patternBytes(4097, 3);
 
     UpdateRun run;
-    BrokenDevice device(run, static_cast<quint16>(vendorId), static_cast<quint16>(productId));
+    BrokenDevice device(run.bus, static_cast<quint16>(vendorId), static_cast<quint16>(productId));
     device.comesBackAs("sandbox", static_cast<quint16>(sandboxId));
     const QStringList events =
         run.run(recordOf(device.loader, mode), packageEntries(product, images));
@@ -260,7 +187,7 @@ void TestRepair::aVelk3RepairByteForByte()
                                                  "21430087"
                                                  "03030201");
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     run.run(recordOf(device.loader, 1), packageWith("velk3", image));
     QCOMPARE(
@@ -302,7 +229,7 @@ void TestRepair::progressOfARepair()
     images.fx3 = patternBytes(10000);
     images.fpga = patternBytes(5000);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, static_cast<quint16>(repairId));
+    BrokenDevice device(run.bus, 0xE5C1, static_cast<quint16>(repairId));
     device.comesBackAs("sandbox", static_cast<quint16>(sandboxId));
     QCOMPARE(run.run(recordOf(device.loader, 1), packageEntries(product, images)),
              expected + QStringList("complete"));
@@ -312,7 +239,7 @@ void TestRepair::sectionsAreLoadedPieceByPiece()
 {
     const QByteArray data = patternBytes(10000);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     run.run(recordOf(device.loader, 1), packageWith("velk3", bootImage({{s_ram, data}}, s_ram)));
     QCOMPARE(run.bus.describedTransfers(),
              describe({memoryWrite(0x40003000, data.mid(0, 4096)), memoryRead(0x40003000, 4096),
@@ -324,7 +251,7 @@ void TestRepair::sectionsAreLoadedPieceByPiece()
 void TestRepair::everySectionIsLogged()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     run.run(recordOf(device.loader, 1),
             packageWith("velk3", bootImage({{0x40003ABC, QByteArray(5000, 'x')},
                                             {0x100, QByteArray(16, 'y')}},
@@ -339,7 +266,7 @@ void TestRepair::addressesWrapAt32Bits()
 {
     const QByteArray data = patternBytes(8192);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     run.run(recordOf(device.loader, 1),
             packageWith("velk3", bootImage({{0xFFFFF000, data}}, 0xFFFFFFFF)));
     QCOMPARE(run.bus.describedTransfers(),
@@ -351,7 +278,7 @@ void TestRepair::addressesWrapAt32Bits()
 void TestRepair::addressesAreSplitIntoValueAndIndex()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     run.run(recordOf(device.loader, 1),
             packageWith("velk3", bootImage({{0x12345678, "abcd"}}, 0x9ABCDEF0)));
     QCOMPARE(run.bus.describedTransfers(),
@@ -374,7 +301,7 @@ void TestRepair::anImageWithoutItsSignatureSendsNothing()
 {
     QFETCH(QByteArray, image);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     QCOMPARE(run.run(recordOf(device.loader, 1), packageWith("velk3", image)),
              failedLoading(progressLines({1, 2}), "Error: failed to verify microcode signature"));
     QCOMPARE(run.bus.handleCalls(), opening("loader") + givingBack("loader"));
@@ -401,7 +328,7 @@ void TestRepair::anImageThatCannotBeReadIsJudgedByItsSignature()
     QCOMPARE(package[3].name, QByteArray("velk3-sandbox.img"));
     package[3].statedCrc = 0x12345678;
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              failedLoading(progressLines({1, 2}), text));
     QVERIFY(run.bus.transfers().empty());
@@ -414,7 +341,7 @@ void TestRepair::anImageThatIsCutStartsNothing()
     QCOMPARE(whole.size(), 44);
     for (int size = 2; size < whole.size(); ++size) {
         UpdateRun run;
-        BrokenDevice device(run, 0xE5C1, 0x3600);
+        BrokenDevice device(run.bus, 0xE5C1, 0x3600);
         const QStringList events =
             run.run(recordOf(device.loader, 1), packageWith("velk3", whole.left(size)));
         QCOMPARE(events.mid(events.size() - 3), failedLoading({}, "FX3 checksum error"));
@@ -462,7 +389,7 @@ void TestRepair::aDamagedImageStartsNothing()
     QFETCH(int, requests);
     const long memoryBefore = peakMemory();
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     const QStringList events = run.run(recordOf(device.loader, 1), packageWith("velk3", image));
     QCOMPARE(events.mid(events.size() - 3), failedLoading({}, "FX3 checksum error"));
     QCOMPARE(events.filter("error").size(), 1);
@@ -478,7 +405,7 @@ void TestRepair::aWrongChecksumIsFoundBeforeTheStart()
     QByteArray image = bootImage({{s_ram, data}, {0x100, "abcd"}}, s_ram);
     image[image.size() - 4] = char(image[image.size() - 4] + 1);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     // 6000 and 6004 bytes of 6032, in thirteenths, from 2.
     QCOMPARE(run.run(recordOf(device.loader, 1), packageWith("velk3", image)),
              failedLoading(progressLines({1, 2, 14, 14}), "FX3 checksum error"));
@@ -490,7 +417,7 @@ void TestRepair::theLongestSectionIsTaken()
 {
     const QByteArray data = patternBytes(0x200000);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     run.run(recordOf(device.loader, 1), packageWith("velk3", bootImage({{0, data}}, s_ram)));
     QCOMPARE(int(run.bus.transfers().size()), 2 * 512 + 1);
     QVERIFY(wasStarted(run.bus));
@@ -499,7 +426,7 @@ void TestRepair::theLongestSectionIsTaken()
 void TestRepair::whatFollowsTheChecksumIsIgnored()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     const QByteArray image = bootImage({{s_ram, "abcd"}}, s_ram) + QByteArray(777, 'z');
     const QStringList events = run.run(recordOf(device.loader, 1), packageWith("velk3", image));
@@ -510,7 +437,7 @@ void TestRepair::whatFollowsTheChecksumIsIgnored()
 void TestRepair::anImageWithoutSectionsIsStarted()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     const QStringList events =
         run.run(recordOf(device.loader, 1), packageWith("velk3", bootImage({}, 0x1234)));
@@ -524,7 +451,7 @@ void TestRepair::anImageThatCannotBeOpenedLooksLikeSuccess()
     package[3].encrypted = true;
     QCOMPARE(package[3].name, QByteArray("velk3-sandbox.img"));
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              progressLines({1, 2, 100}) + QStringList("complete"));
     QCOMPARE(run.debugLines().last(), QStringLiteral("Can't open file"));
@@ -535,7 +462,7 @@ void TestRepair::aPackageWithoutSandboxLooksLikeSuccess()
 {
     const Images images{{}, {}, {}, smallImages("velk3").edid};
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     QCOMPARE(run.run(recordOf(device.loader, 1), packageEntries("velk3", images)),
              progressLines({1, 2, 100}) + QStringList("complete"));
     QVERIFY(run.bus.transfers().empty());
@@ -572,7 +499,7 @@ void TestRepair::everyFailingRequestOfTheLoadingEndsIt()
     QFETCH(QString, text);
     QFETCH(QStringList, progress);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     run.bus.failTransfer(failing, code);
     const QByteArray image = bootImage({{s_ram, "abcdefgh"}, {0x100, "ijklmnop"}}, s_ram);
     QCOMPARE(image.size(), 48);
@@ -597,7 +524,7 @@ void TestRepair::aByteThatReadsBackWrongEndsTheLoading()
     QFETCH(int, wrong);
     const QByteArray data = patternBytes(5000);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.fault = [&](const ScriptedTransfer &transfer) -> std::optional<int> {
         if (!transfer.isIn()) {
             return {};
@@ -633,7 +560,7 @@ void TestRepair::bytesThatDoNotComeBackCountAsDifferent()
     QFETCH(QByteArray, data);
     QFETCH(int, returned);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.fault = [&](const ScriptedTransfer &transfer) -> std::optional<int> {
         if (!transfer.isIn() || (data.size() > 4096 && transfer.value == 0x3000)) {
             return {};
@@ -651,7 +578,7 @@ void TestRepair::identitiesAreTriedInOrder()
 {
     // None comes back; each is asked a driver for, in order, and there is none to be had.
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3630);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
     const auto package = packageWith("velk3_4k", bootImage({{s_ram, "abcd"}}, s_ram));
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              progressLines({1, 2, 3}) +
@@ -665,7 +592,7 @@ void TestRepair::identitiesAreTriedInOrder()
 void TestRepair::theSecondIdentityIsFoundWithoutInstaller()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3630);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
     device.comesBackAs("sandbox", 0x364F);
     const auto package = packageWith("velk3_4k", bootImage({{s_ram, "abcd"}}, s_ram));
     const QStringList events = run.run(recordOf(device.loader, 1), package);
@@ -695,7 +622,7 @@ void TestRepair::theDeviceIsFoundAtAnotherAddressOnly()
     QFETCH(int, address);
     QFETCH(bool, found);
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     device.prepareSandbox = [&](libusb_device *sandbox) {
         sandbox->bus = static_cast<quint8>(bus);
@@ -735,7 +662,7 @@ void TestRepair::installationOutcomes()
     installer::existsOnThisPlatform(installerExists);
     installer::answer({outcome, outcome});
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3630);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
     const auto package = packageWith("velk3_4k", bootImage({{s_ram, "abcd"}}, s_ram));
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              progressLines({1, 2, 3}) + QStringList({"error " + error, "complete"}));
@@ -749,7 +676,7 @@ void TestRepair::aDriverThatIsInstalledOpensTheDevice()
     installer::existsOnThisPlatform(true);
     installer::answer({0});
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     device.prepareSandbox = [](libusb_device *sandbox) {
         // The search and its last attempt; then there is a driver.
@@ -769,7 +696,7 @@ void TestRepair::anInstalledDriverThatDoesNotHelpMovesOn()
     installer::existsOnThisPlatform(true);
     installer::answer({0});
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3630);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
     device.comesBackAs("sandbox", 0x364F);
     const QStringList events =
         run.run(recordOf(device.loader, 1), packageEntries("velk3_4k", smallImages("velk3_4k")));
@@ -781,7 +708,7 @@ void TestRepair::anInstalledDriverThatDoesNotHelpMovesOn()
 void TestRepair::aSandboxThatCannotBeClaimedIsLikeOneThatDoesNotOpen()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     device.prepareSandbox = [](libusb_device *sandbox) {
         sandbox->claimResult = LIBUSB_ERROR_BUSY;
@@ -797,7 +724,7 @@ void TestRepair::aSandboxThatCannotBeClaimedIsLikeOneThatDoesNotOpen()
 void TestRepair::aRecordWithItsDeviceIsSearchedForAfterwards()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     {
         DeviceDescription record = recordOf(device.loader, 1);
@@ -814,7 +741,7 @@ void TestRepair::aRecordWithItsDeviceIsSearchedForAfterwards()
 void TestRepair::theSandboxsFirstInterfaceIsClaimed()
 {
     UpdateRun run;
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     device.prepareSandbox = [](libusb_device *sandbox) {
         sandbox->claimResult = LIBUSB_ERROR_BUSY; // the claim is all that is asked for here
@@ -830,7 +757,7 @@ void TestRepair::aFailingUpdateOfTheSandboxStillEndsAt100()
 {
     UpdateRun run;
     run.bus.answer(0xC6, {LIBUSB_ERROR_PIPE});
-    BrokenDevice device(run, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
     device.comesBackAs("sandbox", 0x360F);
     const QStringList events =
         run.run(recordOf(device.loader, 1), packageEntries("velk3", smallImages("velk3")));
@@ -845,7 +772,7 @@ void TestRepair::anyFailingCallGivesTheDevicesBack()
 {
     const auto attempt = [](int failing) {
         UpdateRun run;
-        BrokenDevice device(run, 0xE5C1, 0x3600);
+        BrokenDevice device(run.bus, 0xE5C1, 0x3600);
         device.comesBackAs("sandbox", 0x360F);
         run.bus.failCall(failing, LIBUSB_ERROR_NO_DEVICE);
         const QStringList events =

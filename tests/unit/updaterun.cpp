@@ -115,8 +115,8 @@ std::vector<ScriptedTransfer> edidRequests(const QByteArray &edid)
 quint32 slowCrc32(const QByteArray &bytes)
 {
     quint32 crc = 0xFFFFFFFF;
-    for (const char byte : bytes) {
-        crc ^= static_cast<quint8>(byte);
+    for (const char next : bytes) {
+        crc ^= static_cast<quint8>(next);
         for (int bit = 0; bit < 8; ++bit) {
             crc = (crc >> 1) ^ ((crc & 1) != 0 ? 0xEDB88320 : 0);
         }

@@ -1,4 +1,4 @@
-#!/ usr / bin / env python3
+#!/usr/bin/env python3
 """The driver installer as a Windows program, under wine, with a libwdi.dll beside it that is a real DLL: libwdidouble.c.
 
 check.py SOURCE_FOLDER WINE WORK_FOLDER
@@ -36,7 +36,7 @@ BOOT_PRINTED = [
     r"Found device: USB\VID_04B4&PID_00F3: Install status: Success (0)", "result 0",
 ]
 
-#name : (script, arguments, calls, printed)
+# name: (script, arguments, calls, printed)
 CASES = {
     "a listed device": (
         ["list 0", "device " + OTHER, "device " + BOOT, "list 0", "device " + BOOT, "device " + OTHER],

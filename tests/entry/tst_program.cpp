@@ -1,0 +1,427 @@
+// The whole program on a scripted libusb, as its user has it: main(), the dialog, the mouse, a
+// package file in a folder whose name is not ASCII, and the real pauses of an update.
+//
+// With CAPSO_PICTURES=FOLDER in the environment it stops where somebody might want to see it: it
+// leaves NAME.ready in the folder and goes on when that file is gone.
+
+#include "brokendevice.h"
+#include "messageboxes.h"
+#include "packages.h"
+#include "scriptedlibusb.h"
+#include "updaterepair.h"
+#include "updaterun.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QFile>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSemaphore>
+#include <QSpinBox>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+int capsoMain(int argc, char **argv);
+
+// The first event of the application object is where a test gets hold of the running program.
+static std::function<void()> s_whenRunning;
+
+namespace {
+
+constexpr int s_patience = 60000; // ms; far more than anything takes
+
+void startWhenRunning()
+{
+    if (auto start = std::exchange(s_whenRunning, nullptr)) {
+        QTimer::singleShot(0, qApp, start);
+    }
+}
+
+// A device that runs, with a signal at its input.
+void plugGrabber(ScriptedUsb &usb)
+{
+    libusb_device *device = usb.plug("grabber", 0xE5C1, 0x3601);
+    device->serialString = 1;
+    device->strings = {{1, "A1B2C3D4"}, {2, "VELK3 Grabber"}, {3, "1.2.3"}};
+}
+
+// What such a device answers to the requests of the settings and of the input signal.
+std::optional<int> configuration(const ScriptedTransfer &transfer)
+{
+    static const QByteArray signal = QByteArray::fromHex("524742000000000000000000" // "RGB"
+                                                         "48444d4900000000"         // "HDMI"
+                                                         "60ea0000" // 60.000 frames per second
+                                                         "80073804" // 1920x1080
+                                                         "00");     // progressive
+    static const QByteArray flags = QByteArray::fromHex("03");
+    static const QByteArray modes[] = {QByteArray::fromHex("0005d00200"),  // 1280x720
+                                       QByteArray::fromHex("20035802 00"), // 800x600
+                                       QByteArray::fromHex("0000000001")}; // off
+    if (!transfer.isIn()) {
+        return {};
+    }
+    QByteArray bytes;
+    switch (transfer.request) {
+    case 0xB2:
+        bytes = signal;
+        break;
+    case 0xE2:
+        bytes = flags;
+        break;
+    case 0xB3:
+        bytes = modes[transfer.index % 3];
+        break;
+    default:
+        return {};
+    }
+    if (bytes.size() != transfer.length) {
+        return LIBUSB_ERROR_PIPE;
+    }
+    std::memcpy(transfer.buffer, bytes.constData(), transfer.length);
+    return transfer.length;
+}
+
+// The lines of an update's requests: less the status polls, which run by themselves.
+QStringList withoutPolls(const std::vector<ScriptedTransfer> &transfers)
+{
+    std::vector<ScriptedTransfer> others;
+    for (const ScriptedTransfer &transfer : transfers) {
+        if (transfer.request != 0xB2) {
+            others.push_back(transfer);
+        }
+    }
+    return describe(others);
+}
+
+// Of several blocks each.
+Images someImages(const QByteArray &product)
+{
+    Images images = smallImages(product);
+    images.fx3 = patternBytes(10000, 2);
+    images.fpga = patternBytes(9000, 3);
+    images.edid = edidText(edidBlocks(2));
+    return images;
+}
+
+} // namespace
+Q_COREAPP_STARTUP_FUNCTION(startWhenRunning)
+
+class TestProgram : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void pagesShowWhatTheDeviceHolds();
+    void updateFromAFileToItsEnd();
+    void packageForAnotherDeviceIsRefused();
+    void failureIsSaidAndTheNextUpdateWorks();
+    void brokenDeviceIsRepaired();
+
+private:
+    // Runs the program, does the steps in it, and closes its window. Returns its exit code.
+    int run(const std::function<void()> &steps);
+    template<typename Widget> Widget *find(const char *objectName)
+    {
+        auto *widget = dialog->findChild<Widget *>(QLatin1String(objectName));
+        if (!widget) {
+            qFatal("no widget %s", objectName);
+        }
+        return widget;
+    }
+    void click(const char *objectName)
+    {
+        QTest::mouseClick(find<QWidget>(objectName), Qt::LeftButton);
+    }
+    QStringList rows();
+    void selectTheOnlyRow();
+    void showPage(int index);
+    // Writes a package with these entries and starts the update with it.
+    void startUpdate(const std::vector<PackageEntry> &package);
+    QString barText() { return find<QProgressBar>("updateProgress")->text(); }
+    QString warning();
+    void photograph(const char *name);
+
+    QTemporaryDir folder{QDir::tempPath() + QStringLiteral("/capso прошивка 更新 XXXXXX")};
+    UpdateRepair *dialog = nullptr;
+    std::unique_ptr<MessageBoxes> boxes;
+    bool ended = false; // the steps came to their end
+};
+
+int TestProgram::run(const std::function<void()> &steps)
+{
+    ended = false;
+    s_whenRunning = [&] {
+        boxes = std::make_unique<MessageBoxes>();
+        for (QWidget *widget : QApplication::topLevelWidgets()) {
+            if (auto *found = qobject_cast<UpdateRepair *>(widget)) {
+                dialog = found;
+            }
+        }
+        steps();
+        boxes.reset();
+        dialog->close();
+    };
+    char name[] = "capso-config";
+    char *arguments[] = {name, nullptr};
+    return capsoMain(1, arguments);
+}
+
+QStringList TestProgram::rows()
+{
+    QStringList texts;
+    auto *list = find<QListWidget>("devicesList");
+    for (int row = 0; row < list->count(); ++row) {
+        texts.append(list->item(row)->text());
+    }
+    return texts;
+}
+
+void TestProgram::selectTheOnlyRow()
+{
+    auto *list = find<QListWidget>("devicesList");
+    QTRY_COMPARE_WITH_TIMEOUT(list->count(), 1, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(list->isEnabled(), s_patience);
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                      list->visualItemRect(list->item(0)).center());
+    QTRY_VERIFY_WITH_TIMEOUT(find<QTabWidget>("tabWidget")->isEnabled(), s_patience);
+}
+
+void TestProgram::showPage(int index)
+{
+    auto *tabs = find<QTabWidget>("tabWidget");
+    QTest::mouseClick(tabs->tabBar(), Qt::LeftButton, {}, tabs->tabBar()->tabRect(index).center());
+    QCOMPARE(tabs->currentIndex(), index);
+    QTRY_VERIFY_WITH_TIMEOUT(tabs->isEnabled(), s_patience);
+}
+
+void TestProgram::startUpdate(const std::vector<PackageEntry> &package)
+{
+    QVERIFY(folder.isValid());
+    const QString path = folder.filePath(QStringLiteral("прошивка 更新.fw"));
+    writeFile(path, zipArchive(package));
+    find<QLineEdit>("firmwareLineEdit")->setText(path);
+    click("updateButton");
+    QVERIFY(!dialog->isEnabled());
+    QCOMPARE(warning(), QStringLiteral("DO NOT INTERRUPT"));
+}
+
+QString TestProgram::warning()
+{
+    const auto *label = find<QLabel>("labelDoNotInterrupt");
+    return label->isVisible() ? label->text() : QString();
+}
+
+void TestProgram::photograph(const char *name)
+{
+    const QString pictures = qEnvironmentVariable("CAPSO_PICTURES");
+    if (pictures.isEmpty()) {
+        return;
+    }
+    const QString ready = QStringLiteral("%1/%2.ready").arg(pictures, QLatin1String(name));
+    QTest::qWait(500); // what is to be seen has been drawn
+    writeFile(ready, {});
+    QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(ready), s_patience);
+}
+
+void TestProgram::pagesShowWhatTheDeviceHolds()
+{
+    ScriptedUsb usb;
+    plugGrabber(usb);
+    usb.onTransfer(configuration);
+    const int result = run([&] {
+        selectTheOnlyRow();
+        QCOMPARE(rows(), QStringList{"VELK3 Grabber (A1B2C3D4, 1.2.3) [e5c1:3601]"});
+        QTRY_COMPARE_WITH_TIMEOUT(find<QLabel>("inputSignalLabel")->text(),
+                                  QStringLiteral("HDMI 1920x1080p@60, RGB"), s_patience);
+        photograph("firmware");
+        showPage(1);
+        QVERIFY(find<QCheckBox>("reenumerateCheckBox")->isChecked());
+        QVERIFY(find<QCheckBox>("keepAspectRatioCheckBox")->isChecked());
+        QVERIFY(!find<QCheckBox>("performanceModeCheckBox")->isChecked());
+        QVERIFY(!find<QCheckBox>("audioSelectorCheckBox")->isChecked());
+        photograph("settings");
+        showPage(2);
+        QCOMPARE(find<QSpinBox>("userMode1Width")->value(), 1280);
+        QCOMPARE(find<QSpinBox>("userMode1Height")->value(), 720);
+        QVERIFY(find<QGroupBox>("userMode1")->isChecked());
+        QCOMPARE(find<QSpinBox>("userMode2Width")->value(), 800);
+        QCOMPARE(find<QSpinBox>("userMode2Height")->value(), 600);
+        QVERIFY(find<QGroupBox>("userMode2")->isChecked());
+        QVERIFY(!find<QGroupBox>("userMode3")->isChecked());
+        photograph("user-modes");
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
+}
+
+void TestProgram::updateFromAFileToItsEnd()
+{
+    const Images images = someImages("velk3");
+    ScriptedUsb usb;
+    plugGrabber(usb);
+    // The device waits with its answer to the bitstream's start until the window has been looked
+    // at.
+    QSemaphore looked;
+    usb.onTransfer([&looked](const ScriptedTransfer &transfer) {
+        if (transfer.request == 0xC1) {
+            looked.tryAcquire(1, s_patience);
+        }
+        return configuration(transfer);
+    });
+    const int result = run([&] {
+        selectTheOnlyRow();
+        usb.clearLog();
+        startUpdate(packageEntries("velk3", images));
+        QTRY_COMPARE_WITH_TIMEOUT(barText(), QStringLiteral("34%"), s_patience);
+        QVERIFY(!find<QTabWidget>("tabWidget")->isEnabled());
+        photograph("update");
+        looked.release();
+        QTRY_COMPARE_WITH_TIMEOUT(barText(), QStringLiteral("Update Completed"), s_patience);
+        QCOMPARE(warning(), QString());
+        QVERIFY(dialog->isEnabled());
+        photograph("update-completed");
+        QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 1, s_patience); // of the scan that follows
+        QVERIFY(boxes->shown.empty());
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
+
+    std::vector<ScriptedTransfer> expected = fx3Requests(*images.fx3);
+    for (const auto &more : {fpgaV1Requests(*images.fpga), edidRequests(edidBlocks(2))}) {
+        expected.insert(expected.end(), more.begin(), more.end());
+    }
+    expected.push_back(inRequest(0xC8)); // the scan that follows
+    QCOMPARE(withoutPolls(usb.transfers()), describe(expected));
+}
+
+void TestProgram::packageForAnotherDeviceIsRefused()
+{
+    ScriptedUsb usb;
+    plugGrabber(usb);
+    const int result = run([&] {
+        selectTheOnlyRow();
+        usb.clearLog();
+        startUpdate(packageEntries("sorn3", smallImages("sorn3")));
+        QTRY_COMPARE_WITH_TIMEOUT(boxes->shown.size(), std::size_t(1), s_patience);
+        QCOMPARE(boxes->shown[0].title, QStringLiteral("Update Error"));
+        QCOMPARE(boxes->shown[0].text, QStringLiteral("Selected device and firmware incompatible"));
+        QTRY_VERIFY_WITH_TIMEOUT(dialog->isEnabled(), s_patience);
+        QCOMPARE(barText(), QStringLiteral("Update Error"));
+        QCOMPARE(warning(), QStringLiteral("Do not disconnect. Retry. Call Support."));
+        QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 1, s_patience);
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
+    // Nothing but the scan that follows.
+    QCOMPARE(withoutPolls(usb.transfers()), QStringList{describe(inRequest(0xC8))});
+}
+
+void TestProgram::failureIsSaidAndTheNextUpdateWorks()
+{
+    ScriptedUsb usb;
+    plugGrabber(usb);
+    bool unplugged = true;
+    usb.onTransfer([&unplugged](const ScriptedTransfer &transfer) -> std::optional<int> {
+        if (unplugged && transfer.request == 0xC2) {
+            return LIBUSB_ERROR_TIMEOUT;
+        }
+        return configuration(transfer);
+    });
+    const int result = run([&] {
+        boxes->whileOpen = [this] { photograph("error-box"); };
+        selectTheOnlyRow();
+        startUpdate(packageEntries("velk3", someImages("velk3")));
+        QTRY_VERIFY_WITH_TIMEOUT(dialog->isEnabled(), s_patience);
+        QCOMPARE(boxes->shown.size(), std::size_t(1));
+        QCOMPARE(boxes->shown[0].icon, QMessageBox::Critical);
+        QCOMPARE(boxes->shown[0].text,
+                 QStringLiteral("Error: failed to write FPGA header block:  LIBUSB_ERROR_TIMEOUT"));
+        QCOMPARE(barText(), QStringLiteral("Update Error"));
+        QCOMPARE(warning(), QStringLiteral("Do not disconnect. Retry. Call Support."));
+
+        unplugged = false;
+        selectTheOnlyRow();
+        startUpdate(packageEntries("velk3", someImages("velk3")));
+        QTRY_COMPARE_WITH_TIMEOUT(barText(), QStringLiteral("Update Completed"), s_patience);
+        QCOMPARE(boxes->shown.size(), std::size_t(1));
+        QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 1, s_patience);
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
+}
+
+void TestProgram::brokenDeviceIsRepaired()
+{
+    constexpr quint32 ram = 0x40003000;
+    Images images = someImages("velk3");
+    const QByteArray sandbox = patternBytes(10000, 5);
+    images.sandbox = bootImage({{ram, sandbox}}, ram);
+    ScriptedUsb usb;
+    BrokenDevice device(usb, 0x04B4, 0x00F3);
+    device.loader->strings = {{2, "WestBridge"}};
+    device.comesBackAs("sandbox", 0x360F);
+    QSemaphore reached;
+    QSemaphore looked;
+    device.fault = [&](const ScriptedTransfer &transfer) -> std::optional<int> {
+        if (transfer.request == 0xC1) {
+            reached.release();
+            looked.tryAcquire(1, s_patience);
+        }
+        return {};
+    };
+    const int result = run([&] {
+        selectTheOnlyRow();
+        QCOMPARE(rows(), QStringList{"WestBridge (FFFFFFFF, ) [04b4:00f3] (Hard Repair Mode)"});
+        usb.clearLog();
+        startUpdate(packageEntries("velk3", images));
+        QTRY_COMPARE_WITH_TIMEOUT(usb.callsOf("open"), (QStringList{"open loader", "open sandbox"}),
+                                  s_patience);
+        QTRY_COMPARE_WITH_TIMEOUT(reached.available(), 1, s_patience);
+        QTRY_VERIFY_WITH_TIMEOUT(barText().endsWith('%'), s_patience);
+        QCOMPARE(warning(), QStringLiteral("DO NOT INTERRUPT"));
+        photograph("repair");
+        looked.release();
+        QTRY_COMPARE_WITH_TIMEOUT(barText(), QStringLiteral("Update Completed"), s_patience);
+        QVERIFY(boxes->shown.empty());
+        QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 1, s_patience);
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
+
+    std::vector<ScriptedTransfer> expected;
+    for (int offset = 0; offset < sandbox.size(); offset += 4096) {
+        const QByteArray piece = sandbox.mid(offset, 4096);
+        expected.push_back(memoryWrite(ram + static_cast<quint32>(offset), piece));
+        expected.push_back(memoryRead(ram + static_cast<quint32>(offset), piece.size()));
+    }
+    expected.push_back(memoryWrite(ram, {}));
+    for (const auto &more :
+         {fx3Requests(*images.fx3), fpgaV1Requests(*images.fpga), edidRequests(edidBlocks(2))}) {
+        expected.insert(expected.end(), more.begin(), more.end());
+    }
+    QCOMPARE(withoutPolls(usb.transfers()), describe(expected));
+}
+
+// The program makes its own application object.
+QTEST_APPLESS_MAIN(TestProgram)
+#include "tst_program.moc"
