@@ -46,6 +46,7 @@ struct ScriptedUsb::State
     void checkDevice(const libusb_device *device, const char *function);
     void unreference(libusb_device *device);
     int openNow() const;
+    QStringList complaintsAtTheEnd();
 };
 
 namespace {
@@ -167,24 +168,31 @@ ScriptedUsb::~ScriptedUsb()
         const std::lock_guard<std::mutex> lock(s_currentMutex);
         s_current = nullptr;
     }
-    QStringList complaints = state->violations;
-    if (state->openNow() != 0) {
-        complaints.append(QStringLiteral("%1 handles are open at the end").arg(state->openNow()));
-    }
-    for (const auto &device : state->devices) {
-        const auto handles =
-            std::count_if(state->handles.begin(), state->handles.end(), [&](const auto &one) {
-                return one->open && one->device == device.get();
-            });
-        if (device->references != handles) {
-            complaints.append(QStringLiteral("%1 references to %2 remain")
-                                  .arg(device->references - static_cast<int>(handles))
-                                  .arg(named(device.get())));
-        }
-    }
+    const QStringList complaints = state->complaintsAtTheEnd();
     if (!complaints.isEmpty()) {
         QTest::qFail(qPrintable(complaints.join(QStringLiteral("; "))), __FILE__, __LINE__);
     }
+}
+
+// Under the lock: what a thread that has ended did to a handle is seen whole.
+QStringList ScriptedUsb::State::complaintsAtTheEnd()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    QStringList complaints = violations;
+    if (openNow() != 0) {
+        complaints.append(QStringLiteral("%1 handles are open at the end").arg(openNow()));
+    }
+    for (const auto &device : devices) {
+        const auto ofDevice = std::count_if(handles.begin(), handles.end(), [&](const auto &one) {
+            return one->open && one->device == device.get();
+        });
+        if (device->references != ofDevice) {
+            complaints.append(QStringLiteral("%1 references to %2 remain")
+                                  .arg(device->references - static_cast<int>(ofDevice))
+                                  .arg(named(device.get())));
+        }
+    }
+    return complaints;
 }
 
 libusb_device *ScriptedUsb::plug(const std::string &name, quint16 vendorId, quint16 productId)
