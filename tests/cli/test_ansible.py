@@ -4,10 +4,12 @@ import json
 import os
 import pathlib
 import subprocess
+import sys
 
 from support import CliTest
 
 PLAYBOOK = pathlib.Path(__file__).resolve().parents[2] / "docs" / "ansible" / "update.yml"
+CALLBACKS = pathlib.Path(__file__).resolve().parent / "callbacks"
 HOSTS = [f"rack{number:02}" for number in range(1, 13)]
 FAILING = {"rack04", "rack09"}
 
@@ -23,7 +25,7 @@ class Ansible(CliTest):
             scene.write_text(f'device grabber\n product velk3\n serial "{host.upper()}"\n{fault}')
             lines[host] = {
                 "ansible_connection": "local",
-                "ansible_python_interpreter": "auto_silent",
+                "ansible_python_interpreter": sys.executable,
                 "folder": str(folder),
                 "capso_cli": [
                     str(self.build / "capso-sim"), "--state", str(folder / "kept"), str(scene), "--", self.cli,
@@ -36,7 +38,8 @@ class Ansible(CliTest):
     def play(self, inventory):
         environment = {
             **os.environ, "LC_ALL": "C.UTF-8", "HOME": str(self.folder), "ANSIBLE_FORKS": "12",
-            "ANSIBLE_STDOUT_CALLBACK": "json", "ANSIBLE_RETRY_FILES_ENABLED": "0",
+            "ANSIBLE_STDOUT_CALLBACK": "told", "ANSIBLE_CALLBACK_PLUGINS": str(CALLBACKS),
+            "ANSIBLE_RETRY_FILES_ENABLED": "0",
             "ANSIBLE_LOCAL_TEMP": str(self.folder / "tmp"),
         }
         words = [
@@ -44,15 +47,11 @@ class Ansible(CliTest):
             "-e", "version=2.0.0",
         ]
         ran = subprocess.run(words, capture_output=True, text=True, env=environment, timeout=500)
+        self.assertIn("{", ran.stdout, ran.stderr)
         return ran, json.loads(ran.stdout[ran.stdout.index("{"):])
 
     def messages(self, answer, task):
-        found = {}
-        for play in answer["plays"]:
-            for entry in play["tasks"]:
-                if entry["task"]["name"] == task:
-                    found.update({host: result["msg"] for host, result in entry["hosts"].items() if "msg" in result})
-        return found
+        return {host: result["msg"] for host, result in answer["tasks"][task].items()}
 
     def test_twelve_machines_of_which_two_fail(self):
         inventory = self.make_inventory()
