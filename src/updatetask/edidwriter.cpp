@@ -20,8 +20,7 @@ struct Step
 const Step s_steps[] = {
     {EDID_START, "Can't initiate EDID IO access (err:",
      QT_TRANSLATE_NOOP("UpdateTask::Worker", "Can't initiate EDID IO access (err: %1)")},
-    {EDID_WRITE, "Can't send EDID data to the device (err: ",
-     QT_TRANSLATE_NOOP("UpdateTask::Worker", "Can't send EDID data to the device (err: %1)")},
+    {EDID_WRITE, "Can't send EDID data to the device (err: ", UpdateTexts::UnsentEdid},
     {EDID_COMPLETE, "Can't finalize EDID IO access (err: ",
      QT_TRANSLATE_NOOP("UpdateTask::Worker", "Can't finalize EDID IO access (err: %1)")},
 };

@@ -4,6 +4,8 @@
 #include "updatetexts.h"
 #include "ziparchive.h"
 
+#include <libusb.h>
+
 #include <algorithm>
 #include <set>
 
@@ -90,11 +92,33 @@ void inspectMicrocode(Zip &archive, ZipFile &file, InspectedEntry &entry)
     }
 }
 
+// What becomes of an EDID that is too long for the one request that it goes to a device in; empty:
+// it is not. The request's length has 16 bits, so that only the rest of 65536 bytes is tried, and
+// nothing tells the user.
+QString longEdidFailure(std::size_t bytes)
+{
+    constexpr std::size_t longestRequest = 4096; // libusb's limit on Linux and Windows
+    if (bytes <= longestRequest) {
+        return {};
+    }
+    const auto tried = quint16(bytes);
+    return tried > longestRequest
+               ? UpdateTexts::tr("the EDID has %1 bytes, and one request takes %2: %3")
+                     .arg(QString::number(bytes), QString::number(longestRequest),
+                          UpdateTexts::tr(UpdateTexts::UnsentEdid).arg(LIBUSB_ERROR_INVALID_PARAM))
+               : UpdateTexts::tr("the EDID has %1 bytes, of which a device would be sent %2")
+                     .arg(bytes)
+                     .arg(tried);
+}
+
 void inspectEdid(ZipFile &file, InspectedEntry &entry)
 {
     constexpr int blockSize = 128;
     const EdidResult edid = parse_edid_text(read_edid_text(file));
     entry.failure = UpdateTexts::edidFailure(edid);
+    if (entry.failure.isEmpty()) {
+        entry.failure = longEdidFailure(edid.bytes.size());
+    }
     entry.edidBlocks = int(edid.bytes.size()) / blockSize;
 }
 

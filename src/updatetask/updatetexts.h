@@ -25,6 +25,8 @@ public:
         QT_TRANSLATE_NOOP("UpdateTask::Worker", "Error: failed to find FPGA image");
     static constexpr const char *UnreadableMicrocode =
         QT_TRANSLATE_NOOP("UpdateTask::Worker", "Error: failed to read archieve %d");
+    static constexpr const char *UnsentEdid = // %1: a libusb code
+        QT_TRANSLATE_NOOP("UpdateTask::Worker", "Can't send EDID data to the device (err: %1)");
     static constexpr const char *UnreadableBitstream =
         QT_TRANSLATE_NOOP("UpdateTask::Worker", "Error: failed to read FPGA image: %1");
 };

@@ -25,6 +25,10 @@ GOOD_EDID = "\n".join(EDID_LINES).encode()
 BAD_EDID = "\n".join(EDID_LINES[:-1] + ["| 01" + " 00" * 15]).encode()
 
 
+def long_edid(blocks):
+    return "\n".join(["", "", ""] + ["| " + " ".join(["00"] * 16)] * 8 * blocks).encode()
+
+
 def velk3(**changes):
     entries = {
         "product.info": b"velk3\n", "velk3.bin": b"bits", "velk3.img": b"code", "velk3-sandbox.img": GOOD_SANDBOX,
@@ -118,6 +122,25 @@ class Package(CliTest):
         self.assertTrue(result.err.startswith("capso-cli: "), result.err)
         self.assertTrue(result.err.endswith(f": {text}\n"), result.err)
 
+    @table(
+        ("33_blocks", 33, "the EDID has 4224 bytes, and one request takes 4096: "
+                          "Can't send EDID data to the device (err: -2)"),
+        ("512_blocks", 512, "the EDID has 65536 bytes, of which a device would be sent 0"),
+        ("513_blocks", 513, "the EDID has 65664 bytes, of which a device would be sent 128"),
+    )
+    def test_edid_that_no_request_takes(self, blocks, text):
+        path = self.write(velk3(edid=long_edid(blocks)))
+        result = self.inspect(path, as_json=False)
+        self.assertEqual(result.code, 1)
+        self.assertEqual(result.err, f"capso-cli: {path}: edid_velk3_uvc.edid: {text}\n")
+
+    def test_the_longest_edid_is_good_and_the_next_one_fails_as_was_told(self):
+        self.assertEqual(self.inspect(self.write(velk3(edid=long_edid(32)))).code, 0)
+        path = self.write(velk3(bits=None, code=None, sandbox=None, edid=long_edid(33)))
+        result = self.run_cli("velk3", "update", path)
+        self.assert_code(result, 1)
+        self.assertIn("Update Error: Can't send EDID data to the device (err: -2)\n", result.err)
+
     def test_damaged_bitstream(self):
         path = self.folder / "a.fw"
         self.write(velk3(bits=b"0123456789abcdef"))
@@ -133,6 +156,7 @@ class Package(CliTest):
         result = self.inspect(str(path), as_json=False)
         self.assertEqual(result.code, 1)
         self.assertIn(f"{path}: Cannot open firmware package: ", result.err)
+        self.assertEqual(result.out, "", "what is no archive is no product's")
 
     def test_several(self):
         good, bad = self.write(velk3(), "good.fw"), self.write(velk3(sandbox=None), "bad.fw")

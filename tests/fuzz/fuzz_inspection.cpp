@@ -80,25 +80,14 @@ QByteArray packageWith(const char *name, const QByteArray &content)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    startFuzzing({
-        "Cannot open firmware package: %1",
-        "Product info file found but can't be opened: %1",
-        "Can't read Product info file: %1",
-        "Unsupported product: '%1'",
-        "Invalid firmware package. File(s) not found: %1",
-        "Error: failed to find microcode image",
-        "Error: failed to read archieve %d",
-        "Error: failed to find FPGA image",
-        "Error: failed to read FPGA image: %1",
-        "Can't open EDID file",
-        "EDID data has incorrect format",
-        "EDID data has incorrect checksum",
-        "Error: failed to verify microcode signature",
-        "FX3 checksum error",
+    startFuzzing(withPackageTexts({
         "the microcode is empty, or not as long as is stated",
         "the bitstream is empty, or not as long as is stated",
         "the sandbox cannot be opened: %1",
-    });
+        "the EDID has %1 bytes, and one request takes 4096: Can't send EDID data to the device "
+        "(err: -2)",
+        "the EDID has %1 bytes, of which a device would be sent 128",
+    }));
     return 0;
 }
 

@@ -72,7 +72,7 @@ void require(bool holds, const char *what)
     }
 }
 
-void startFuzzing(std::initializer_list<const char *> knownTexts)
+void startFuzzing(const std::vector<const char *> &knownTexts)
 {
     static NullBuffer nowhere;
     std::clog.rdbuf(&nowhere);

@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include <initializer_list>
+#include <vector>
 
 // What every fuzz target does first, and how it says that something is wrong.
 
@@ -14,7 +14,7 @@ void require(bool holds, const char *what);
 //
 // With CAPSO_FUZZ_REACH_ALL set in the environment, a run that ends without having seen each of
 // them is a failure as well. That is how a corpus is shown to reach every error of its parser.
-void startFuzzing(std::initializer_list<const char *> knownTexts);
+void startFuzzing(const std::vector<const char *> &knownTexts);
 
 // The text must be one of the known ones.
 void requireKnownText(const QString &text);

@@ -130,6 +130,10 @@ def package(key="velk3", has_info=True, **replaced):
 ONLY_EDID = {"fpga": None, "fx3": None, "sandbox": None}
 
 
+def long_edid(blocks):
+    return {"data": edid_text(["|" + " 0" * 16] * 8 * blocks), "method": DEFLATED}
+
+
 def package_seeds():
     velk3 = package()
     half = len(velk3) // 2
@@ -184,6 +188,8 @@ def package_seeds():
         "edid-encrypted": package(edid=encrypted, **ONLY_EDID),
         "edid-format": package(edid={"data": b"a\nb\nc\nd\n"}, **ONLY_EDID),
         "edid-checksum": package(edid={"data": edid_text(wrong_checksum(edid_lines()))}, **ONLY_EDID),
+        "edid-33-blocks": package(edid=long_edid(33), **ONLY_EDID),
+        "edid-513-blocks": package(edid=long_edid(513), **ONLY_EDID),
         "edid-damaged": package(edid=wrong_crc, **ONLY_EDID),
         "sandbox-encrypted": package(sandbox=encrypted),
         "sandbox-signature": package(sandbox={"data": b"XY" + SANDBOX[2:]}),

@@ -55,6 +55,29 @@ private:
 
 } // namespace
 
+std::vector<const char *> withPackageTexts(std::vector<const char *> texts)
+{
+    for (const char *text : {
+             "Cannot open firmware package: %1",
+             "Product info file found but can't be opened: %1",
+             "Can't read Product info file: %1",
+             "Unsupported product: '%1'",
+             "Invalid firmware package. File(s) not found: %1",
+             "Error: failed to find microcode image",
+             "Error: failed to read archieve %d",
+             "Error: failed to find FPGA image",
+             "Error: failed to read FPGA image: %1",
+             "Can't open EDID file",
+             "EDID data has incorrect format",
+             "EDID data has incorrect checksum",
+             "Error: failed to verify microcode signature",
+             "FX3 checksum error",
+         }) {
+        texts.push_back(text);
+    }
+    return texts;
+}
+
 UpdateOutcome runUpdate(const DeviceDescription &device, const void *package, std::size_t size)
 {
     static auto *updater = new Updater; // never deleted: libFuzzer ends with exit()

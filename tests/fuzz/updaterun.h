@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <cstddef>
+#include <vector>
 
 // What the user was told during one update.
 struct UpdateOutcome
@@ -15,6 +16,9 @@ struct UpdateOutcome
 
     bool succeeded() const { return errors.isEmpty() && lastProgress == 100; }
 };
+
+// These texts, and those with which an update refuses a package, or an image of one.
+std::vector<const char *> withPackageTexts(std::vector<const char *> texts);
 
 // Updates the described device from the package, on the update task's own thread, as the dialog
 // does. Stops the run unless the update ends with exactly one complete() and with everything that
