@@ -7,11 +7,6 @@
 #include <memory>
 #include <sstream>
 
-const std::array<const Command *, 7> s_commands{
-    &s_listCommand,   &s_updateCommand,  &s_settingsCommand, &s_modesCommand,
-    &s_signalCommand, &s_packageCommand, &s_doctorCommand,
-};
-
 namespace {
 
 constexpr const char *s_about =
@@ -51,7 +46,17 @@ CommandLine ended(const CLI::App &app, const CLI::ParseError &reason)
     const bool asked = reason.get_exit_code() == 0;
     result.status = asked ? ExitStatus::Done : ExitStatus::Usage;
     result.text = QString::fromStdString(asked ? output.str() : errors.str());
+    result.error = asked ? QString() : QString::fromUtf8(reason.what());
     return result;
+}
+
+// Where the parsing has ended before it came to the option, whoever gave it reads JSON all the
+// same.
+Output::Form formOf(const std::vector<std::string> &arguments)
+{
+    return std::find(arguments.begin(), arguments.end(), "--json") == arguments.end()
+               ? Output::Form::Text
+               : Output::Form::Json;
 }
 
 // A script's variable that is not set leaves a word empty, which must not pass for one left out.
@@ -85,6 +90,7 @@ CommandLine parseCommandLine(std::vector<std::string> arguments)
     app.require_subcommand(0, 1); // CLI11's own demand for one hides a command that is misspelt
 
     CommandLine result;
+    const Output::Form form = formOf(arguments);
     for (const Command *command : s_commands) {
         CLI::App *its = app.add_subcommand(command->name, command->summary);
         const CommandRun run = command->declare(*its);
@@ -100,9 +106,9 @@ CommandLine parseCommandLine(std::vector<std::string> arguments)
             throw CLI::RequiredError("A command");
         }
     } catch (const CLI::ParseError &reason) {
-        return ended(app, reason);
+        result = ended(app, reason);
     }
-    result.form = options.json ? Output::Form::Json : Output::Form::Text;
+    result.form = options.json ? Output::Form::Json : form;
     result.verbose = options.verbose;
     return result;
 }

@@ -12,10 +12,11 @@
 struct CommandLine
 {
     CommandRun run;       // empty: nothing is to be run, `text` is all there is to say
-    Output::Form form{};  // of what the command says
+    Output::Form form{};  // of what the program says, whether it runs a command or not
     bool verbose = false; // the modules may say what they do
-    QString text;         // help, the version, or what is wrong with the command line
-    ExitStatus status{};  // Done with help and version, Usage otherwise
+    QString text;        // help, the version, or what is wrong with the command line and what helps
+    QString error;       // what is wrong alone; empty: nothing
+    ExitStatus status{}; // Done with help and version, Usage otherwise
 };
 
 // Parses the arguments, the program's name not among them. They are taken for UTF-8.

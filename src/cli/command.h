@@ -25,6 +25,9 @@ struct Session
 // Does what the command line asks for.
 using CommandRun = std::function<ExitStatus(Session &)>;
 
+// Runs it. What it throws, as where memory runs out, is a failure like any other.
+ExitStatus runSafely(const CommandRun &run, Session &session);
+
 // One command: a row of s_commands, and a file of its own.
 struct Command
 {

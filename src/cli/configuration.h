@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 
 class DeviceDescription;
@@ -17,6 +18,14 @@ struct Answer
     QString error;     // the module's own text; empty: the request succeeded
 
     bool succeeded() const { return error.isEmpty(); }
+
+    // Of a read that succeeded in the length of such a record.
+    template<typename Record> Record as() const
+    {
+        Record result;
+        std::memcpy(&result, record.constData(), sizeof(Record));
+        return result;
+    }
 };
 
 // Configuration requests one after another, each of which is waited for.
@@ -24,6 +33,11 @@ class Configuration
 {
 public:
     Answer read(const DeviceDescription &device, uint8_t request, int size, uint16_t index = 0);
+    template<typename Record>
+    Answer read(const DeviceDescription &device, uint8_t request, uint16_t index = 0)
+    {
+        return read(device, request, sizeof(Record), index);
+    }
     Answer write(const DeviceDescription &device, uint8_t request, const QByteArray &record,
                  uint16_t index = 0);
 

@@ -1,30 +1,26 @@
 #include "cli.h"
 #include "command.h"
-#include "devices.h"
+#include "diagnosis.h"
 #include "output.h"
 #include "udevrules.h"
 #include "usbview.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
+#include <QRegularExpression>
 #include <QStringList>
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <memory>
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
-
-// Something that is wrong, and what mends it: a command where there is one.
-struct Finding
-{
-    QString text;
-    QString remedy;
-};
-
-QString nodeOf(const usbview::SystemDevice &device)
-{
-    return QStringLiteral("/dev/bus/usb/%1/%2")
-        .arg(device.busNumber, 3, 10, QLatin1Char('0'))
-        .arg(device.deviceAddress, 3, 10, QLatin1Char('0'));
-}
 
 QString speedText(int speed)
 {
@@ -35,80 +31,17 @@ QString speedText(int speed)
                          : Cli::tr("%1 Mbit/s").arg(speed);
 }
 
-Finding denied(const QString &rules)
-{
-    if (rules.isEmpty()) {
-        return {Cli::tr("this user may not open it"),
-                QStringLiteral("sudo apt install capso-config-udev")};
-    }
-    // Beside the group, the rules give the right to whoever sits at the machine, which is nobody
-    // over SSH.
-    return {Cli::tr("this user may not open it: join the group plugdev, and log in again"),
-            QStringLiteral("sudo usermod -aG plugdev $USER")};
-}
-
-Finding held(const usbview::SystemDevice &device)
-{
-    if (device.driver == QLatin1String("usbfs")) {
-        return {Cli::tr("another program holds it; close that program"),
-                QStringLiteral("sudo fuser -v %1").arg(nodeOf(device))};
-    }
-    if (device.driver == QLatin1String("usbip-host")) {
-        return {Cli::tr("it is lent to another machine"),
-                QStringLiteral("sudo usbip unbind -b %1").arg(device.portPath)};
-    }
-    return {Cli::tr("the driver %1 holds it").arg(device.driver),
-            QStringLiteral("echo %1 | sudo tee /sys/bus/usb/drivers/%2/unbind")
-                .arg(device.portPath, device.driver)};
-}
-
-std::vector<Finding> findingsOf(const usbview::SystemDevice &device, const QString &rules)
-{
-    constexpr int usb3 = 5000; // Mbit/s
-    std::vector<Finding> findings;
-    switch (device.obstacle()) {
-    case usbview::Obstacle::Denied:
-        findings.push_back(denied(rules));
-        break;
-    case usbview::Obstacle::NoNode:
-        findings.push_back(
-            {Cli::tr("it has no device node; a container must be given %1").arg(nodeOf(device)),
-             QStringLiteral("docker run --device=%1 ...").arg(nodeOf(device))});
-        break;
-    case usbview::Obstacle::Held:
-        findings.push_back(held(device));
-        break;
-    case usbview::Obstacle::None:
-        break;
-    }
-    if (device.speed != 0 && device.speed < usb3) {
-        findings.push_back(
-            {Cli::tr("its link is slower than USB 3: use a USB 3 port and cable"), QString()});
-    }
-    return findings;
-}
-
 QJsonArray toJson(const std::vector<Finding> &findings)
 {
     QJsonArray array;
     for (const Finding &finding : findings) {
         QJsonObject object{{"problem", finding.text}};
-        if (!finding.remedy.isEmpty()) {
-            object.insert("command", finding.remedy);
+        if (!finding.command.isEmpty()) {
+            object.insert("command", finding.command);
         }
         array.append(object);
     }
     return array;
-}
-
-void show(Output &output, const std::vector<Finding> &findings)
-{
-    for (const Finding &finding : findings) {
-        output.line(QStringLiteral("  ") + finding.text);
-        if (!finding.remedy.isEmpty()) {
-            output.line(QStringLiteral("    ") + finding.remedy);
-        }
-    }
 }
 
 QString yesOrNo(bool yes)
@@ -116,58 +49,166 @@ QString yesOrNo(bool yes)
     return yes ? Cli::tr("yes") : Cli::tr("no");
 }
 
-// One device: what is so, and under it what is wrong.
-QJsonObject examine(Output &output, const usbview::SystemDevice &device, const QString &rules)
+// The program as a shell would call it.
+QString quotedProgram()
 {
-    const QString id = QStringLiteral("%1:%2")
-                           .arg(device.id.vendorId, 4, 16, QLatin1Char('0'))
-                           .arg(device.id.productId, 4, 16, QLatin1Char('0'));
-    const std::vector<Finding> findings = findingsOf(device, rules);
-    output.line(Cli::tr("%1 %2: %3, may be opened: %4, held: %5")
-                    .arg(device.portPath, id, speedText(device.speed), yesOrNo(device.mayOpen),
-                         yesOrNo(device.held)));
-    show(output, findings);
-    return {{"port", device.portPath},     {"id", id},
-            {"bus", device.busNumber},     {"address", device.deviceAddress},
-            {"speed", device.speed},       {"mayOpen", device.mayOpen},
-            {"held", device.held},         {"driver", device.driver},
-            {"problems", toJson(findings)}};
+    static const QRegularExpression special(QStringLiteral("[^A-Za-z0-9_./+-]"));
+    QString path = QCoreApplication::applicationFilePath();
+    if (!path.contains(special)) {
+        return path;
+    }
+    path.replace(QLatin1Char('\''), QLatin1String("'\\''"));
+    return QLatin1Char('\'') + path + QLatin1Char('\'');
 }
 
-ExitStatus doctor(Session &session)
+bool names(char *const *members, const char *user)
+{
+    for (; *members; ++members) {
+        if (qstrcmp(*members, user) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isGroupOfThisSession(gid_t group)
+{
+    std::vector<gid_t> groups(std::size_t(std::max(getgroups(0, nullptr), 0)));
+    const int count = getgroups(int(groups.size()), groups.data());
+    groups.resize(std::size_t(std::max(count, 0)));
+    return getegid() == group || std::count(groups.begin(), groups.end(), group) != 0;
+}
+
+// The machine, and the number of the rules' group on it.
+struct Surroundings
+{
+    Machine machine;
+    gid_t group = 0;
+};
+
+Surroundings lookAround()
+{
+    Surroundings around;
+    around.machine.rules = installedUdevRules();
+    around.machine.program = quotedProgram();
+    const passwd *user = getpwuid(getuid());
+    const QByteArray name = user ? user->pw_name : "";
+    const gid_t usualGroup = user ? user->pw_gid : getgid();
+    if (const group *plugdev = getgrnam(Machine::Group)) {
+        around.group = plugdev->gr_gid;
+        around.machine.hasGroup = true;
+        around.machine.isMember =
+            usualGroup == plugdev->gr_gid || names(plugdev->gr_mem, name.constData());
+        around.machine.isMemberNow = isGroupOfThisSession(plugdev->gr_gid);
+    }
+    return around;
+}
+
+Node lookAt(const usbview::SystemDevice &device, const Surroundings &around)
+{
+    constexpr mode_t readAndWrite = S_IRGRP | S_IWGRP;
+    struct stat facts = {};
+    Node node;
+    node.isGroups = around.machine.hasGroup && stat(qPrintable(nodeOf(device)), &facts) == 0 &&
+                    facts.st_gid == around.group && (facts.st_mode & readAndWrite) == readAndWrite;
+    return node;
+}
+
+// What one run finds. A command that mends several things is shown once.
+class Report
+{
+public:
+    explicit Report(Output &reportOutput) : output(reportOutput), around(lookAround()) {}
+
+    // One device: what is so, and under it what is wrong.
+    void examine(const usbview::SystemDevice &device)
+    {
+        const QString id = QStringLiteral("%1:%2")
+                               .arg(device.id.vendorId, 4, 16, QLatin1Char('0'))
+                               .arg(device.id.productId, 4, 16, QLatin1Char('0'));
+        const auto findings = findingsOf(device, lookAt(device, around), around.machine);
+        output.line(Cli::tr("%1 %2: %3, may be opened: %4, held: %5")
+                        .arg(device.portPath, id, speedText(device.speed), yesOrNo(device.mayOpen),
+                             yesOrNo(device.held)));
+        show(findings);
+        devices.append(QJsonObject{{"port", device.portPath},
+                                   {"id", id},
+                                   {"bus", device.busNumber},
+                                   {"address", device.deviceAddress},
+                                   {"speed", device.speed},
+                                   {"mayOpen", device.mayOpen},
+                                   {"held", device.held},
+                                   {"driver", device.driver},
+                                   {"problems", toJson(findings)}});
+        if (device.obstacle() != usbview::Obstacle::None) {
+            status = ExitStatus::NoAccess;
+        }
+    }
+
+    ExitStatus conclude()
+    {
+        const auto findings = findingsOf(around.machine);
+        const QString &file = around.machine.rules.file;
+        if (findings.empty()) {
+            output.line(Cli::tr("udev rules: %1").arg(file));
+        } else {
+            output.line(around.machine.rules.masked ? Cli::tr("udev rules: masked by %1").arg(file)
+                                                    : Cli::tr("udev rules: not installed"));
+            showCommand(findings.front().command);
+        }
+        output.object({{"devices", devices},
+                       {"rules", around.machine.rules.work() ? file : QString()},
+                       {"problems", toJson(findings)},
+                       {"status", int(status)}});
+        return status;
+    }
+
+private:
+    void show(const std::vector<Finding> &findings)
+    {
+        for (const Finding &finding : findings) {
+            output.line(QStringLiteral("  ") + finding.text);
+            showCommand(finding.command);
+        }
+    }
+
+    void showCommand(const QString &command)
+    {
+        if (!command.isEmpty() && !shownCommands.contains(command)) {
+            shownCommands += command;
+            output.line(QStringLiteral("    ") + command);
+        }
+    }
+
+    Output &output;
+    Surroundings around;
+    QStringList shownCommands;
+    QJsonArray devices;
+    ExitStatus status = ExitStatus::Done;
+};
+
+ExitStatus doctor(Session &session, bool rulesAlone)
 {
     Output &output = session.output;
+    if (rulesAlone) {
+        const QString rules = QString::fromUtf8(udevRulesText());
+        output.lines(rules);
+        output.object({{"rulesText", rules}});
+        return ExitStatus::Done;
+    }
     const auto devices = usbview::recognisedDevices();
     if (!devices) {
         return output.failure(ExitStatus::Failed,
                               Cli::tr("this system does not show its USB devices"));
     }
-    const QString rules = installedUdevRules();
-    ExitStatus status = ExitStatus::Done;
-    QJsonArray array;
+    Report report(output);
     for (const usbview::SystemDevice &device : *devices) {
-        array.append(examine(output, device, rules));
-        if (device.obstacle() != usbview::Obstacle::None) {
-            status = ExitStatus::NoAccess;
-        }
+        report.examine(device);
     }
     if (devices->empty()) {
         output.note(Cli::tr("the system knows no capture device"));
     }
-    std::vector<Finding> general;
-    if (rules.isEmpty()) {
-        general.push_back({Cli::tr("the udev rules are not installed"),
-                           QStringLiteral("sudo apt install capso-config-udev")});
-        output.line(Cli::tr("udev rules: not installed"));
-        output.line(QStringLiteral("    ") + general.back().remedy);
-    } else {
-        output.line(Cli::tr("udev rules: %1").arg(rules));
-    }
-    output.object({{"devices", array},
-                   {"rules", rules},
-                   {"problems", toJson(general)},
-                   {"status", int(status)}});
-    return status;
+    return report.conclude();
 }
 
 } // namespace
@@ -176,5 +217,10 @@ const Command s_doctorCommand{
     "doctor",
     "Tell what keeps devices from being used, and what mends it",
     "  capso-cli doctor",
-    [](CLI::App & /*arguments*/) -> CommandRun { return doctor; },
+    [](CLI::App &app) -> CommandRun {
+        const auto rulesAlone = std::make_shared<bool>(false);
+        app.add_flag("--rules", *rulesAlone,
+                     "Print the udev rules that let users open the devices, and nothing else");
+        return [rulesAlone](Session &session) { return doctor(session, *rulesAlone); };
+    },
 };

@@ -79,18 +79,9 @@ Interrupts::Interrupts()
     }
 }
 
-Interrupts::~Interrupts()
-{
-    for (const int number : s_signals) {
-        if (!isIgnored(number)) {
-            handle(number, SIG_DFL);
-        }
-    }
-    for (int &end : s_pipe) {
-        close(end);
-        end = -1;
-    }
-}
+// The handlers and their pipe stay for what is left of the process: a signal that comes while the
+// modules end must not take the place of the exit status, which tells what became of the devices.
+Interrupts::~Interrupts() = default;
 
 bool Interrupts::came() const
 {

@@ -10,7 +10,8 @@
 // driver, and an update that is cut leaves it broken. A signal that was ignored when the program
 // started, as under nohup, stays ignored.
 //
-// One object, made on the main thread before anything else that could be interrupted.
+// One object, made on the main thread before anything else that could be interrupted. When it has
+// gone, the signals end the program no more.
 class Interrupts : public QObject
 {
     Q_OBJECT

@@ -3,6 +3,7 @@
 #include "devicedescription.h"
 #include "interrupts.h"
 #include "qtcompat.h"
+#include "standardfiles.h"
 
 #include <QCoreApplication>
 
@@ -18,6 +19,13 @@ void discardMessage(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
 {
 }
 
+// The modules repeat what devices and packages call themselves.
+void showMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
+{
+    const QString shown = printable(qFormatLogMessage(type, context, text));
+    std::fprintf(stderr, "%s\n", qUtf8Printable(shown));
+}
+
 // What the modules say of their work goes to Qt's debug stream and to the standard log and error
 // streams. It is for whoever looks for a fault, and hides what everybody else has to read.
 void silenceModules()
@@ -30,8 +38,9 @@ void silenceModules()
 ExitStatus answer(const CommandLine &line)
 {
     if (line.status != ExitStatus::Done) {
-        std::fprintf(stderr, "capso-cli: %s", qUtf8Printable(line.text));
-        return line.status;
+        Output output(line.form);
+        output.errorLines(line.text);
+        return output.failureObject(line.status, line.error);
     }
     const bool said = std::fputs(qUtf8Printable(line.text), stdout) >= 0;
     return said && std::fflush(stdout) == 0 ? ExitStatus::Done : ExitStatus::Failed;
@@ -44,7 +53,9 @@ ExitStatus run(int argc, char **argv)
     if (!line.run) {
         return answer(line);
     }
-    if (!line.verbose) {
+    if (line.verbose) {
+        qInstallMessageHandler(showMessage);
+    } else {
         silenceModules();
     }
     const usb::Context context(line.verbose ? usb::Context::Messages::Warnings
@@ -57,7 +68,7 @@ ExitStatus run(int argc, char **argv)
 
     Output output(line.form);
     Session session{output, interrupts};
-    const ExitStatus status = line.run(session);
+    const ExitStatus status = runSafely(line.run, session);
     output.reportFailure();
     // What was done to a device counts for more than whether anybody could be told.
     return status == ExitStatus::Done && output.hasFailed() && !session.wroteDevice
@@ -69,6 +80,7 @@ ExitStatus run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    holdStandardFiles();
     try {
         return int(run(argc, argv));
     } catch (const std::exception &reason) {

@@ -14,7 +14,6 @@
 #include <CLI/CLI.hpp>
 
 #include <array>
-#include <cstring>
 #include <optional>
 
 namespace {
@@ -107,12 +106,12 @@ QString readModes(Session &session, Configuration &configuration, const ListedDe
 {
     for (std::size_t i = 0; i < modes.size(); ++i) {
         const Answer answer =
-            configuration.read(device.description, USER_MODE, sizeof(UserMode), uint16_t(i));
+            configuration.read<UserMode>(device.description, USER_MODE, uint16_t(i));
         session.interrupts.safePoint();
         if (!answer.succeeded()) {
             return answer.error;
         }
-        std::memcpy(&modes[i], answer.record.constData(), sizeof(UserMode));
+        modes[i] = answer.as<UserMode>();
     }
     return {};
 }
@@ -148,24 +147,18 @@ ExitStatus modes(Session &session, const TargetArguments &arguments)
                     .arg(assignment.text));
         }
     }
-    const Devices devices = findDevices(session);
-    const Selection selection = arguments.select(devices);
-    if (selection.status != ExitStatus::Done) {
-        return report(session.output, selection);
-    }
-    const ListedDevice &device = *selection.devices.front();
-
-    Configuration configuration;
-    Modes modes{};
-    QString error = readModes(session, configuration, device, modes);
-    if (error.isEmpty()) {
-        error = writeModes(session, configuration, device, changes, modes);
-    }
-    if (!error.isEmpty()) {
-        return requestFailed(session.output, device, error);
-    }
-    show(session.output, device, modes);
-    return ExitStatus::Done;
+    return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
+        Modes modes{};
+        QString error = readModes(session, configuration, device, modes);
+        if (error.isEmpty()) {
+            error = writeModes(session, configuration, device, changes, modes);
+        }
+        if (!error.isEmpty()) {
+            return requestFailed(session.output, device, error);
+        }
+        show(session.output, device, modes);
+        return ExitStatus::Done;
+    });
 }
 
 } // namespace

@@ -2,14 +2,23 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QStringList>
 
 #include <cerrno>
 #include <cstring>
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
+
+// Waits until the file takes more. One that others have made non-blocking is as slow as its reader.
+void waitForRoom(int file)
+{
+    pollfd room{file, POLLOUT, 0};
+    poll(&room, 1, -1);
+}
 
 // Writes all of it; returns 0, or the errno of the write that failed.
 int writeAll(int file, const QByteArray &bytes)
@@ -19,6 +28,10 @@ int writeAll(int file, const QByteArray &bytes)
     while (left > 0) {
         const ssize_t written = write(file, at, left);
         if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            waitForRoom(file);
             continue;
         }
         if (written < 0) {
@@ -44,17 +57,57 @@ int terminalWidth()
                                                                            : usualWidth;
 }
 
+// Whether a terminal obeys the character instead of showing it: the control characters, and those
+// of Unicode that are there for the layout, by which a text can be made to read as another one (the
+// marks of writing direction among them).
+bool steers(uint character)
+{
+    switch (QChar::category(character)) {
+    case QChar::Other_Control:
+    case QChar::Other_Format:
+    case QChar::Other_Surrogate:
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The text with `replacement` in the place of each character that steers.
+template<typename Replacement>
+QString withoutSteering(const QString &text, const Replacement &replacement)
+{
+    QString result;
+    result.reserve(text.size());
+    for (int i = 0; i < int(text.size()); ++i) {
+        const QChar first = text.at(i);
+        const bool isPair =
+            first.isHighSurrogate() && i + 1 < int(text.size()) && text.at(i + 1).isLowSurrogate();
+        const QString character = text.mid(i, isPair ? 2 : 1);
+        const uint code =
+            isPair ? QChar::surrogateToUcs4(first, text.at(i + 1)) : uint(first.unicode());
+        result += steers(code) ? replacement(character) : character;
+        i += isPair ? 1 : 0;
+    }
+    return result;
+}
+
+// As JSON writes any character that it does not want to show.
+QString escaped(const QString &character)
+{
+    QString result;
+    for (const QChar unit : character) {
+        result += QStringLiteral("\\u%1").arg(unit.unicode(), 4, 16, QLatin1Char('0'));
+    }
+    return result;
+}
+
 } // namespace
 
 QString printable(const QString &text)
 {
-    QString result = text;
-    for (QChar &character : result) {
-        if (character.category() == QChar::Other_Control) {
-            character = QLatin1Char('?');
-        }
-    }
-    return result;
+    return withoutSteering(text, [](const QString &) { return QStringLiteral("?"); });
 }
 
 Output::Output(Form outputForm)
@@ -80,17 +133,31 @@ void Output::line(const QString &text)
     }
 }
 
+void Output::lines(const QString &text)
+{
+    if (!isJson()) {
+        writeOutput(text);
+    }
+}
+
 void Output::object(const QJsonObject &object)
 {
     if (isJson()) {
-        writeOutput(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) +
-                    QLatin1Char('\n'));
+        // Such characters stand nowhere but in strings.
+        const QString text =
+            QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+        writeOutput(withoutSteering(text, escaped) + QLatin1Char('\n'));
     }
 }
 
 ExitStatus Output::failure(ExitStatus status, const QString &text, QJsonObject details)
 {
     error(text);
+    return failureObject(status, text, details);
+}
+
+ExitStatus Output::failureObject(ExitStatus status, const QString &text, QJsonObject details)
+{
     details.insert(QStringLiteral("error"), text);
     details.insert(QStringLiteral("status"), int(status));
     object(details);
@@ -100,6 +167,15 @@ ExitStatus Output::failure(ExitStatus status, const QString &text, QJsonObject d
 void Output::error(const QString &text)
 {
     writeError(QStringLiteral("capso-cli: ") + coloured(printable(text)) + QLatin1Char('\n'));
+}
+
+void Output::errorLines(const QString &text)
+{
+    QStringList lines = text.split(QLatin1Char('\n'));
+    for (QString &line : lines) {
+        line = printable(line);
+    }
+    writeError(QStringLiteral("capso-cli: ") + lines.join(QLatin1Char('\n')));
 }
 
 void Output::note(const QString &text)

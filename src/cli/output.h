@@ -27,6 +27,7 @@ public:
     void result(const QString &text, const QJsonObject &object);
     // The part of a result that only people, or only scripts, are given.
     void line(const QString &text);
+    void lines(const QString &text); // this program's own, each with its line end
     void object(const QJsonObject &object);
 
     // Says what went wrong, and in JSON adds it as an object {"error": ..., "status": ...}.
@@ -34,6 +35,10 @@ public:
     ExitStatus failure(ExitStatus status, const QString &text, QJsonObject details = {});
     // What went wrong, on standard error alone.
     void error(const QString &text);
+    // The same in several lines of this program's own, with the line ends that they have.
+    void errorLines(const QString &text);
+    // The object of a failure alone, for who has said it to people in another way.
+    ExitStatus failureObject(ExitStatus status, const QString &text, QJsonObject details = {});
     // Anything else that a person should know.
     void note(const QString &text);
     // The same, in red on a terminal.
@@ -58,5 +63,6 @@ private:
     int outputError = 0; // an errno
 };
 
-// The text without the control characters by which a device's string could steer a terminal.
+// The text with a "?" in the place of each character by which a device's or a package's text could
+// steer a terminal, or be made to read as another text.
 QString printable(const QString &text);

@@ -3,6 +3,7 @@
 #include "inspection.h"
 #include "interrupts.h"
 #include "output.h"
+#include "packagecopy.h"
 #include "ziparchive.h"
 
 #include <QJsonArray>
@@ -153,8 +154,10 @@ QJsonObject toJson(const QString &fileName, const Inspection &inspection)
 void show(Output &output, const QString &fileName, const Inspection &inspection)
 {
     const Package &package = inspection.package;
-    output.line(
-        Cli::tr("%1: product %2").arg(fileName, QString::fromStdString(package.productKey)));
+    if (!package.productKey.empty()) {
+        output.line(
+            Cli::tr("%1: product %2").arg(fileName, QString::fromStdString(package.productKey)));
+    }
     if (package.product) {
         const QString ids = idTexts(package.product->compatibleIds).join(QStringLiteral(", "));
         output.line(holdsEdidOnly(package)
@@ -174,6 +177,24 @@ void show(Output &output, const QString &fileName, const Inspection &inspection)
     }
 }
 
+// As an update would see it, which makes a copy as well.
+Inspection inspectFile(const std::string &file)
+{
+    const PackageCopy copy(file);
+    if (!copy.failure().isEmpty()) {
+        Inspection closed;
+        closed.package.productKey.clear();
+        closed.package.refusal = copy.failure();
+        return closed;
+    }
+    Zip archive(copy.path());
+    Inspection inspection = inspect_package(archive);
+    if (!archive) {
+        inspection.package.productKey.clear(); // what is no archive is no product's
+    }
+    return inspection;
+}
+
 ExitStatus inspect(Session &session, const std::vector<std::string> &files)
 {
     Output &output = session.output;
@@ -181,8 +202,7 @@ ExitStatus inspect(Session &session, const std::vector<std::string> &files)
     std::vector<ExitStatus> statuses;
     for (const std::string &file : files) {
         session.interrupts.safePoint();
-        Zip archive(file);
-        const Inspection inspection = inspect_package(archive);
+        const Inspection inspection = inspectFile(file);
         const QString fileName = QString::fromStdString(file);
         packages.append(toJson(fileName, inspection));
         show(output, fileName, inspection);

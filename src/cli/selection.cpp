@@ -42,9 +42,23 @@ Selection cannotBeUsed(const ListedDevice &device)
     return nothing(statusOf(device), Cli::tr("cannot use %1").arg(describe(device)));
 }
 
+bool hasDenial(const Devices &devices)
+{
+    return !devices.scanErrors.empty();
+}
+
+// Where the system shows nothing, the scan's own word is all there is to say.
+Selection denial(const Devices &devices)
+{
+    return nothing(ExitStatus::NoAccess, devices.scanErrors.front());
+}
+
 // The serial number may be that of a device whose strings the scan could not read.
 Selection nobodysName(const Devices &devices, const QString &name)
 {
+    if (hasDenial(devices)) {
+        return denial(devices);
+    }
     Selection selection =
         nothing(ExitStatus::NoDevice, Cli::tr("there is no device '%1'").arg(name));
     for (const ListedDevice &device : devices.all) {
@@ -74,16 +88,17 @@ std::vector<const ListedDevice *> matching(const Devices &devices, const Fits &f
     return found;
 }
 
-bool hasDenial(const Devices &devices)
-{
-    return !devices.scanErrors.empty();
-}
-
 Selection noneFits(const Devices &devices)
 {
-    // Where the system shows nothing, the scan's own word is all there is to say.
-    return hasDenial(devices) ? nothing(ExitStatus::NoAccess, devices.scanErrors.front())
+    return hasDenial(devices) ? denial(devices)
                               : nothing(ExitStatus::NoDevice, Cli::tr("no device fits"));
+}
+
+// Of "1-2.3" the 3: all that a repair looks at.
+QString lastPort(const QString &portPath)
+{
+    static const QRegularExpression separator(QStringLiteral("[-.]"));
+    return portPath.section(separator, -1);
 }
 
 bool isInGroup(const std::set<ProductId> &ids, ProductId id)
@@ -171,6 +186,20 @@ bool mayFitUnasked(const ProductInfo &product, ProductId id)
     device.mode = digit == s_softRepairDigit || digit == s_sandboxDigit ? DeviceMode::SoftRepair
                                                                         : DeviceMode::Normal;
     return fitsUnasked(product, device);
+}
+
+const usbview::SystemDevice *mistakableSandbox(const ProductInfo &product,
+                                               const ListedDevice &device,
+                                               const std::vector<usbview::SystemDevice> &shown)
+{
+    const DeviceDescription &own = device.description;
+    const auto found =
+        std::find_if(shown.begin(), shown.end(), [&](const usbview::SystemDevice &other) {
+            return other.busNumber == own.busNumber && other.deviceAddress != own.deviceAddress &&
+                   lastPort(other.portPath) == lastPort(device.portPath()) &&
+                   product.sandboxIds.count(other.id) != 0;
+        });
+    return found == shown.end() ? nullptr : &*found;
 }
 
 bool isRunning(const ListedDevice &device)

@@ -43,6 +43,13 @@ bool fitsUnasked(const ProductInfo &product, const DeviceDescription &device);
 // The same for a device that is known by its ids alone.
 bool mayFitUnasked(const ProductInfo &product, ProductId id);
 
+// A repair finds its device again by its bus, the port of the last hub and the sandbox's ids. This
+// is another device that it might take for its own then: one that runs a sandbox of the product
+// already, behind another hub of the bus, on a port of the same number. Null if there is none.
+const usbview::SystemDevice *mistakableSandbox(const ProductInfo &product,
+                                               const ListedDevice &device,
+                                               const std::vector<usbview::SystemDevice> &shown);
+
 // Whether the device runs its product's firmware, as far as one can know.
 bool isRunning(const ListedDevice &device);
 

@@ -89,31 +89,25 @@ ExitStatus settings(Session &session, const TargetArguments &arguments)
                                       .arg(assignment.text));
         }
     }
-    const Devices devices = findDevices(session);
-    const Selection selection = arguments.select(devices);
-    if (selection.status != ExitStatus::Done) {
-        return report(output, selection);
-    }
-    const ListedDevice &device = *selection.devices.front();
-
-    Configuration configuration;
-    const Answer read = configuration.read(device.description, GET_DEVICE_FLAGS, sizeof(quint8));
-    session.interrupts.safePoint();
-    if (!read.succeeded()) {
-        return requestFailed(output, device, read.error);
-    }
-    auto flags = quint8(read.record.at(0));
-    if (!arguments.assignments().empty()) {
-        flags = changed(flags, changes);
-        session.wroteDevice = true;
-        const Answer written =
-            configuration.write(device.description, SET_DEVICE_FLAGS, QByteArray(1, char(flags)));
-        if (!written.succeeded()) {
-            return requestFailed(output, device, written.error);
+    return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
+        const Answer read = configuration.read<quint8>(device.description, GET_DEVICE_FLAGS);
+        session.interrupts.safePoint();
+        if (!read.succeeded()) {
+            return requestFailed(output, device, read.error);
         }
-    }
-    show(output, device, flags);
-    return ExitStatus::Done;
+        auto flags = read.as<quint8>();
+        if (!arguments.assignments().empty()) {
+            flags = changed(flags, changes);
+            session.wroteDevice = true;
+            const Answer written = configuration.write(device.description, SET_DEVICE_FLAGS,
+                                                       QByteArray(1, char(flags)));
+            if (!written.succeeded()) {
+                return requestFailed(output, device, written.error);
+            }
+        }
+        show(output, device, flags);
+        return ExitStatus::Done;
+    });
 }
 
 } // namespace

@@ -14,8 +14,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstring>
 #include <memory>
+#include <optional>
 
 namespace {
 
@@ -35,14 +35,8 @@ struct Status
 
 Status readStatus(Configuration &configuration, const ListedDevice &device)
 {
-    const Answer answer =
-        configuration.read(device.description, INPUT_STATUS, sizeof(InputStatusInfo));
-    Status status;
-    status.error = answer.error;
-    if (answer.succeeded()) {
-        std::memcpy(&status.record, answer.record.constData(), sizeof(status.record));
-    }
-    return status;
+    const Answer answer = configuration.read<InputStatusInfo>(device.description, INPUT_STATUS);
+    return answer.succeeded() ? Status{answer.as<InputStatusInfo>(), {}} : Status{{}, answer.error};
 }
 
 QJsonObject toJson(const ListedDevice &device, const Status &status)
@@ -88,16 +82,18 @@ void waitForPoll(const Session &session)
 // the device for a moment.
 ExitStatus watch(Session &session, Configuration &configuration, const ListedDevice &device)
 {
-    QString shown;
+    // What a script is told of it: the text for people rounds the frame rate.
+    std::optional<QJsonObject> shown;
     for (;;) {
         const Status status = readStatus(configuration, device);
         session.interrupts.safePoint();
         if (!status.error.isEmpty() && hasGone(device)) {
             return failed(session.output, device, status);
         }
-        if (status.text() != shown) {
-            shown = status.text();
-            session.output.result(shown, toJson(device, status));
+        const QJsonObject now = toJson(device, status);
+        if (now != shown) {
+            shown = now;
+            session.output.result(status.text(), now);
         }
         if (session.output.hasFailed()) {
             return ExitStatus::Failed;
@@ -109,23 +105,18 @@ ExitStatus watch(Session &session, Configuration &configuration, const ListedDev
 
 ExitStatus signal(Session &session, const TargetArguments &arguments, bool watching)
 {
-    const Devices devices = findDevices(session);
-    const Selection selection = arguments.select(devices);
-    if (selection.status != ExitStatus::Done) {
-        return report(session.output, selection);
-    }
-    const ListedDevice &device = *selection.devices.front();
-    Configuration configuration;
-    if (watching) {
-        return watch(session, configuration, device);
-    }
-    const Status status = readStatus(configuration, device);
-    session.interrupts.safePoint();
-    if (!status.error.isEmpty()) {
-        return failed(session.output, device, status);
-    }
-    session.output.result(status.text(), toJson(device, status));
-    return ExitStatus::Done;
+    return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
+        if (watching) {
+            return watch(session, configuration, device);
+        }
+        const Status status = readStatus(configuration, device);
+        session.interrupts.safePoint();
+        if (!status.error.isEmpty()) {
+            return failed(session.output, device, status);
+        }
+        session.output.result(status.text(), toJson(device, status));
+        return ExitStatus::Done;
+    });
 }
 
 } // namespace

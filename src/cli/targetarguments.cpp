@@ -51,6 +51,17 @@ CommandRun declareTarget(CLI::App &app, const char *valueName, const char *value
     };
 }
 
+ExitStatus withTarget(Session &session, const TargetArguments &arguments, const TargetWork &work)
+{
+    const Devices devices = findDevices(session);
+    const Selection selection = arguments.select(devices);
+    if (selection.status != ExitStatus::Done) {
+        return report(session.output, selection);
+    }
+    Configuration configuration;
+    return work(configuration, *selection.devices.front());
+}
+
 ExitStatus requestFailed(Output &output, const ListedDevice &device, const QString &text)
 {
     return output.failure(statusNow(device), QStringLiteral("%1: %2").arg(nameOf(device), text));

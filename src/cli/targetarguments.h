@@ -1,6 +1,7 @@
 #pragma once
 
 #include "command.h"
+#include "configuration.h"
 #include "selection.h"
 
 #include <QString>
@@ -44,6 +45,10 @@ using TargetRun = std::function<ExitStatus(Session &session, const TargetArgumen
 // Declares the arguments. With `valueName` null the command takes no assignments.
 CommandRun declareTarget(CLI::App &app, const char *valueName, const char *valueHelp,
                          const TargetRun &run);
+
+// Finds the device and does the work with it, or says why there is none to work with.
+using TargetWork = std::function<ExitStatus(Configuration &configuration, const ListedDevice &)>;
+ExitStatus withTarget(Session &session, const TargetArguments &arguments, const TargetWork &work);
 
 // Says that a request to the device failed. Returns the status that this comes to, which depends on
 // whether the system shows why.

@@ -3,5 +3,18 @@
 #include <QString>
 
 // The file with this program's udev rules as udev would read it: the first of the folders that has
-// one. Empty when none has.
-QString installedUdevRules();
+// one.
+struct UdevRules
+{
+    QString file; // empty when none has
+    // An empty file or a link to /dev/null, by which udev is told to forget the file of that name
+    // that a package has installed.
+    bool masked = false;
+
+    bool work() const { return !file.isEmpty() && !masked; }
+};
+
+UdevRules installedUdevRules(const QString &root = QString());
+
+// The rules themselves, for who has no file of them.
+const char *udevRulesText();

@@ -6,6 +6,7 @@
 #include "interrupts.h"
 #include "output.h"
 #include "package.h"
+#include "packagecopy.h"
 #include "selection.h"
 #include "updaterun.h"
 #include "ziparchive.h"
@@ -51,10 +52,11 @@ QJsonObject toJson(const Row &row)
 class Updates
 {
 public:
-    Updates(Session &updateSession, const Package &readPackage, const Arguments &parsed)
+    Updates(Session &updateSession, const Package &readPackage, const PackageCopy &copy,
+            const Arguments &parsed)
         : session(updateSession),
           package(readPackage),
-          fileName(QString::fromStdString(parsed.package)),
+          fileName(QString::fromStdString(copy.path())),
           unlessVersion(QString::fromStdString(parsed.unlessVersion))
     {
     }
@@ -87,13 +89,32 @@ private:
             output.error(QStringLiteral("%1: %2").arg(name, reason));
             return {&device, "not begun", ExitStatus::Failed, reason};
         }
-        if (description.mode != DeviceMode::Normal && !package.missing.isEmpty()) {
-            // Without a sandbox image the update would end at once, as if it had succeeded.
-            const QString reason = Cli::tr("the package holds an EDID only and repairs no device");
+        const QString reason = reasonAgainstRepair(device);
+        if (!reason.isEmpty()) {
             output.error(QStringLiteral("%1: %2").arg(name, reason));
             return {&device, "failed", ExitStatus::Failed, reason};
         }
         return update(device);
+    }
+
+    // Why the device in repair must not be repaired now; empty: it may be, or it is none.
+    QString reasonAgainstRepair(const ListedDevice &device) const
+    {
+        if (device.description.mode == DeviceMode::Normal) {
+            return {};
+        }
+        if (!package.missing.isEmpty()) {
+            // Without a sandbox image the update would end at once, as if it had succeeded.
+            return Cli::tr("the package holds an EDID only and repairs no device");
+        }
+        // As the bus is now: the repair before this one has left a sandbox behind.
+        const auto shown = usbview::recognisedDevices();
+        const usbview::SystemDevice *other =
+            shown ? mistakableSandbox(*package.product, device, *shown) : nullptr;
+        return other ? Cli::tr("it might be taken for the device at %1, which runs its repair "
+                               "firmware on a port of the same number: unplug that one first")
+                           .arg(other->portPath)
+                     : QString();
     }
 
     Row update(const ListedDevice &device)
@@ -188,7 +209,11 @@ QString obstacle(Zip &archive, const Package &package,
 
 ExitStatus update(Session &session, const Arguments &arguments)
 {
-    Zip archive(arguments.package);
+    const PackageCopy copy(arguments.package);
+    if (!copy.failure().isEmpty()) {
+        return session.output.failure(ExitStatus::Failed, copy.failure());
+    }
+    Zip archive(copy.path());
     const Package package = read_package(archive);
     if (!package.refusal.isEmpty()) {
         return session.output.failure(ExitStatus::Failed, package.refusal);
@@ -203,7 +228,7 @@ ExitStatus update(Session &session, const Arguments &arguments)
         return session.output.failure(ExitStatus::Failed, closed);
     }
     archive.close();
-    return Updates(session, package, arguments).run(selection.devices);
+    return Updates(session, package, copy, arguments).run(selection.devices);
 }
 
 } // namespace

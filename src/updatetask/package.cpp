@@ -95,7 +95,7 @@ Package read_package(Zip &archive)
     if (!archive) {
         const QString reason = QString::fromStdString(archive.errorStr());
         qDebug().noquote() << "Can't open firmware file:" << reason;
-        package.refusal = UpdateTexts::tr("Cannot open firmware package: %1").arg(reason);
+        package.refusal = closed_package(reason);
         return package;
     }
     package.refusal = readProductKey(archive, package.productKey);
@@ -112,6 +112,11 @@ Package read_package(Zip &archive)
     package.product = &row->second;
     package.refusal = checkContents(archive, package);
     return package;
+}
+
+QString closed_package(const QString &reason)
+{
+    return UpdateTexts::tr("Cannot open firmware package: %1").arg(reason);
 }
 
 bool package_fits(const ProductInfo &product, ProductId device, quint32 mode)

@@ -39,6 +39,9 @@ Package read_package(Zip &archive);
 // does every package a bare controller.
 bool package_fits(const ProductInfo &product, ProductId device, quint32 mode);
 
+// Why an update with a package that cannot be opened ends, for the user (translated).
+QString closed_package(const QString &reason);
+
 // Bytes that the entry unpacks to, or 0 when the archive does not say.
 quint64 entry_size(Zip &archive, const std::string &fileName);
 

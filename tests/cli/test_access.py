@@ -1,11 +1,15 @@
 """Devices that the system shows and nobody can use, and capso-cli doctor."""
 
 import os
+import pathlib
+import subprocess
+import unittest
 
 from support import CliTest, table, transcript, with_tables
 
 DENIED = "device g\n product velk3\n access denied"
 SILENT = "device g\n product velk3\nfault g FX3_STATUS every stall"
+LINUX = pathlib.Path(__file__).resolve().parents[2] / "packaging" / "linux"
 RULES = [
     f"{folder}/udev/rules.d/70-capso-config.rules" for folder in ("/etc", "/run", "/usr/local/lib", "/usr/lib", "/lib")
 ]
@@ -80,7 +84,13 @@ class Doctor(HoldingTest):
     def rules_lines(self):
         if INSTALLED:
             return [f"udev rules: {INSTALLED}"]
-        return ["udev rules: not installed", "    sudo apt install capso-config-udev"]
+        return ["udev rules: not installed", f"    {self.install_rules()}"]
+
+    def install_rules(self):
+        return (
+            f"{self.cli} doctor --rules | sudo tee /etc/udev/rules.d/70-capso-config.rules >/dev/null && "
+            "sudo udevadm control --reload && sudo udevadm trigger --action=add --subsystem-match=usb"
+        )
 
     def test_well(self):
         result = self.run_cli("velk3", "doctor")
@@ -96,8 +106,22 @@ class Doctor(HoldingTest):
         self.assert_code(result, 4)
         self.assertEqual(result.lines[0], "1-1 e5c1:3601: 5 Gbit/s, may be opened: no, held: no")
         self.assertTrue(result.lines[1].startswith("  this user may not open it"))
-        command = "sudo usermod -aG plugdev $USER" if INSTALLED else "sudo apt install capso-config-udev"
-        self.assertEqual(result.lines[2], f"    {command}")
+        if INSTALLED:
+            self.assertIn("plugdev", result.lines[2])
+        else:
+            self.assertEqual(result.lines[2], f"    {self.install_rules()}")
+
+    @unittest.skipIf(INSTALLED, "the rules are installed here")
+    def test_a_command_that_mends_several_things_is_shown_once(self):
+        result = self.run_cli(DENIED + "\n count 3", "doctor")
+        self.assert_code(result, 4)
+        self.assertEqual(result.lines.count(f"    {self.install_rules()}"), 1, result.out)
+        self.assertEqual(len(result.lines), 3 + 3 + 2)
+
+    def test_the_rules_are_at_hand(self):
+        rules = (LINUX / "70-capso-config.rules").read_text()
+        ran = subprocess.run([self.cli, "doctor", "--rules"], capture_output=True, text=True)
+        self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (0, rules, ""))
 
     def test_held(self):
         result = self.run_held("doctor", "--json")

@@ -182,6 +182,20 @@ class Signal(CliTest):
         self.assertEqual(result.out, "no signal\nA 640x480p@60, B\n")
         self.assert_code(result, 128 + signal.SIGINT)
 
+    def test_watch_tells_what_the_text_rounds(self):
+        scene = 'device g\n product velk3\n input at 0 640x480p 59940 "A" "B"\n input at 4000 640x480p 60000 "A" "B"'
+        running = self.start(scene, "signal", "--watch", "--json")
+
+        def told_twice():
+            polls = [e for e in transcript(running.folder) if e.get("name") == "INPUT_STATUS"]
+            return len({e["data"] for e in polls[:-1]}) == 2
+
+        running.wait_for("the change", told_twice)
+        running.signal(signal.SIGINT)
+        result = running.finish()
+        self.assertEqual([o["framesPerSecond"] for o in result.objects], [59.94, 60])
+        self.assertEqual({o["text"] for o in result.objects}, {"A 640x480p@60, B"})
+
     def test_watch_ends_with_its_device(self):
         running = self.start("velk3", "signal", "--watch", "--json")
         running.wait_for_request("INPUT_STATUS")

@@ -1,5 +1,6 @@
 """capso-cli list, and what holds for every command: wrong use, help, outputs that fail."""
 
+import json
 import subprocess
 
 from support import PRODUCTS, CliTest, table, with_tables
@@ -100,6 +101,25 @@ class Usage(CliTest):
         self.assertIn(said, result.err)
         self.assertEqual(result.out, "")
         self.assert_nothing_written(result)
+
+    @table(
+        ("nothing", [], "A command is required"),
+        ("command", ["frobnicate"], "frobnicate"),
+        ("option", ["list", "--loud"], "--loud"),
+        ("empty", ["update", ""], "an argument is empty"),
+        ("setting", ["settings", "brightness=on"], "'brightness=on' is not NAME=on or NAME=off"),
+        ("mode", ["modes", "4=on"], "'4=on' is not N=WIDTHxHEIGHT"),
+    )
+    def test_wrong_for_a_script(self, words, said):
+        for arguments in (["--json", *words], [*words, "--json"]):
+            ran = subprocess.run([self.cli, *arguments], capture_output=True, text=True)
+            self.assertEqual(ran.returncode, 2)
+            (line,) = ran.stdout.splitlines()
+            told = json.loads(line)
+            self.assertEqual(told["status"], 2)
+            self.assertIn(said, told["error"])
+            self.assertNotIn("\n", told["error"])
+            self.assertTrue(ran.stderr.startswith("capso-cli: "), ran.stderr)
 
     def test_help_of_each_command_has_an_example(self):
         for command in COMMANDS:

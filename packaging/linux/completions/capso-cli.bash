@@ -49,6 +49,7 @@ _capso_cli()
                 COMPREPLY=($(compgen -W "1= 2= 3=" -- "$cur"))
                 compopt -o nospace
             fi ;;
+        doctor) COMPREPLY=($(compgen -W "--rules $options" -- "$cur")) ;;
         signal) COMPREPLY=($(compgen -W "--watch $options" -- "$cur")) ;;
         *) COMPREPLY=($(compgen -W "$options" -- "$cur")) ;;
     esac

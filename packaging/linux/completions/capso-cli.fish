@@ -27,6 +27,7 @@ complete -c capso-cli -n '__fish_seen_subcommand_from update package' -a '(__cap
 complete -c capso-cli -n '__fish_seen_subcommand_from update' -l all -d 'Every device that the package fits'
 complete -c capso-cli -n '__fish_seen_subcommand_from update' -l unless-version -x -d 'Leave out devices that report this version'
 complete -c capso-cli -n '__fish_seen_subcommand_from signal' -l watch -d 'Show it at each change'
+complete -c capso-cli -n '__fish_seen_subcommand_from doctor' -l rules -d 'Print the udev rules'
 complete -c capso-cli -n '__fish_seen_subcommand_from settings' \
     -a '{input-resolution,aspect-ratio,performance,audio-selector}={on,off}'
 complete -c capso-cli -n '__fish_seen_subcommand_from modes' -a '{1,2,3}={on,off}'

@@ -1,0 +1,199 @@
+"""What capso-cli holds to whatever happens around it: a package that changes, files that are closed, a slow reader."""
+
+import fcntl
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import time
+import zipfile
+
+from support import CliTest, table, with_tables
+
+TWO = "device a\n product velk3\n latency 5\ndevice b\n product velk3"
+
+
+@with_tables
+class ChangingPackage(CliTest):
+    """Each device of several is given the bytes that were judged."""
+
+    def own_package(self, name="own.fw"):
+        path = self.folder / name
+        shutil.copy(self.package("velk3"), path)
+        return path
+
+    def update_both_while(self, path, change):
+        running = self.start(TWO, "update", str(path), "SIM00001", "SIM00002")
+        running.wait_for_request("FX3_START", "a")
+        change(path)
+        result = running.finish()
+        self.assert_code(result, 0)
+        for device in ("a", "b"):
+            self.assert_updated(result, device, "velk3")
+
+    def test_written_over(self):
+        self.update_both_while(self.own_package(), lambda path: shutil.copyfile(self.package("legacy"), path))
+
+    def test_replaced(self):
+        def replace(path):
+            other = self.folder / "other"
+            shutil.copy(self.package("sorn3"), other)
+            other.rename(path)
+
+        self.update_both_while(self.own_package(), replace)
+
+    def test_taken_away(self):
+        self.update_both_while(self.own_package(), pathlib.Path.unlink)
+
+    def test_leaves_no_copy(self):
+        before = set(os.listdir("/tmp"))
+        running = self.start("device velk3\n product velk3\n latency 5", "update", str(self.own_package()))
+        running.wait_for_request("FX3_START")
+        running.signal(9)
+        running.finish()
+        self.assertEqual([n for n in set(os.listdir("/tmp")) - before if n.startswith("tmpf")], [])
+
+    @table(
+        ("folder", lambda path: path.mkdir(), "Cannot open firmware package: it is not a file"),
+        ("pipe", os.mkfifo, "Cannot open firmware package: it is not a file"),
+        ("device", lambda path: path.symlink_to("/dev/zero"), "Cannot open firmware package: it is not a file"),
+        ("too_long", lambda path: (path.touch(), os.truncate(path, 256 * 1024 * 1024 + 1)),
+         "Cannot open firmware package: it is too long"),
+        ("nothing", lambda path: None, "Cannot open firmware package: No such file"),
+        ("empty", lambda path: path.touch(), "Cannot open firmware package: "),
+    )
+    def test_no_package(self, make, text):
+        path = self.folder / "no.fw"
+        make(path)
+        for words in (["update", str(path)], ["package", str(path)]):
+            ran = subprocess.run([self.cli, *words], capture_output=True, text=True, timeout=60)
+            self.assertEqual(ran.returncode, 1)
+            place = f"{path}: " if words[0] == "package" else ""
+            self.assertTrue(ran.stderr.startswith(f"capso-cli: {place}{text}"), ran.stderr)
+            self.assertEqual(ran.stdout, "")
+
+
+@with_tables
+class Names(CliTest):
+    def test_package_whose_path_is_no_text(self):
+        path = os.fsencode(self.folder) + b"/\xff\xfe.fw"
+        shutil.copy(self.package("velk3"), path)
+        result = self.run_cli("velk3", program=[self.cli, "update", path])
+        self.assert_code(result, 0)
+        self.assert_updated(result, "velk3", "velk3")
+        ran = subprocess.run([self.cli, "package", "--json", path], capture_output=True)
+        self.assertEqual(ran.returncode, 0, ran.stderr)
+        self.assertTrue(json.loads(ran.stdout)["packages"][0]["good"])
+
+
+CLOSED = {"none": "", "input": "<&-", "output": ">&-", "errors": "2>&-", "all": "<&- >&- 2>&-"}
+
+
+@with_tables
+class ClosedFiles(CliTest):
+    """A device or a package that became standard output would be written to."""
+
+    @table(*[(name, redirection) for name, redirection in CLOSED.items()])
+    def test_update(self, redirection):
+        package = self.folder / "own.fw"
+        shutil.copy(self.package("velk3"), package)
+        shell = (f'exec 8<&0; "{self.cli}" update "{package}" {redirection}; echo "code $?" >"{self.folder}/code"')
+        result = self.run_cli("device velk3\n product velk3\n busy-polls 0", program=["sh", "-c", shell])
+        self.assertEqual((self.folder / "code").read_text(), "code 0\n")
+        self.assert_updated(result, "velk3", "velk3")
+        self.assertEqual(package.read_bytes(), pathlib.Path(self.package("velk3")).read_bytes())
+
+    @table(*[(name, redirection) for name, redirection in CLOSED.items() if name != "none"])
+    def test_no_file_takes_their_place(self, redirection):
+        """While the program waits, what stands in their place can be neither read nor written."""
+        shell = f'exec "{self.cli}" signal --watch {redirection}'
+        running = self.start("velk3", program=["sh", "-c", shell])
+        running.wait_for_request("INPUT_STATUS")
+        pid = running.pid_file.read_text().strip()
+        for number, closing, refusing in ((0, "<&-", os.O_WRONLY), (1, " >&-", os.O_RDONLY), (2, "2>&-", os.O_RDONLY)):
+            if closing in " " + redirection:
+                facts = pathlib.Path(f"/proc/{pid}/fdinfo/{number}").read_text()
+                flags = int(facts.split("flags:")[1].split()[0], 8)
+                self.assertEqual(flags & os.O_ACCMODE, refusing, os.readlink(f"/proc/{pid}/fd/{number}"))
+        running.signal(15)
+        running.finish()
+
+    def test_a_result_that_nobody_can_get_is_a_failure(self):
+        result = self.run_cli("velk3", program=["sh", "-c", f'exec "{self.cli}" list >&-'])
+        self.assert_code(result, 1)
+        self.assertEqual(result.err, "capso-cli: cannot write standard output: Bad file descriptor\n")
+
+
+class SlowReader(CliTest):
+    def test_pipe_that_does_not_block(self):
+        """As when standard output is a pipe that is shared with a program that has made it so."""
+        reader, writer = os.pipe()
+        fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
+        fcntl.fcntl(writer, fcntl.F_SETFL, fcntl.fcntl(writer, fcntl.F_GETFL) | os.O_NONBLOCK)
+        words = [self.cli, "package", "--json", *[self.package("velk3")] * 20]
+        process = subprocess.Popen(words, stdout=writer, stderr=subprocess.PIPE, text=True)
+        os.close(writer)
+        time.sleep(0.5)  # it has filled the pipe by now, or will soon
+        with open(reader) as file:
+            text = file.read()
+        _, errors = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, errors), (0, ""))
+        self.assertEqual(len(json.loads(text)["packages"]), 20)
+
+
+BROKEN = "device {0}\n product velk3\n mode {1}\n behind-hub {2}\n port 2\n return after 200\n busy-polls 0\n"
+
+
+@with_tables
+class EqualPorts(CliTest):
+    """A repair finds its device again by bus, last port and ids: another one there must not be taken for it."""
+
+    @table(("soft", "soft"), ("hard", "hard"))
+    def test_beside_a_running_sandbox(self, mode):
+        scene = BROKEN.format("mine", mode, 1) + BROKEN.format("other", "sandbox", 3)
+        result = self.run_cli(scene, "update", self.package("velk3"), "SIM00001", "--json")
+        self.assert_code(result, 1)
+        self.assertEqual(self.written_devices(result), set())
+        (row,) = result.objects[-1]["devices"]
+        self.assertEqual(row["error"], "it might be taken for the device at 1-3.2, which runs its repair firmware on a "
+                                       "port of the same number: unplug that one first")
+
+    def test_one_after_another(self):
+        """The first repair leaves its sandbox running: the second would find that one."""
+        scene = BROKEN.format("a", "soft", 1) + BROKEN.format("b", "soft", 3)
+        result = self.run_cli(scene, "update", self.package("velk3"), "--all")
+        self.assert_code(result, 5)
+        (written,) = self.written_devices(result)
+        self.assert_updated(result, written, "velk3")
+        self.assertEqual(len(result.lines), 1, result.out)
+
+    def test_other_products_and_ports_are_no_hindrance(self):
+        scene = BROKEN.format("mine", "soft", 1) + BROKEN.format("far", "sandbox", 3).replace("port 2", "port 4")
+        scene += "device sorn\n product sorn3\n mode sandbox\n behind-hub 3\n port 2\n"
+        result = self.run_cli(scene, "update", self.package("velk3"), "SIM00001")
+        self.assert_code(result, 0)
+        self.assert_updated(result, "mine", "velk3")
+
+    def test_a_sandbox_is_not_in_its_own_way(self):
+        result = self.run_cli("running-sandbox", "update", self.package("velk3"))
+        self.assert_code(result, 0)
+
+
+class Texts(CliTest):
+    def test_texts_of_a_package_do_not_steer_the_terminal(self):
+        path = self.folder / "a.fw"
+        names = ["right\u202eleft", "c1\x9b2J", "line\u2028end", "tag\U000e0041"]
+        with zipfile.ZipFile(self.package("velk3")) as sample, zipfile.ZipFile(path, "w") as archive:
+            for entry in sample.namelist():
+                archive.writestr(entry, sample.read(entry))
+            for name in names:
+                archive.writestr(name, b"")
+        text = subprocess.run([self.cli, "package", path], capture_output=True, text=True, check=True).stdout
+        for name in ("right?left", "c1?2J", "line?end", "tag?,"):
+            self.assertIn(name, text)
+        raw = subprocess.run([self.cli, "package", "--json", path], capture_output=True, check=True).stdout
+        for escape in (rb"\u202e", rb"\u009b", rb"\u2028", rb"\udb40\udc41"):
+            self.assertIn(escape, raw)
+        told = {entry["name"] for entry in json.loads(raw)["packages"][0]["entries"]}
+        self.assertLessEqual(set(names), told, "scripts are told what it is")

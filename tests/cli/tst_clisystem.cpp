@@ -1,0 +1,272 @@
+// What the command line's program makes of the machine that it runs on: the doctor's commands, the
+// rules' file, signals, and failures that nobody has foreseen.
+
+#include "command.h"
+#include "diagnosis.h"
+#include "interrupts.h"
+#include "output.h"
+#include "selection.h"
+#include "udevrules.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <new>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Child
+{
+    int status = 0; // as waitpid() tells it
+    QByteArray output;
+};
+
+// Runs it in a process of its own, and takes its standard output.
+Child inChild(const std::function<int()> &work)
+{
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) {
+        return {-1, {}};
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        _exit(work());
+    }
+    close(ends[1]);
+    Child result;
+    std::array<char, 4096> piece{};
+    for (ssize_t got = 0; (got = read(ends[0], piece.data(), piece.size())) > 0;) {
+        result.output.append(piece.data(), int(got));
+    }
+    close(ends[0]);
+    waitpid(child, &result.status, 0);
+    return result;
+}
+
+usbview::SystemDevice systemDevice()
+{
+    usbview::SystemDevice device;
+    device.id = {0xE5C1, 0x3601};
+    device.busNumber = 1;
+    device.deviceAddress = 2;
+    device.portPath = QStringLiteral("1-2.3");
+    device.speed = 5000;
+    device.hasNode = true;
+    device.mayOpen = true;
+    return device;
+}
+
+// Where everything is as it should be.
+Machine goodMachine()
+{
+    Machine machine;
+    machine.rules.file = QStringLiteral("/usr/lib/udev/rules.d/70-capso-config.rules");
+    machine.program = QStringLiteral("/opt/capso-cli");
+    machine.hasGroup = machine.isMember = machine.isMemberNow = true;
+    return machine;
+}
+
+const QString s_apply = QStringLiteral("sudo udevadm control --reload && "
+                                       "sudo udevadm trigger --action=add ");
+const QString s_install = QStringLiteral("/opt/capso-cli doctor --rules | sudo tee "
+                                         "/etc/udev/rules.d/70-capso-config.rules >/dev/null && ") +
+                          s_apply + QStringLiteral("--subsystem-match=usb");
+
+} // namespace
+
+Q_DECLARE_METATYPE(Machine)
+
+class TestCliSystem : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void whatMendsADenial_data();
+    void whatMendsADenial();
+    void aMaskedFileIsNoRules_data();
+    void aMaskedFileIsNoRules();
+    void rulesThatAreMissing();
+    void wellIsWell();
+    void signalsAfterTheEndChangeNothing_data();
+    void signalsAfterTheEndChangeNothing();
+    void whatIsThrownIsAFailure();
+    void aDenialThatOnlyTheScanKnows();
+};
+
+void TestCliSystem::whatMendsADenial_data()
+{
+    QTest::addColumn<Machine>("machine");
+    QTest::addColumn<bool>("nodeIsGroups");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("command");
+    const auto add = [](const char *title, const std::function<void(Machine &)> &change,
+                        bool nodeIsGroups, const QString &text, const QString &command) {
+        Machine machine = goodMachine();
+        change(machine);
+        QTest::newRow(title) << machine << nodeIsGroups << text << command;
+    };
+    add(
+        "no rules", [](Machine &machine) { machine.rules = {}; }, false, "are not installed",
+        s_install);
+    add(
+        "masked rules",
+        [](Machine &machine) {
+            machine.rules = {QStringLiteral("/etc/udev/rules.d/70-capso-config.rules"), true};
+        },
+        false, "are masked by /etc/udev/rules.d/70-capso-config.rules",
+        "sudo rm /etc/udev/rules.d/70-capso-config.rules && " + s_install);
+    add(
+        "no group",
+        [](Machine &machine) { machine.hasGroup = machine.isMember = machine.isMemberNow = false; },
+        false, "there is no group plugdev",
+        "sudo groupadd --system plugdev && sudo usermod -aG plugdev $USER && " + s_apply +
+            "/sys/bus/usb/devices/1-2.3");
+    add(
+        "plugged in before the rules were there", [](Machine &) {}, false,
+        "it was plugged in before", s_apply + "/sys/bus/usb/devices/1-2.3");
+    add(
+        "not in the group",
+        [](Machine &machine) { machine.isMember = machine.isMemberNow = false; }, true,
+        "join the group plugdev", "sudo usermod -aG plugdev $USER");
+    add(
+        "in the group, session older", [](Machine &machine) { machine.isMemberNow = false; }, true,
+        "log in again", "newgrp plugdev");
+    add(
+        "in the group, and still", [](Machine &) {}, true, "what else forbids it",
+        "getfacl /dev/bus/usb/001/002");
+}
+
+void TestCliSystem::whatMendsADenial()
+{
+    QFETCH(Machine, machine);
+    QFETCH(bool, nodeIsGroups);
+    QFETCH(QString, text);
+    QFETCH(QString, command);
+    usbview::SystemDevice device = systemDevice();
+    device.mayOpen = false;
+    Node node;
+    node.isGroups = nodeIsGroups;
+    const std::vector<Finding> findings = findingsOf(device, node, machine);
+    QCOMPARE(findings.size(), std::size_t(1));
+    QVERIFY2(findings.front().text.startsWith("this user may not open it: "),
+             qPrintable(findings.front().text));
+    QVERIFY2(findings.front().text.contains(text), qPrintable(findings.front().text));
+    QCOMPARE(findings.front().command, command);
+}
+
+void TestCliSystem::aMaskedFileIsNoRules_data()
+{
+    QTest::addColumn<QString>("content"); // "-": a link to /dev/null, "!": one that leads nowhere
+    QTest::addColumn<bool>("masked");
+    QTest::newRow("rules") << "ACTION==\"add\"\n" << false;
+    QTest::newRow("empty") << "" << true;
+    QTest::newRow("link to nothing") << "-" << true;
+    QTest::newRow("link that leads nowhere") << "!" << true;
+}
+
+void TestCliSystem::aMaskedFileIsNoRules()
+{
+    QFETCH(QString, content);
+    QFETCH(bool, masked);
+    const QTemporaryDir root;
+    const QString name = QStringLiteral("/udev/rules.d/70-capso-config.rules");
+    for (const char *folder : {"/etc", "/usr/lib"}) {
+        QVERIFY(QDir().mkpath(root.path() + QLatin1String(folder) + "/udev/rules.d"));
+    }
+    QCOMPARE(installedUdevRules(root.path()).file, QString());
+    const QString etc = root.path() + "/etc" + name;
+    if (content == "-" || content == "!") {
+        QVERIFY(QFile::link(content == "-" ? "/dev/null" : root.filePath("nowhere"), etc));
+    } else {
+        QFile file(etc);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content.toUtf8());
+    }
+    QFile installed(root.path() + "/usr/lib" + name);
+    QVERIFY(installed.open(QIODevice::WriteOnly));
+    installed.write("rules");
+    installed.close();
+    QCOMPARE(installedUdevRules(root.path()).file, etc);
+    QCOMPARE(installedUdevRules(root.path()).masked, masked);
+    QCOMPARE(installedUdevRules(root.path()).work(), !masked);
+}
+
+void TestCliSystem::rulesThatAreMissing()
+{
+    Machine machine = goodMachine();
+    machine.rules = {};
+    const std::vector<Finding> findings = findingsOf(machine);
+    QCOMPARE(findings.size(), std::size_t(1));
+    QCOMPARE(findings.front().text, QStringLiteral("the udev rules are not installed"));
+    QCOMPARE(findings.front().command, s_install);
+}
+
+void TestCliSystem::wellIsWell()
+{
+    QVERIFY(findingsOf(goodMachine()).empty());
+    QVERIFY(findingsOf(systemDevice(), {}, goodMachine()).empty());
+}
+
+void TestCliSystem::signalsAfterTheEndChangeNothing_data()
+{
+    QTest::addColumn<int>("number");
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        QTest::newRow(strsignal(number)) << number;
+    }
+}
+
+// What became of the devices is told by the exit status, which a signal must not replace while the
+// process ends.
+void TestCliSystem::signalsAfterTheEndChangeNothing()
+{
+    QFETCH(int, number);
+    const Child child = inChild([number] {
+        {
+            const Interrupts interrupts;
+        }
+        raise(number);
+        return 7;
+    });
+    QVERIFY2(WIFEXITED(child.status), qPrintable(QString::number(child.status)));
+    QCOMPARE(WEXITSTATUS(child.status), 7);
+}
+
+void TestCliSystem::whatIsThrownIsAFailure()
+{
+    const Child child = inChild([] {
+        Interrupts interrupts;
+        Output output(Output::Form::Json);
+        Session session{output, interrupts};
+        return int(runSafely([](Session &) -> ExitStatus { throw std::bad_alloc(); }, session));
+    });
+    QVERIFY(WIFEXITED(child.status));
+    QCOMPARE(WEXITSTATUS(child.status), int(ExitStatus::Failed));
+    QCOMPARE(child.output, QByteArray("{\"error\":\"std::bad_alloc\",\"status\":1}\n"));
+}
+
+// Where the system shows nothing, a named device may be the one that the scan was denied.
+void TestCliSystem::aDenialThatOnlyTheScanKnows()
+{
+    Devices devices;
+    devices.scanErrors = {QStringLiteral("Access Denied")};
+    for (const char *name : {"SIM00001", "1-1"}) {
+        const Selection selection = selectNamed(devices, {name});
+        QCOMPARE(selection.status, ExitStatus::NoAccess);
+        QCOMPARE(selection.error, QStringLiteral("Access Denied"));
+    }
+    devices.scanErrors.clear();
+    QCOMPARE(selectNamed(devices, {"SIM00001"}).status, ExitStatus::NoDevice);
+}
+
+QTEST_GUILESS_MAIN(TestCliSystem)
+#include "tst_clisystem.moc"
