@@ -30,6 +30,7 @@ def libusb_text(code):
     return strerror(code).decode()
 
 
+NO_DEVICE = libusb_text(-4)
 TIMEOUT = libusb_text(-7)
 STALL = libusb_text(-9)
 

@@ -65,6 +65,22 @@ class Access(HoldingTest):
         self.assertEqual((rows["1-1"]["result"], rows["1-1"]["status"]), ("failed", 4))
         self.assertEqual(rows["1-2"]["result"], "updated")
 
+    def test_denied_one_in_soft_repair_counts(self):
+        """Its ids say that it is the package's: to pass over it in silence would call everything done."""
+        scene = "device g\n product velk3\n mode soft\n access denied\ndevice b\n product velk3"
+        result = self.run_cli(scene, "update", self.package("velk3"), "--all")
+        self.assert_code(result, 5)
+        self.assertEqual(self.written_devices(result), {"b"})
+        self.assertEqual(result.out, "SIM00002: Update Completed\n")
+        self.assertIn("capso-cli: 1-1: no right to open it\n", result.err)
+        self.assertTrue(result.err.endswith("1 of 2 devices failed: 1-1\n"), result.err)
+
+    def test_denied_one_in_hard_repair_does_not(self):
+        scene = "device g\n product velk3\n mode hard\n access denied\ndevice b\n product velk3"
+        result = self.run_cli(scene, "update", self.package("velk3"), "--all")
+        self.assert_code(result, 0)
+        self.assertEqual(self.written_devices(result), {"b"})
+
     def test_denied_one_of_another_product_is_nobodys_business(self):
         scene = "device a\n product sorn3\n access denied\ndevice b\n product velk3"
         result = self.run_cli(scene, "update", self.package("velk3"), "--all")
@@ -72,7 +88,7 @@ class Access(HoldingTest):
         self.assertEqual(result.out, "SIM00002: Update Completed\n")
 
     def test_held_device(self):
-        for command in (["update", self.package("velk3"), "1-1"], ["settings", "1-1"], ["signal"]):
+        for command in (["update", self.package("velk3"), "1-1"], ["settings", "1-1"], ["modes", "1-1"], ["signal"]):
             result = self.run_held(*command)
             self.assert_code(result, 4)
             self.assertIn("cannot use [e5c1:3601] at 1-1: another program holds it", result.err)

@@ -2,7 +2,7 @@
 
 import signal
 
-from support import PRODUCTS, STALL, CliTest, table, transcript, with_tables
+from support import NO_DEVICE, PRODUCTS, STALL, CliTest, table, transcript, with_tables
 
 NAMES = {"input-resolution": 0x01, "aspect-ratio": 0x02, "performance": 0x04, "audio-selector": 0x10}
 
@@ -131,6 +131,32 @@ class Modes(CliTest):
     def test_json(self):
         (object_,) = self.run_cli(f"device g\n product velk3{MODES}", "modes", "--json").objects
         self.assertEqual(object_["modes"][1], {"mode": 2, "width": 1920, "height": 1080, "on": False})
+
+
+@with_tables
+class Unplugged(CliTest):
+    READ = "Error retreiving config device data: req={}, status: " + NO_DEVICE
+    WRITE = "Error setting device flags: " + NO_DEVICE
+
+    @table(
+        ("settings_read", ["settings"], "GET_DEVICE_FLAGS", READ.format(226)),
+        ("settings_written", ["settings", "performance=on"], "SET_DEVICE_FLAGS", WRITE),
+        ("modes_read", ["modes"], "USER_MODE in index 1", READ.format(179)),
+        ("modes_written", ["modes", "1=off", "2=off"], "USER_MODE out", WRITE),
+        ("signal", ["signal"], "INPUT_STATUS", f"request not supported ({READ.format(178)})"),
+    )
+    def test_in_the_middle(self, command, request, text):
+        result = self.run_cli(f"device g\n product velk3\nfault g {request} disconnect", *command)
+        self.assert_code(result, 1)
+        self.assertEqual((result.out, result.err), ("", f"capso-cli: SIM00001: {text}\n"))
+        self.assertFalse(result.state("g")["plugged"])
+
+    @table(*[(command, command) for command in ("settings", "modes", "signal")])
+    def test_before(self, command):
+        for words in ([command, "SIM00001"], [command, "1-1"]):
+            result = self.run_cli("device other\n product other\n id 1234:5678", *words)
+            self.assert_code(result, 3)
+            self.assertEqual((result.out, result.err), ("", f"capso-cli: there is no device '{words[1]}'\n"))
 
 
 @with_tables

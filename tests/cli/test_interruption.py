@@ -1,6 +1,7 @@
 """What must not end an update: signals, a lost terminal, a second copy. And what a terminal is shown."""
 
 import fcntl
+import json
 import os
 import pty
 import select
@@ -11,15 +12,21 @@ import time
 
 from support import CONTINUED, PATIENCE, CliTest, table, transcript, with_tables
 
-STEPS = {
-    "normal": ["FX3_START", "FX3_WRITE", "FX3_COMPLETE", "FPGA_START", "FPGA_WRITE", "FPGA_COMPLETE", "EDID_START"],
-    "soft": ["MEMORY_ACCESS", "FX3_START", "FX3_WRITE", "FPGA_WRITE", "EDID_START"],
-}
+IMAGES = [
+    "FX3_START", "FX3_WRITE", "FX3_COMPLETE", "FPGA_START", "FPGA_WRITE", "FPGA_COMPLETE", "EDID_START", "EDID_WRITE",
+]
+# After each of them a signal comes. The device takes its time for each request that follows, the completion of the EDID
+# among them, so that it comes in the middle of one.
+REPAIR = ["MEMORY_ACCESS", "start", "unplug", *IMAGES]  # "unplug": the device is off the bus, the program waits for it
+STEPS = {"normal": IMAGES, "soft": REPAIR, "hard": REPAIR}
+SLOW = [*IMAGES, "MEMORY_START"]
 SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT, signal.SIGTSTP)
 
 
 def scene(mode, count=1):
-    return f"device g\n product velk3\n mode {mode}\n count {count}\n busy-polls 20\n latency 10"
+    return (
+        f"device g\n product velk3\n mode {mode}\n count {count}\n busy-polls 20\n latency 10\n return after 1500"
+    )
 
 
 @with_tables
@@ -27,12 +34,16 @@ class Signals(CliTest):
     @table(*[(f"{number.name}_{mode}", number, mode) for number in SIGNALS for mode in STEPS])
     def test_update_goes_on_to_its_end(self, number, mode):
         errors = self.folder / "errors"
-        # The EDID is sent in a few milliseconds otherwise, too few to be caught in the middle on a busy machine.
-        slow_edid = "\nfault g EDID_WRITE every delay 4000"
+        slow = "".join(f"\nfault g {request} delay 400" for request in SLOW)
+        # The end must not come before the last signal, however busy the machine is.
+        slow += "\nfault g EDID_COMPLETE delay 5000"
         with open(errors, "w") as file:
-            running = self.start(scene(mode) + slow_edid, "update", self.package("velk3"), "SIM00001", stderr=file)
+            running = self.start(scene(mode) + slow, "update", self.package("velk3"), "SIM00001", stderr=file)
         for count, step in enumerate(STEPS[mode], 1):
-            running.wait_for_request(step)
+            if step.islower():
+                running.wait_for_event(step)
+            else:
+                running.wait_for_request(step)
             running.signal(number)
             running.wait_for("its answer", lambda wanted=count: errors.read_text().count(CONTINUED) == wanted)
         result = running.finish()
@@ -41,6 +52,42 @@ class Signals(CliTest):
         self.assertEqual(errors.read_text().count(CONTINUED), len(STEPS[mode]))
         for name in ("fx3", "fpga", "edid"):
             self.assertEqual(result.memory("g", name), self.image("velk3", name))
+
+    @table(*[(number.name, number) for number in SIGNALS[:-1]])
+    def test_settings_are_written_to_their_end(self, number):
+        quiet = "device g\n product velk3\nfault g SET_DEVICE_FLAGS delay 500"
+        running = self.start(quiet, "settings", "performance=on")
+        self.interrupt_after(running, "GET_DEVICE_FLAGS", number)
+        result = running.finish()
+        self.assert_code(result, 0)
+        self.assertEqual(result.state("g")["flags"], 0x04)
+        self.assertIn("performance=on\n", result.out)
+
+    @table(*[(number.name, number) for number in SIGNALS[:-1]])
+    def test_modes_are_written_to_their_end(self, number):
+        """Both of them: half of what was asked for would be nobody's wish."""
+        modes = "\n user-mode 0 640x480 on\n user-mode 1 640x480 on\n user-mode 2 640x480 on"
+        quiet = f"device g\n product velk3{modes}\nfault g USER_MODE out delay 500"
+        running = self.start(quiet, "modes", "1=off", "3=800x600")
+        self.interrupt_after(running, "USER_MODE", number, count=3)
+        result = running.finish()
+        self.assert_code(result, 0)
+        self.assertEqual(result.lines, ["1=640x480 off", "2=640x480 on", "3=800x600 on"])
+        held = [(mode["width"], mode["disabled"]) for mode in result.state("g")["userModes"]]
+        self.assertEqual(held, [(640, 1), (640, 0), (800, 0)])
+
+    def interrupt_after(self, running, request, number, count=1):
+        """The signal comes when so many of these were answered and the next request is on its way."""
+
+        def next_is_under_way():
+            answered = [entry for entry in transcript(running.folder) if "transfer" in entry]
+            if len([entry for entry in answered if entry.get("name") == request]) < count:
+                return False
+            state = json.loads(self.control(running, "state g"))
+            return state["calls"]["SUBMITURB"] > len(answered)
+
+        running.wait_for("the write", next_is_under_way)
+        running.signal(number)
 
     def test_failure_is_still_a_failure(self):
         running = self.start(scene("normal") + "\nfault g FPGA_WRITE nth 2 stall", "update", self.package("velk3"))

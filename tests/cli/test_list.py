@@ -1,6 +1,7 @@
 """capso-cli list, and what holds for every command: wrong use, help, outputs that fail."""
 
 import json
+import os
 import subprocess
 
 from support import PRODUCTS, CliTest, table, with_tables
@@ -143,19 +144,64 @@ class Usage(CliTest):
         self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (0, "", "no capture devices found\n"))
 
 
+# Each command, and whether it writes to a device: then the exit status tells of the device alone.
+EACH_COMMAND = (
+    ("list", ["list"], False),
+    ("update", ["update", VELK3], True),
+    ("settings", ["settings"], False),
+    ("settings_written", ["settings", "performance=on"], True),
+    ("modes", ["modes"], False),
+    ("modes_written", ["modes", "1=on"], True),
+    ("signal", ["signal"], False),
+    ("package", ["package", VELK3], False),
+    ("doctor", ["doctor"], False),
+)
+
+
 @with_tables
 class Outputs(CliTest):
-    def test_full_disk_is_said_and_fails(self):
-        with open("/dev/full", "w") as full:
-            result = self.run_cli("velk3", "list", stdout=full)
-        self.assert_code(result, 1)
-        self.assertEqual(result.err, "capso-cli: cannot write standard output: No space left on device\n")
+    def run_words(self, words, **options):
+        words = [self.package("velk3") if word is VELK3 else word for word in words]
+        return self.run_cli("device velk3\n product velk3\n busy-polls 0", *words, **options)
 
-    def test_closed_pipe_is_no_news(self):
-        result = self.run_cli(
-            "velk3", program=["sh", "-c", f'(sleep 1; "{self.cli}" list; echo "code $?" >&2) | exec true']
-        )
-        self.assertEqual(result.err, "code 1\n")
+    def said(self, result):
+        """On standard error, but for an update's progress."""
+        return "".join(line + "\n" for line in result.err.splitlines() if " % " not in line)
+
+    @table(*EACH_COMMAND)
+    def test_full_disk_is_said(self, words, writes):
+        for more in ([], ["--json"]):
+            with open("/dev/full", "w") as full:
+                result = self.run_words([*words, *more], stdout=full)
+            self.assert_code(result, 0 if writes else 1)
+            self.assertEqual(
+                self.said(result), "capso-cli: cannot write standard output: No space left on device\n"
+            )
+
+    @table(*EACH_COMMAND)
+    def test_closed_pipe_is_no_news(self, words, writes):
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open(writer, "w") as pipe:
+            result = self.run_words(words, stdout=pipe)
+        self.assert_code(result, 0 if writes else 1)
+        self.assertEqual(self.said(result), "")
+
+    def test_closed_pipe_ends_watching(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open(writer, "w") as pipe:
+            result = self.run_words(["signal", "--watch"], stdout=pipe)
+        self.assert_code(result, 1)
+
+    @table(*EACH_COMMAND)
+    def test_no_locale(self, words, _writes):
+        usual = self.run_words(words)
+        self.assert_code(usual, 0)
+        self.assertNotEqual(usual.out, "")
+        for locale in ("C", "xx_XX.nonsense"):
+            result = self.run_words(words, environment={"LC_ALL": locale})
+            self.assertEqual((result.code, result.out, result.err), (0, usual.out, usual.err), locale)
 
     def test_full_disk_does_not_make_an_update_fail(self):
         with open("/dev/full", "w") as full:

@@ -83,6 +83,10 @@ class Failure(CliTest):
         ("silent", "velk3", "FX3_WRITE silence", f"Error: failed to write microcode block: {TIMEOUT}"),
         ("poll", "velk3", "FPGA_STATUS stall", "Error: failed to connect to FPGA: LIBUSB_ERROR_PIPE"),
         ("ram", "soft-velk3", "MEMORY_ACCESS out nth 2 stall", "Error: failed to write microcode: LIBUSB_ERROR_PIPE"),
+        ("ram_unplugged", "soft-velk3", "MEMORY_ACCESS out nth 2 disconnect",
+         "Error: failed to write microcode: LIBUSB_ERROR_NO_DEVICE"),
+        ("ram_unplugged_hard", "hard-velk3_4k", "MEMORY_ACCESS in disconnect",
+         "Error: failed to write microcode: LIBUSB_ERROR_NO_DEVICE"),
         ("ram_start", "hard-velk3", "MEMORY_START stall", "Error: failed to start microcode: LIBUSB_ERROR_PIPE"),
         ("repaired_then", "soft-velk3", "FX3_WRITE stall", f"Error: failed to write microcode block: {STALL}"),
     )
