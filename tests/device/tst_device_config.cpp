@@ -45,7 +45,7 @@ QStringList transfer(const QString &line)
 
 QStringList afterScan(const SimRun &run)
 {
-    const int scanned = WireModel().probe().lines().size();
+    const int scanned = int(WireModel().probe().lines().size());
     return run.transcript().work("g").mid(scanned);
 }
 

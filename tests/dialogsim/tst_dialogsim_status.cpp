@@ -43,7 +43,7 @@ const QString s_signal = "HDMI 1920x1080p@60, RGB";
 
 int countPolls(const QString &device, int since = 0)
 {
-    return simulation::requests(device, since).filter("< b2 ").size();
+    return int(simulation::requests(device, since).filter("< b2 ").size());
 }
 
 } // namespace

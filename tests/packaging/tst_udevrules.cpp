@@ -193,7 +193,7 @@ void UdevRulesTest::everyJumpHasItsLabel()
         }
         ++jumps;
         // udev jumps forward only.
-        const int label =
+        const qsizetype label =
             rules.indexOf(QStringLiteral("LABEL=\"%1\"").arg(match.captured(1)), line);
         QVERIFY2(label > line, qPrintable(rules.at(line)));
     }

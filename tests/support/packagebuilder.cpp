@@ -83,16 +83,16 @@ QByteArray zipArchive(const std::vector<PackageEntry> &entries)
     QByteArray archive;
     QByteArray directory;
     for (const PackageEntry &entry : entries) {
-        const int offset = archive.size();
+        const int offset = int(archive.size());
         const QByteArray packed = packedData(entry);
-        const QByteArray common = commonHeader(entry, packed.size());
+        const QByteArray common = commonHeader(entry, int(packed.size()));
         archive += "PK\x03\x04" + common + entry.name + packed;
         directory += QByteArray("PK\x01\x02") + le16(20) + common;
         directory += le16(0) + le16(0) + le16(0) + le32(0) + le32(static_cast<quint32>(offset));
         directory += entry.name;
     }
     const quint16 count = static_cast<quint16>(entries.size());
-    const int directoryOffset = archive.size();
+    const int directoryOffset = int(archive.size());
     archive += directory;
     archive += QByteArray("PK\x05\x06") + le16(0) + le16(0) + le16(count) + le16(count);
     archive += le32(static_cast<quint32>(directory.size()));

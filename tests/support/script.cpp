@@ -37,7 +37,7 @@ void Script::command(Role role, int code)
 
 void Script::send(Role role, int code, const QByteArray &data)
 {
-    add(role, {Direction::Out, code, 0, 0, data.size()}, data);
+    add(role, {Direction::Out, code, 0, 0, int(data.size())}, data);
 }
 
 void Script::polls(Role role, int code)
@@ -161,8 +161,8 @@ void Script::loadSandbox(const Images &images)
         for (int at = 0; at < section.data.size(); at += BlockSize) {
             const QByteArray data = section.data.mid(at, BlockSize);
             const quint32 address = section.address + quint32(at);
-            add(Role::PieceWrite, memoryAccess(Direction::Out, address, data.size()), data);
-            add(Role::PieceRead, memoryAccess(Direction::In, address, data.size()), data);
+            add(Role::PieceWrite, memoryAccess(Direction::Out, address, int(data.size())), data);
+            add(Role::PieceRead, memoryAccess(Direction::In, address, int(data.size())), data);
         }
     }
 }

@@ -732,7 +732,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle *handle, uint8_t re
         const QByteArray reply = replies.front().left(length);
         replies.pop_front();
         std::memcpy(data, reply.constData(), static_cast<std::size_t>(reply.size()));
-        return reply.size();
+        return int(reply.size());
     }
     const auto hook = usb.transferHook;
     lock.unlock();

@@ -135,7 +135,7 @@ QVector<SimLine> SimTranscript::lines(const QString &device) const
         if (entry.device == device) {
             found.append(entry.line);
             if (entry.line.text == "close") {
-                putCloseInPlace(found, found.size() - 1);
+                putCloseInPlace(found, int(found.size()) - 1);
             }
         }
     }

@@ -37,7 +37,7 @@ public:
     static SimTranscript fromFile(const QString &path);
 
     // How many lines there are in all: a mark for since().
-    int size() const { return entries.size(); }
+    int size() const { return int(entries.size()); }
     // The lines that came after the mark.
     SimTranscript since(int mark) const;
 
