@@ -540,7 +540,7 @@ void TestSimUsb::performedFaultLosesOnlyTheAnswer()
     }
     const SimRun run(velk3With(words), commands);
     QCOMPARE(run.lines(), expected);
-    QTEST(run.memory("v", "fx3.bin").size(), "microcode");
+    QTEST(int(run.memory("v", "fx3.bin").size()), "microcode");
     QCOMPARE(run.exitCode(), 0);
 }
 
