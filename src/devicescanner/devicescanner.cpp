@@ -1,6 +1,5 @@
 #include "devicescanner.h"
 
-#include "filters.h"
 #include "usbaccess.h"
 
 #include <QDebug>
@@ -13,6 +12,9 @@
 class DeviceScanner::Worker : public QObject
 {
     Q_OBJECT
+
+public:
+    explicit Worker(const Filters &recognised) : filters(recognised) {}
 
 signals:
     void newDevice(const DeviceDescription &description);
@@ -41,6 +43,8 @@ private:
     bool runPass(Pass &pass);
     bool checkDevice(libusb_device *device, Pass &pass);
     void probeDevice(const Filter &filter, libusb_device *device, Pass &pass);
+
+    const Filters &filters;
 };
 
 void DeviceScanner::Worker::scanDevices()
@@ -93,9 +97,9 @@ bool DeviceScanner::Worker::checkDevice(libusb_device *device, Pass &pass)
     qDebug() << "check device" << Qt::hex << descriptor.idVendor << "/" << descriptor.idProduct;
 
     const ProductId id{descriptor.idVendor, descriptor.idProduct};
-    const auto filter = std::find_if(s_filters.begin(), s_filters.end(),
+    const auto filter = std::find_if(filters.begin(), filters.end(),
                                      [&id](const Filter &entry) { return entry.id == id; });
-    if (filter == s_filters.end()) {
+    if (filter == filters.end()) {
         return true;
     }
     pass.matched += 1;
@@ -127,9 +131,9 @@ void DeviceScanner::Worker::probeDevice(const Filter &filter, libusb_device *dev
     }
 }
 
-DeviceScanner::DeviceScanner(QObject *parent) : QObject(parent)
+DeviceScanner::DeviceScanner(QObject *parent, const Filters &filters) : QObject(parent)
 {
-    auto *worker = new Worker;
+    auto *worker = new Worker(filters);
     worker->moveToThread(&workerThread);
     connect(&workerThread, &QThread::finished, worker, &Worker::deleteLater);
     connect(worker, &Worker::scanComplete, this, &DeviceScanner::complete);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devicedescription.h"
+#include "filters.h"
 
 #include <QObject>
 #include <QThread>
@@ -17,7 +18,7 @@ class DeviceScanner : public QObject
     Q_OBJECT
 
 public:
-    explicit DeviceScanner(QObject *parent = nullptr);
+    explicit DeviceScanner(QObject *parent = nullptr, const Filters &filters = s_filters);
     ~DeviceScanner() override;
 
 signals:

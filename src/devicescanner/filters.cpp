@@ -2,7 +2,7 @@
 
 #include "probes.h"
 
-const std::array<Filter, 14> s_filters{{
+const Filters s_filters{{
     {{0xE5C1, 0x3601}, false, probeVelk3},
     {{0xE5C1, 0x3600}, false, probeSoft},
     {{0xE5C1, 0x360F}, false, probeSoft},

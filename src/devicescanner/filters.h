@@ -21,4 +21,5 @@ struct Filter
 //
 // Within each group of sixteen product ids, ...1 is the running product, ...0 and ...F are its
 // repair ids. packaging/linux/70-capso-config.rules lists the same ids.
-extern const std::array<Filter, 14> s_filters;
+using Filters = std::array<Filter, 14>;
+extern const Filters s_filters;

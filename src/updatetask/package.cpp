@@ -89,7 +89,7 @@ QString checkContents(Zip &archive, Package &package)
 
 } // namespace
 
-Package read_package(Zip &archive)
+Package read_package(Zip &archive, const ProductCatalogue &catalogue)
 {
     Package package;
     if (!archive) {
@@ -103,8 +103,8 @@ Package read_package(Zip &archive)
         return package;
     }
     qDebug() << "Deal with product: " << package.productKey.c_str();
-    const auto row = s_products.find(package.productKey);
-    if (row == s_products.end()) {
+    const auto row = catalogue.find(package.productKey);
+    if (row == catalogue.end()) {
         const QString key = QString::fromStdString(package.productKey);
         package.refusal = UpdateTexts::tr("Unsupported product: '%1'").arg(key);
         return package;

@@ -31,7 +31,7 @@ struct Package
 
 // Reads what the package says of itself: the product key and the names of its entries. No image is
 // opened. A closed archive is refused as well, with the reason why it could not be opened.
-Package read_package(Zip &archive);
+Package read_package(Zip &archive, const ProductCatalogue &catalogue = s_products);
 
 // Whether the package of this product may be written to a device that shows these ids in this
 // DeviceMode. Running devices have to show one of the product's ids. A device that shows a repair

@@ -1,7 +1,7 @@
 #include "productcatalogue.h"
 
 // clang-format off
-const std::map<std::string, ProductInfo> s_products{
+const ProductCatalogue s_products{
     {"legacy",
      {legacy::FPGA_NAME, legacy::FX3_NAME, legacy::SANDBOX_NAME, legacy::EDID_NAME, 0,
       {{0x5555, 0x3601}, {0xE5C1, 0x3601}},

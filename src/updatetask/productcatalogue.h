@@ -33,4 +33,5 @@ struct ProductInfo
 };
 
 // By product key.
-extern const std::map<std::string, ProductInfo> s_products;
+using ProductCatalogue = std::map<std::string, ProductInfo>;
+extern const ProductCatalogue s_products;

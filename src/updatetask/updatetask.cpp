@@ -24,7 +24,9 @@ class UpdateTask::Worker : public QObject
     Q_OBJECT
 
 public:
-    explicit Worker(UpdateGate &taskGate) : gate(taskGate) {}
+    Worker(UpdateGate &taskGate, const ProductCatalogue &known) : gate(taskGate), catalogue(known)
+    {
+    }
     ~Worker() override { usb::close_unclaimed_device(); }
 
 signals:
@@ -59,6 +61,7 @@ private:
     int openSandbox(const DeviceDescription &description);
 
     UpdateGate &gate;
+    const ProductCatalogue &catalogue;
     const UpdateReport report{[this](int percent) { emit progress(percent); },
                               [this](const QString &text) { emit error(text); }};
     usb::ClaimedDevice handle;      // of the device being updated; repair mode replaces it
@@ -107,7 +110,7 @@ void UpdateTask::Worker::updateDevice(DeviceDescription &description, const QStr
 // Reads what the package is; it has to be one for this device.
 bool UpdateTask::Worker::acceptPackage(Zip &zip, const DeviceDescription &description)
 {
-    const Package package = read_package(zip);
+    const Package package = read_package(zip, catalogue);
     packageIncomplete = !package.missing.isEmpty();
     edidPresent = package.edidPresent;
     reserved = false;
@@ -300,9 +303,9 @@ int UpdateTask::Worker::openSandbox(const DeviceDescription &description)
     return -1;
 }
 
-UpdateTask::UpdateTask(QObject *parent) : QObject(parent)
+UpdateTask::UpdateTask(QObject *parent, const ProductCatalogue &catalogue) : QObject(parent)
 {
-    auto *worker = new Worker(gate);
+    auto *worker = new Worker(gate, catalogue);
     worker->moveToThread(&workerThread);
     connect(&workerThread, &QThread::finished, worker, &Worker::deleteLater);
     connect(this, &UpdateTask::start, worker, &Worker::update);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devicedescription.h"
+#include "productcatalogue.h"
 #include "updategate.h"
 
 #include <QObject>
@@ -19,7 +20,7 @@ class UpdateTask : public QObject
     Q_OBJECT
 
 public:
-    explicit UpdateTask(QObject *parent = nullptr);
+    explicit UpdateTask(QObject *parent = nullptr, const ProductCatalogue &catalogue = s_products);
     ~UpdateTask() override;
 
 signals:

@@ -6,10 +6,10 @@
 
 #include "brokendevice.h"
 #include "messageboxes.h"
-#include "packages.h"
+#include "products.h"
 #include "scriptedlibusb.h"
+#include "scriptedrequests.h"
 #include "updaterepair.h"
-#include "updaterun.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -45,6 +45,8 @@ namespace {
 
 constexpr int s_patience = 60000; // ms; far more than anything takes
 
+const QStringList s_scan{"< c8 v0 i0 1 t1000"}; // of a running device
+
 void startWhenRunning()
 {
     if (auto start = std::exchange(s_whenRunning, nullptr)) {
@@ -55,7 +57,7 @@ void startWhenRunning()
 // A device that runs, with a signal at its input.
 void plugGrabber(ScriptedUsb &usb)
 {
-    libusb_device *device = usb.plug("grabber", 0xE5C1, 0x3601);
+    libusb_device *device = usb.plug("grabber", velk3.runningId);
     device->serialString = 1;
     device->strings = {{1, "A1B2C3D4"}, {2, "VELK3 Grabber"}, {3, "1.2.3"}};
 }
@@ -97,21 +99,21 @@ std::optional<int> configuration(const ScriptedTransfer &transfer)
 }
 
 // The lines of an update's requests: less the status polls, which run by themselves.
-QStringList withoutPolls(const std::vector<ScriptedTransfer> &transfers)
+QStringList withoutPolls(const ScriptedUsb &usb)
 {
-    std::vector<ScriptedTransfer> others;
-    for (const ScriptedTransfer &transfer : transfers) {
-        if (transfer.request != 0xB2) {
-            others.push_back(transfer);
+    QStringList lines;
+    for (const QString &line : usb.describedTransfers()) {
+        if (!line.startsWith("< b2 ")) {
+            lines.append(line);
         }
     }
-    return describe(others);
+    return lines;
 }
 
 // Of several blocks each.
-Images someImages(const QByteArray &product)
+PackageContent someContent()
 {
-    Images images = smallImages(product);
+    PackageContent images = smallContent(velk3);
     images.fx3 = patternBytes(10000, 2);
     images.fpga = patternBytes(9000, 3);
     images.edid = edidText(edidBlocks(2));
@@ -272,7 +274,7 @@ void TestProgram::pagesShowWhatTheDeviceHolds()
 
 void TestProgram::updateFromAFileToItsEnd()
 {
-    const Images images = someImages("velk3");
+    const PackageContent images = someContent();
     ScriptedUsb usb;
     plugGrabber(usb);
     // The device waits with its answer to the bitstream's start until the window has been looked
@@ -287,7 +289,7 @@ void TestProgram::updateFromAFileToItsEnd()
     const int result = run([&] {
         selectTheOnlyRow();
         usb.clearLog();
-        startUpdate(packageEntries("velk3", images));
+        startUpdate(packageEntries(velk3, images));
         QTRY_COMPARE_WITH_TIMEOUT(barText(), QStringLiteral("34%"), s_patience);
         QVERIFY(!find<QTabWidget>("tabWidget")->isEnabled());
         photograph("update");
@@ -303,12 +305,9 @@ void TestProgram::updateFromAFileToItsEnd()
     QVERIFY(ended);
     QCOMPARE(result, 0);
 
-    std::vector<ScriptedTransfer> expected = fx3Requests(*images.fx3);
-    for (const auto &more : {fpgaV1Requests(*images.fpga), edidRequests(edidBlocks(2))}) {
-        expected.insert(expected.end(), more.begin(), more.end());
-    }
-    expected.push_back(inRequest(0xC8)); // the scan that follows
-    QCOMPARE(withoutPolls(usb.transfers()), describe(expected));
+    QCOMPARE(withoutPolls(usb), microcodeRequests(*images.fx3) +
+                                    bitstreamRequests(velk3, *images.fpga) +
+                                    edidRequests(edidBlocks(2)) + s_scan);
 }
 
 void TestProgram::packageForAnotherDeviceIsRefused()
@@ -318,7 +317,7 @@ void TestProgram::packageForAnotherDeviceIsRefused()
     const int result = run([&] {
         selectTheOnlyRow();
         usb.clearLog();
-        startUpdate(packageEntries("sorn3", smallImages("sorn3")));
+        startUpdate(packageEntries(sorn3, smallContent(sorn3)));
         QTRY_COMPARE_WITH_TIMEOUT(boxes->shown.size(), std::size_t(1), s_patience);
         QCOMPARE(boxes->shown[0].title, QStringLiteral("Update Error"));
         QCOMPARE(boxes->shown[0].text, QStringLiteral("Selected device and firmware incompatible"));
@@ -331,7 +330,7 @@ void TestProgram::packageForAnotherDeviceIsRefused()
     QVERIFY(ended);
     QCOMPARE(result, 0);
     // Nothing but the scan that follows.
-    QCOMPARE(withoutPolls(usb.transfers()), QStringList{describe(inRequest(0xC8))});
+    QCOMPARE(withoutPolls(usb), s_scan);
 }
 
 void TestProgram::failureIsSaidAndTheNextUpdateWorks()
@@ -348,7 +347,7 @@ void TestProgram::failureIsSaidAndTheNextUpdateWorks()
     const int result = run([&] {
         boxes->whileOpen = [this] { photograph("error-box"); };
         selectTheOnlyRow();
-        startUpdate(packageEntries("velk3", someImages("velk3")));
+        startUpdate(packageEntries(velk3, someContent()));
         QTRY_VERIFY_WITH_TIMEOUT(dialog->isEnabled(), s_patience);
         QCOMPARE(boxes->shown.size(), std::size_t(1));
         QCOMPARE(boxes->shown[0].icon, QMessageBox::Critical);
@@ -359,7 +358,7 @@ void TestProgram::failureIsSaidAndTheNextUpdateWorks()
 
         unplugged = false;
         selectTheOnlyRow();
-        startUpdate(packageEntries("velk3", someImages("velk3")));
+        startUpdate(packageEntries(velk3, someContent()));
         QTRY_COMPARE_WITH_TIMEOUT(barText(), QStringLiteral("Update Completed"), s_patience);
         QCOMPARE(boxes->shown.size(), std::size_t(1));
         QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 1, s_patience);
@@ -372,13 +371,13 @@ void TestProgram::failureIsSaidAndTheNextUpdateWorks()
 void TestProgram::brokenDeviceIsRepaired()
 {
     constexpr quint32 ram = 0x40003000;
-    Images images = someImages("velk3");
-    const QByteArray sandbox = patternBytes(10000, 5);
-    images.sandbox = bootImage({{ram, sandbox}}, ram);
+    PackageContent images = someContent();
+    const std::vector<BootSection> sections{{ram, patternBytes(10000, 5)}};
+    images.sandbox = bootImage(sections, ram);
     ScriptedUsb usb;
-    BrokenDevice device(usb, 0x04B4, 0x00F3);
+    BrokenDevice device(usb, "04b4:00f3");
     device.loader->strings = {{2, "WestBridge"}};
-    device.comesBackAs("sandbox", 0x360F);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     QSemaphore reached;
     QSemaphore looked;
     device.fault = [&](const ScriptedTransfer &transfer) -> std::optional<int> {
@@ -392,7 +391,7 @@ void TestProgram::brokenDeviceIsRepaired()
         selectTheOnlyRow();
         QCOMPARE(rows(), QStringList{"WestBridge (FFFFFFFF, ) [04b4:00f3] (Hard Repair Mode)"});
         usb.clearLog();
-        startUpdate(packageEntries("velk3", images));
+        startUpdate(packageEntries(velk3, images));
         QTRY_COMPARE_WITH_TIMEOUT(usb.callsOf("open"), (QStringList{"open loader", "open sandbox"}),
                                   s_patience);
         QTRY_COMPARE_WITH_TIMEOUT(reached.available(), 1, s_patience);
@@ -408,18 +407,9 @@ void TestProgram::brokenDeviceIsRepaired()
     QVERIFY(ended);
     QCOMPARE(result, 0);
 
-    std::vector<ScriptedTransfer> expected;
-    for (int offset = 0; offset < sandbox.size(); offset += 4096) {
-        const QByteArray piece = sandbox.mid(offset, 4096);
-        expected.push_back(memoryWrite(ram + static_cast<quint32>(offset), piece));
-        expected.push_back(memoryRead(ram + static_cast<quint32>(offset), piece.size()));
-    }
-    expected.push_back(memoryWrite(ram, {}));
-    for (const auto &more :
-         {fx3Requests(*images.fx3), fpgaV1Requests(*images.fpga), edidRequests(edidBlocks(2))}) {
-        expected.insert(expected.end(), more.begin(), more.end());
-    }
-    QCOMPARE(withoutPolls(usb.transfers()), describe(expected));
+    QCOMPARE(withoutPolls(usb),
+             loadingRequests(sections) + startRequests(ram) + microcodeRequests(*images.fx3) +
+                 bitstreamRequests(velk3, *images.fpga) + edidRequests(edidBlocks(2)));
 }
 
 // The program makes its own application object.

@@ -278,7 +278,7 @@ private:
     void answerPoll(std::size_t at, Fault fault)
     {
         const Step &step = script.steps[at];
-        const QString zero = WireModel().poll(step.request, 0).lines().first();
+        const QString zero = WireModel().poll(step.request.code, 0).lines().first();
         if (fault == Fault::Wrong) {
             expected.wire += QStringList{zero, zero};
             expected.wire += step.line;

@@ -36,7 +36,7 @@ void addStruckCells(Operation &operation, const Script &script, const MakeCell &
             }
             Cell cell =
                 make(at, fault, cellTitle(script, at, fault), faultCommand(at, step, fault));
-            cell.request = step.request;
+            cell.request = step.request.code;
             cell.in = step.in;
             cell.fault = fault;
             operation.cells.push_back(std::move(cell));

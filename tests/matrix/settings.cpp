@@ -273,10 +273,11 @@ QStringList signalsOf(const Step &step, const QStringList &errors)
 {
     QStringList lines;
     for (const QString &error : errors) {
-        lines += QString("error %1 ").arg(step.request) + error;
+        lines += QString("error %1 ").arg(step.request.code) + error;
     }
     const QString nothing = step.in && !errors.isEmpty() ? " null" : "";
-    return lines + QStringList{QString(step.in ? "get %1" : "set %1").arg(step.request) + nothing};
+    return lines +
+           QStringList{QString(step.in ? "get %1" : "set %1").arg(step.request.code) + nothing};
 }
 
 // The signals of an operation in which the transfer at `struck` has these errors.

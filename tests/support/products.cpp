@@ -24,23 +24,48 @@ const std::vector<const ProductFacts *> &allProducts()
     return s_all;
 }
 
+const std::vector<const ProductFacts *> &allPackages()
+{
+    static const std::vector<const ProductFacts *> s_all = [] {
+        std::vector<const ProductFacts *> all = allProducts();
+        all.push_back(&legacyVelk3);
+        return all;
+    }();
+    return s_all;
+}
+
+const ProductFacts &productOf(const QByteArray &key)
+{
+    for (const ProductFacts *product : allPackages()) {
+        if (keyOf(*product) == key) {
+            return *product;
+        }
+    }
+    qFatal("no product %s", key.constData());
+}
+
+QByteArray keyOf(const ProductFacts &product)
+{
+    return product.key ? product.key : "legacy";
+}
+
 const std::vector<Identity> &allIdentities()
 {
     static const std::vector<Identity> s_all{
-        {0xE5C1, 0x3601, 0, "product velk3"},
-        {0xE5C1, 0x3600, 1, "product velk3\nmode soft"},
-        {0xE5C1, 0x360F, 1, "product velk3\nmode soft-f"},
-        {0xE5C1, 0x3621, 0, "product sorn3"},
-        {0xE5C1, 0x3620, 1, "product sorn3\nmode soft"},
-        {0xE5C1, 0x362F, 1, "product sorn3\nmode sandbox"},
-        {0xE5C1, 0x3631, 0, "product velk3_4k"},
-        {0xE5C1, 0x3630, 1, "product velk3_4k\nmode soft"},
-        {0xE5C1, 0x363F, 1, "product velk3_4k\nmode soft-f"},
-        {0xE5C1, 0x3641, 0, "product velk3_4k\nid e5c1:3641"},
-        {0xE5C1, 0x3640, 1, "product velk3_4k\nid e5c1:3641\nmode soft"},
-        {0xE5C1, 0x364F, 1, "product velk3_4k\nid e5c1:3641\nmode soft-f"},
-        {0x5555, 0x3601, 0, "product velk3\nid 5555:3601"},
-        {0x04B4, 0x00F3, 2, "product sorn3\nmode hard"},
+        {0xE5C1, 0x3601, 0, "product velk3", &velk3},
+        {0xE5C1, 0x3600, 1, "product velk3\nmode soft", &velk3},
+        {0xE5C1, 0x360F, 1, "product velk3\nmode soft-f", &velk3},
+        {0xE5C1, 0x3621, 0, "product sorn3", &sorn3},
+        {0xE5C1, 0x3620, 1, "product sorn3\nmode soft", &sorn3},
+        {0xE5C1, 0x362F, 1, "product sorn3\nmode sandbox", &sorn3},
+        {0xE5C1, 0x3631, 0, "product velk3_4k", &velk3_4k},
+        {0xE5C1, 0x3630, 1, "product velk3_4k\nmode soft", &velk3_4k},
+        {0xE5C1, 0x363F, 1, "product velk3_4k\nmode soft-f", &velk3_4k},
+        {0xE5C1, 0x3641, 0, "product velk3_4k\nid e5c1:3641", &velk3_4k},
+        {0xE5C1, 0x3640, 1, "product velk3_4k\nid e5c1:3641\nmode soft", &velk3_4k},
+        {0xE5C1, 0x364F, 1, "product velk3_4k\nid e5c1:3641\nmode soft-f", &velk3_4k},
+        {0x5555, 0x3601, 0, "product velk3\nid 5555:3601", &velk3},
+        {0x04B4, 0x00F3, 2, "product sorn3\nmode hard", nullptr},
     };
     return s_all;
 }
@@ -60,19 +85,48 @@ Images makeImages(const ProductFacts &product, int fx3Size, int fpgaSize)
     return images;
 }
 
-std::vector<PackageEntry> packageEntries(const ProductFacts &product, const Images &images)
+PackageContent smallContent(const ProductFacts &product)
+{
+    PackageContent content;
+    content.fpga = "bitstrm!";
+    content.fx3 = "microcod";
+    content.sandbox = bootImage({{0x40003000, "sandbox!"}}, 0x40003000);
+    if (product.edidName) {
+        content.edid = edidText(edidBlocks(1));
+    }
+    return content;
+}
+
+PackageContent contentOf(const Images &images)
+{
+    PackageContent content{images.fpga, images.fx3, images.sandbox(), {}, false};
+    if (!images.edid.isEmpty()) {
+        content.edid = edidText(images.edid);
+    }
+    return content;
+}
+
+std::vector<PackageEntry> packageEntries(const ProductFacts &product, const PackageContent &content)
 {
     std::vector<PackageEntry> entries;
     if (product.key) {
         entries.push_back({"product.info", QByteArray(product.key) + '\n'});
     }
-    entries.push_back({product.fpgaName, images.fpga});
-    entries.push_back({product.fx3Name, images.fx3});
-    entries.push_back({product.sandboxName, images.sandbox()});
-    if (!images.edid.isEmpty()) {
-        entries.push_back({product.edidName, edidText(images.edid)});
-    }
+    const auto add = [&](const char *name, const std::optional<QByteArray> &data) {
+        if (data) {
+            entries.push_back({name, *data, content.deflated});
+        }
+    };
+    add(product.fpgaName, content.fpga);
+    add(product.fx3Name, content.fx3);
+    add(product.sandboxName, content.sandbox);
+    add(product.edidName, content.edid);
     return entries;
+}
+
+std::vector<PackageEntry> packageEntries(const ProductFacts &product, const Images &images)
+{
+    return packageEntries(product, contentOf(images));
 }
 
 QByteArray makePackage(const ProductFacts &product, const Images &images)

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <optional>
 #include <vector>
 
 // What the tests know of the products, written down once for all of them and apart from the
@@ -36,18 +37,26 @@ extern const ProductFacts sorn3;
 extern const ProductFacts velk3_4k;
 extern const ProductFacts legacyVelk3; // the first product, by a package of the oldest kind
 
-// The products, without the legacy package.
+// The products, without the legacy package; and with it, as the last.
 const std::vector<const ProductFacts *> &allProducts();
+const std::vector<const ProductFacts *> &allPackages();
+// The one of allPackages() with this key, which is "legacy" for the package that has none. The test
+// ends when there is none.
+const ProductFacts &productOf(const QByteArray &key);
+// That key.
+QByteArray keyOf(const ProductFacts &product);
 
 // An id under which a device is recognised.
 struct Identity
 {
     quint16 vendorId;
     quint16 productId;
-    int mode;          // 0 running, 1 soft repair, 2 hard repair
-    const char *scene; // the words that make the simulator show it
+    int mode;                    // 0 running, 1 soft repair, 2 hard repair
+    const char *scene;           // the words that make the simulator show it
+    const ProductFacts *product; // nullptr: the bare controller, which may be any of them
 };
 
+// In the order in which the program looks for them.
 const std::vector<Identity> &allIdentities();
 
 // The images that a package of a test carries, and that the device must hold after it.
@@ -66,7 +75,24 @@ struct Images
 // bytes or more makes the device report version 7.8.9.
 Images makeImages(const ProductFacts &product, int fx3Size, int fpgaSize);
 
-// The package's entries in the order that makers use, stored.
+// What the entries of a package hold, where a test wants to choose it entry by entry. One that is
+// not set is left out.
+struct PackageContent
+{
+    std::optional<QByteArray> fpga{};
+    std::optional<QByteArray> fx3{};
+    std::optional<QByteArray> sandbox{};
+    std::optional<QByteArray> edid{}; // the text file
+    bool deflated = true;             // as makers deliver them
+};
+
+// A few bytes in every entry that the product has.
+PackageContent smallContent(const ProductFacts &product);
+PackageContent contentOf(const Images &images); // stored
+
+// The package's entries in the order that makers use.
+std::vector<PackageEntry> packageEntries(const ProductFacts &product,
+                                         const PackageContent &content);
 std::vector<PackageEntry> packageEntries(const ProductFacts &product, const Images &images);
 QByteArray makePackage(const ProductFacts &product, const Images &images);
 // A package with this EDID and nothing else.

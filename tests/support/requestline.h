@@ -10,7 +10,9 @@
 //   "< c8 v0 i0 1 01"               IN, with what the device answered
 //
 // A transfer that did not end well has its status at the end: "> c5 v0 i0 0 stall". One that ended
-// well, but of which only a part went through: "> c6 v0 i0 8 6162636465666768 short 4".
+// well, but of which only a part went through: "> c6 v0 i0 8 6162636465666768 short 4". Where the
+// program's call is seen rather than what comes of it, its time limit in milliseconds is there:
+// "< c8 v0 i0 1 t1000".
 
 enum class Direction { Out, In };
 

@@ -19,14 +19,15 @@ Request memoryAccess(Direction direction, quint32 address, int length)
 void Script::add(Role role, const Request &request, const QByteArray &data)
 {
     const bool in = request.direction == Direction::In;
-    steps.push_back({role, requestLine(request, data), data, in, rest, {}, request.code, {}});
+    steps.push_back({role, requestLine(request, data), data, in, rest, {}, request, {}});
     rest.clear();
 }
 
 void Script::addString(Role role, int number, const QByteArray &descriptor)
 {
     const QString line = QString("string %1").arg(number);
-    steps.push_back({role, line, descriptor, true, rest, {}, s_getDescriptor, {}});
+    const Request request{Direction::In, s_getDescriptor, 0x300 + number};
+    steps.push_back({role, line, descriptor, true, rest, {}, request, {}});
     rest.clear();
 }
 

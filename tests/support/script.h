@@ -66,7 +66,7 @@ struct Step
     bool in;
     std::vector<Progress> before; // the signals since the transfer before this one
     QStringList handles;          // what is done with the device's file since then
-    int request;                  // bRequest; for a string descriptor GET_DESCRIPTOR
+    Request request;              // for a string descriptor GET_DESCRIPTOR
     QByteArray wrong;             // an answer that is none; empty: every bit the other way round
 };
 

@@ -1,5 +1,7 @@
 #include "scriptedlibusb.h"
 
+#include "requestline.h"
+
 #include <QCryptographicHash>
 #include <QTest>
 
@@ -207,6 +209,11 @@ libusb_device *ScriptedUsb::plug(const std::string &name, quint16 vendorId, quin
     return state->bus.back();
 }
 
+libusb_device *ScriptedUsb::plug(const std::string &name, const QByteArray &id)
+{
+    return plug(name, id.left(4).toUShort(nullptr, 16), id.mid(5).toUShort(nullptr, 16));
+}
+
 void ScriptedUsb::unplug(libusb_device *device)
 {
     const std::lock_guard<std::mutex> lock(state->mutex);
@@ -323,7 +330,11 @@ std::vector<ScriptedTransfer> ScriptedUsb::transfers() const
 
 QStringList ScriptedUsb::describedTransfers() const
 {
-    return describe(transfers());
+    QStringList lines;
+    for (const ScriptedTransfer &transfer : transfers()) {
+        lines.append(describe(transfer));
+    }
+    return lines;
 }
 
 int ScriptedUsb::fallibleCalls() const
@@ -365,63 +376,15 @@ void ScriptedUsb::clearLog()
 
 QString describe(const ScriptedTransfer &transfer)
 {
-    QString line =
-        QString::asprintf("%02x %02x %04x %04x %d %u", transfer.requestType, transfer.request,
-                          transfer.value, transfer.index, transfer.length, transfer.timeout);
-    if (transfer.isIn() || transfer.data.isEmpty()) {
-        return line;
-    }
-    const QByteArray text =
-        transfer.data.size() <= 32
-            ? transfer.data.toHex()
-            : QCryptographicHash::hash(transfer.data, QCryptographicHash::Sha1).toHex();
-    return line + QLatin1Char(' ') + QString::fromLatin1(text);
-}
-
-QStringList describe(const std::vector<ScriptedTransfer> &transfers)
-{
-    QStringList lines;
-    for (const ScriptedTransfer &transfer : transfers) {
-        lines.append(describe(transfer));
-    }
-    return lines;
-}
-
-ScriptedTransfer outRequest(quint8 request, const QByteArray &data, unsigned timeout)
-{
-    ScriptedTransfer transfer;
-    transfer.requestType = 0x40;
-    transfer.request = request;
-    transfer.length = static_cast<quint16>(data.size());
-    transfer.timeout = timeout;
-    transfer.data = data;
-    return transfer;
-}
-
-ScriptedTransfer inRequest(quint8 request, quint16 length, unsigned timeout)
-{
-    ScriptedTransfer transfer;
-    transfer.requestType = 0xC0;
-    transfer.request = request;
-    transfer.length = length;
-    transfer.timeout = timeout;
-    return transfer;
-}
-
-ScriptedTransfer memoryWrite(quint32 address, const QByteArray &data)
-{
-    ScriptedTransfer transfer = outRequest(0xA0, data);
-    transfer.value = static_cast<quint16>(address & 0xFFFF);
-    transfer.index = static_cast<quint16>(address >> 16);
-    return transfer;
-}
-
-ScriptedTransfer memoryRead(quint32 address, int length)
-{
-    ScriptedTransfer transfer = inRequest(0xA0, static_cast<quint16>(length));
-    transfer.value = static_cast<quint16>(address & 0xFFFF);
-    transfer.index = static_cast<quint16>(address >> 16);
-    return transfer;
+    const Direction direction = transfer.isIn() ? Direction::In : Direction::Out;
+    const QString line =
+        requestLine({direction, transfer.request, transfer.value, transfer.index, transfer.length},
+                    transfer.isIn() ? QByteArray() : transfer.data) +
+        QString(" t%1").arg(transfer.timeout);
+    const int vendorRequest = transfer.isIn() ? 0xC0 : 0x40;
+    return transfer.requestType == vendorRequest
+               ? line
+               : QString("type %1 ").arg(transfer.requestType, 0, 16) + line;
 }
 
 // ---- libusb ----

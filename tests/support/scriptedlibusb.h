@@ -69,8 +69,7 @@ struct ScriptedTransfer
     bool isIn() const { return (requestType & 0x80) != 0; }
 };
 
-// One line: "40 c6 0000 0000 4096 1000 <data>": request type, request, wValue, wIndex, wLength,
-// time limit, and for an OUT request its bytes (a SHA-1 when there are more than 32).
+// In the form of requestline.h, less the answer to an IN request, which is not known yet.
 QString describe(const ScriptedTransfer &transfer);
 
 class ScriptedUsb
@@ -86,6 +85,7 @@ public:
     // A device that is put at the end of the device list. It lives as long as the bus, also
     // unplugged.
     libusb_device *plug(const std::string &name, quint16 vendorId, quint16 productId);
+    libusb_device *plug(const std::string &name, const QByteArray &id); // "e5c1:3601"
     void unplug(libusb_device *device);
 
     // Answers of successive libusb_get_device_list calls, before the true count.
@@ -115,7 +115,7 @@ public:
     // ---- what happened ----
 
     // Every call in order, arguments included: "open a", "claim_interface a 0",
-    // "control_transfer a 40 c5 0000 0000 0 1000".
+    // "control_transfer a > c5 v0 i0 0 t1000".
     QStringList calls() const;
     // Only the calls that concern an open handle or open one, and the notes.
     QStringList handleCalls() const;
@@ -133,11 +133,3 @@ public:
     struct State;
     std::unique_ptr<State> state;
 };
-
-// Hand-written transfers for comparisons.
-ScriptedTransfer outRequest(quint8 request, const QByteArray &data = {}, unsigned timeout = 1000);
-ScriptedTransfer inRequest(quint8 request, quint16 length = 1, unsigned timeout = 1000);
-// A request that carries a 32-bit address: wValue low, wIndex high.
-ScriptedTransfer memoryWrite(quint32 address, const QByteArray &data);
-ScriptedTransfer memoryRead(quint32 address, int length);
-QStringList describe(const std::vector<ScriptedTransfer> &transfers);

@@ -13,21 +13,21 @@
 class BrokenDevice
 {
 public:
-    BrokenDevice(ScriptedUsb &scriptedBus, quint16 vendorId, quint16 productId)
-        : bus(scriptedBus), loader(bus.plug("loader", vendorId, productId))
+    BrokenDevice(ScriptedUsb &scriptedBus, const QByteArray &id)
+        : bus(scriptedBus), loader(bus.plug("loader", id))
     {
         place(loader, 9);
         bus.onTransfer([this](const ScriptedTransfer &transfer) { return answer(transfer); });
     }
 
     // Where it comes back; without this it stays away.
-    void comesBackAs(const char *name, quint16 productId)
+    void comesBackAs(const char *name, const QByteArray &id)
     {
-        sandbox = bus.plug(name, 0xE5C1, productId);
+        sandbox = bus.plug(name, id);
         place(sandbox, 23);
         bus.unplug(sandbox);
         sandboxName = name;
-        sandboxId = productId;
+        sandboxId = id;
     }
 
     std::function<std::optional<int>(const ScriptedTransfer &)> fault;
@@ -67,7 +67,7 @@ private:
         }
         bus.unplug(loader);
         if (sandbox != nullptr) {
-            sandbox = bus.plug(sandboxName, 0xE5C1, sandboxId);
+            sandbox = bus.plug(sandboxName, sandboxId);
             place(sandbox, 23);
             if (prepareSandbox) {
                 prepareSandbox(sandbox);
@@ -77,6 +77,6 @@ private:
     }
 
     std::string sandboxName;
-    quint16 sandboxId = 0;
+    QByteArray sandboxId;
     std::map<quint32, QByteArray> memory;
 };

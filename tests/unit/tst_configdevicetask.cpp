@@ -1,4 +1,5 @@
 #include "capturedoutput.h"
+#include "recordof.h"
 #include "scriptedlibusb.h"
 
 #include "configdevicetask.h"
@@ -74,23 +75,23 @@ namespace {
 const char *s_noAccess = "Cannot access USB. Administrative rights may be required.";
 
 // What one front object is told, in order.
-class Ear : public QObject
+class SignalLog : public QObject
 {
 public:
-    explicit Ear(ConfigDeviceBase &front)
+    explicit SignalLog(ConfigDeviceBase &front)
     {
         connect(&front, &ConfigDeviceBase::getRequestComplete, this,
                 [this](uint8_t request, const ConfigDeviceDataPtr &data, uint16_t size) {
                     const auto *bytes = reinterpret_cast<const char *>(data.data());
                     const QString shown =
                         data ? QString(QByteArray(bytes, size).toHex()) : QStringLiteral("null");
-                    heard.append(QStringLiteral("got %1 %2 %3").arg(request).arg(size).arg(shown));
+                    lines.append(QStringLiteral("got %1 %2 %3").arg(request).arg(size).arg(shown));
                 });
         connect(&front, &ConfigDeviceBase::setRequestComplete, this,
-                [this](uint8_t request) { heard.append(QStringLiteral("set %1").arg(request)); });
+                [this](uint8_t request) { lines.append(QStringLiteral("set %1").arg(request)); });
         connect(&front, &ConfigDeviceBase::error, this,
                 [this](uint8_t request, const QString &message) {
-                    heard.append(QStringLiteral("error %1 %2").arg(request).arg(message));
+                    lines.append(QStringLiteral("error %1 %2").arg(request).arg(message));
                 });
     }
 
@@ -98,23 +99,12 @@ public:
     bool waitForCompletions(int count)
     {
         return QTest::qWaitFor(
-            [&] { return heard.filter("got ").size() + heard.filter("set ").size() >= count; },
+            [&] { return lines.filter("got ").size() + lines.filter("set ").size() >= count; },
             20000);
     }
 
-    QStringList heard;
+    QStringList lines;
 };
-
-DeviceDescription recordOf(const libusb_device *device)
-{
-    DeviceDescription record{};
-    record.vendorId = device->vendorId;
-    record.productId = device->productId;
-    record.busNumber = device->bus;
-    record.deviceAddress = device->address;
-    record.portNumber = device->port;
-    return record;
-}
 
 ConfigDeviceDataPtr buffer(const QByteArray &bytes)
 {
@@ -150,13 +140,13 @@ void TestConfigDeviceTask::aReadOpensSendsAndCloses()
     bus.answerData(226, {QByteArray(1, '\x17')});
     const auto *device = bus.plug("a", 0xE5C1, 0x3601);
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     emit task.getConfigDeviceData(recordOf(device), 226, buffer(QByteArray(1, '\0')), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard, QStringList{"got 226 1 17"});
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines, QStringList{"got 226 1 17"});
     QCOMPARE(bus.handleCalls(),
              (QStringList{"open a", "kernel_driver_active a 0", "claim_interface a 0",
-                          "control_transfer a c0 e2 0000 0000 1 1000", "attach_kernel_driver a 0",
+                          "control_transfer a < e2 v0 i0 1 t1000", "attach_kernel_driver a 0",
                           "release_interface a 0", "close a"}));
 }
 
@@ -165,14 +155,14 @@ void TestConfigDeviceTask::aWriteOpensSendsAndCloses()
     ScriptedUsb bus;
     const auto *device = bus.plug("a", 0xE5C1, 0x3601);
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     emit task.setConfigDeviceData(recordOf(device), 227, buffer(QByteArray(1, '\x17')), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard, QStringList{"set 227"});
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines, QStringList{"set 227"});
     QCOMPARE(bus.handleCalls(),
              (QStringList{"open a", "kernel_driver_active a 0", "claim_interface a 0",
-                          "control_transfer a 40 e3 0000 0000 1 1000 17",
-                          "attach_kernel_driver a 0", "release_interface a 0", "close a"}));
+                          "control_transfer a > e3 v0 i0 1 17 t1000", "attach_kernel_driver a 0",
+                          "release_interface a 0", "close a"}));
 }
 
 void TestConfigDeviceTask::argumentsAreLengthThenIndexThenValue_data()
@@ -181,9 +171,9 @@ void TestConfigDeviceTask::argumentsAreLengthThenIndexThenValue_data()
     QTest::addColumn<int>("index");
     QTest::addColumn<int>("value");
     QTest::addColumn<QString>("wire"); // wValue, wIndex, wLength
-    QTest::newRow("user mode 0") << 5 << 0 << 0 << "0000 0000 5";
-    QTest::newRow("user mode 2") << 5 << 2 << 0 << "0000 0002 5";
-    QTest::newRow("all different") << 7 << 0x1234 << 0xABCD << "abcd 1234 7";
+    QTest::newRow("user mode 0") << 5 << 0 << 0 << "v0 i0 5";
+    QTest::newRow("user mode 2") << 5 << 2 << 0 << "v0 i2 5";
+    QTest::newRow("all different") << 7 << 0x1234 << 0xABCD << "vabcd i1234 7";
 }
 
 void TestConfigDeviceTask::argumentsAreLengthThenIndexThenValue()
@@ -195,16 +185,17 @@ void TestConfigDeviceTask::argumentsAreLengthThenIndexThenValue()
     ScriptedUsb bus;
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     const QByteArray bytes(size, 'x');
     const auto length = static_cast<uint16_t>(size);
     const auto wIndex = static_cast<uint16_t>(index);
     const auto wValue = static_cast<uint16_t>(value);
     emit task.getConfigDeviceData(record, 179, buffer(bytes), length, wIndex, wValue);
     emit task.setConfigDeviceData(record, 179, buffer(bytes), length, wIndex, wValue);
-    QVERIFY(ear.waitForCompletions(2));
-    QCOMPARE(bus.describedTransfers(),
-             (QStringList{"c0 b3 " + wire + " 1000", "40 b3 " + wire + " 1000 " + bytes.toHex()}));
+    QVERIFY(log.waitForCompletions(2));
+    QCOMPARE(
+        bus.describedTransfers(),
+        (QStringList{"< b3 " + wire + " t1000", "> b3 " + wire + ' ' + bytes.toHex() + " t1000"}));
 }
 
 void TestConfigDeviceTask::typedRequestsCarryTheRecordsSize()
@@ -212,14 +203,13 @@ void TestConfigDeviceTask::typedRequestsCarryTheRecordsSize()
     ScriptedUsb bus;
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     task.requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
     task.requestConfigDeviceData<UserMode>(record, 179, 2, 0);
     task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
-    QVERIFY(ear.waitForCompletions(3));
+    QVERIFY(log.waitForCompletions(3));
     QCOMPARE(bus.describedTransfers(),
-             (QStringList{"c0 b2 0000 0000 29 1000", "c0 b3 0000 0002 5 1000",
-                          "c0 e2 0000 0000 1 1000"}));
+             (QStringList{"< b2 v0 i0 29 t1000", "< b3 v0 i2 5 t1000", "< e2 v0 i0 1 t1000"}));
 }
 
 void TestConfigDeviceTask::aTypedRequestsBufferStartsWithZeros()
@@ -228,10 +218,10 @@ void TestConfigDeviceTask::aTypedRequestsBufferStartsWithZeros()
     bus.onTransfer([](const ScriptedTransfer &) -> std::optional<int> { return 0; });
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     task.requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard, QStringList{"got 178 29 " + QString(58, '0')});
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines, QStringList{"got 178 29 " + QString(58, '0')});
 }
 
 void TestConfigDeviceTask::theCallersBufferIsFilledInPlace()
@@ -240,10 +230,10 @@ void TestConfigDeviceTask::theCallersBufferIsFilledInPlace()
     bus.answerData(179, {QByteArray::fromHex("0005d00201")});
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     const ConfigDeviceDataPtr data = buffer(QByteArray(5, '\0'));
     emit task.getConfigDeviceData(record, 179, data, 5, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
+    QVERIFY(log.waitForCompletions(1));
     QCOMPARE(QByteArray(reinterpret_cast<const char *>(data.data()), 5).toHex(),
              QByteArray("0005d00201"));
 }
@@ -265,10 +255,10 @@ void TestConfigDeviceTask::aShortReadReportsWhatWasAsked()
     bus.answerData(179, {reply});
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     task.requestConfigDeviceData<UserMode>(record, 179, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard, QStringList{"got 179 5 " + data});
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines, QStringList{"got 179 5 " + data});
 }
 
 void TestConfigDeviceTask::aShortWriteIsASuccess()
@@ -277,20 +267,20 @@ void TestConfigDeviceTask::aShortWriteIsASuccess()
     bus.answer(179, {0});
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     emit task.setConfigDeviceData(record, 179, buffer("abcde"), 5, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard, QStringList{"set 179"});
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines, QStringList{"set 179"});
 }
 
 void TestConfigDeviceTask::aReadOfADeviceThatIsGoneReportsErrorThenNull()
 {
     ScriptedUsb bus;
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     emit task.getConfigDeviceData(DeviceDescription{}, 226, buffer("x"), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard,
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines,
              (QStringList{QStringLiteral("error 226 %1").arg(s_noAccess), "got 226 0 null"}));
 }
 
@@ -298,10 +288,10 @@ void TestConfigDeviceTask::aWriteToADeviceThatIsGoneReportsErrorThenNullRead()
 {
     ScriptedUsb bus;
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     emit task.setConfigDeviceData(DeviceDescription{}, 227, buffer("x"), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
-    QCOMPARE(ear.heard,
+    QVERIFY(log.waitForCompletions(1));
+    QCOMPARE(log.lines,
              (QStringList{QStringLiteral("error 227 %1").arg(s_noAccess), "got 227 0 null"}));
 }
 
@@ -333,11 +323,11 @@ void TestConfigDeviceTask::aFailedReadReportsErrorThenNull()
     bus.answer(178, {code});
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     task.requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
+    QVERIFY(log.waitForCompletions(1));
     QCOMPARE(
-        ear.heard,
+        log.lines,
         (QStringList{"error 178 Error retreiving config device data: req=178, status: " + sentence,
                      "got 178 0 null"}));
     QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
@@ -356,11 +346,11 @@ void TestConfigDeviceTask::aFailedWriteReportsErrorThenCompletion()
     bus.answer(179, {code});
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     emit task.setConfigDeviceData(record, 179, buffer("abcde"), 5, 1, 0);
-    QVERIFY(ear.waitForCompletions(1));
+    QVERIFY(log.waitForCompletions(1));
     // The same words for every kind of write.
-    QCOMPARE(ear.heard,
+    QCOMPARE(log.lines,
              (QStringList{"error 179 Error setting device flags: " + sentence, "set 179"}));
     QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
 }
@@ -373,11 +363,11 @@ void TestConfigDeviceTask::aMessageWithoutLibusbTextIsStillAMessage()
     bus.answer(227, {-1});
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
     emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(2));
-    QCOMPARE(ear.heard,
+    QVERIFY(log.waitForCompletions(2));
+    QCOMPARE(log.lines,
              (QStringList{"error 226 Error retreiving config device data: req=226, status: ",
                           "got 226 0 null", "error 227 Error setting device flags: ", "set 227"}));
 }
@@ -386,7 +376,7 @@ void TestConfigDeviceTask::theDeviceIsGivenBackBeforeTheAnswer_data()
 {
     QTest::addColumn<bool>("write");
     QTest::addColumn<int>("result");
-    QTest::addColumn<QStringList>("before"); // heard while the device is still open
+    QTest::addColumn<QStringList>("before"); // lines while the device is still open
     QTest::newRow("read") << false << 1 << QStringList();
     QTest::newRow("failed read") << false << -9 << QStringList();
     QTest::newRow("write") << true << 1 << QStringList();
@@ -412,7 +402,7 @@ void TestConfigDeviceTask::theDeviceIsGivenBackBeforeTheAnswer()
     });
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     if (write) {
         emit task.setConfigDeviceData(record, 226, buffer("x"), 1, 0, 0);
     } else {
@@ -420,11 +410,11 @@ void TestConfigDeviceTask::theDeviceIsGivenBackBeforeTheAnswer()
     }
     const bool reached = closing.tryAcquire(1, 60000);
     QCoreApplication::processEvents(); // whatever was said so far arrives
-    const QStringList heard = ear.heard;
+    const QStringList lines = log.lines;
     goOn.release();
     QVERIFY(reached);
-    QCOMPARE(heard, before);
-    QVERIFY(ear.waitForCompletions(1));
+    QCOMPARE(lines, before);
+    QVERIFY(log.waitForCompletions(1));
 }
 
 void TestConfigDeviceTask::everyActionSeesOnlyItsOwnAnswers_data()
@@ -454,23 +444,23 @@ void TestConfigDeviceTask::everyActionSeesOnlyItsOwnAnswers()
     FlagsAction flagsAction(&task, this);
     StatusAction statusAction(&task, this);
     ModeAction modeAction(&task, this);
-    Ear taskEar(task);
-    Ear flagsEar(flagsAction);
-    Ear statusEar(statusAction);
-    Ear modeEar(modeAction);
+    SignalLog taskLog(task);
+    SignalLog flagsLog(flagsAction);
+    SignalLog statusLog(statusAction);
+    SignalLog modeLog(modeAction);
     const auto code = static_cast<uint8_t>(request);
     emit task.getConfigDeviceData(record, code, buffer("x"), 1, 0, 0);
     emit task.setConfigDeviceData(record, code, buffer("x"), 1, 0, 0);
     // One more request, which no action listens to: once it is answered, all that went before has
     // come.
     emit task.setConfigDeviceData(record, 1, buffer("x"), 1, 0, 0);
-    QVERIFY(taskEar.waitForCompletions(3));
+    QVERIFY(taskLog.waitForCompletions(3));
     const QStringList both{QStringLiteral("got %1 1 01").arg(request),
                            QStringLiteral("set %1").arg(request)};
-    QCOMPARE(taskEar.heard, both + QStringList("set 1"));
-    QCOMPARE(flagsEar.heard, flags ? both : QStringList());
-    QCOMPARE(statusEar.heard, status ? both : QStringList());
-    QCOMPARE(modeEar.heard, mode ? both : QStringList());
+    QCOMPARE(taskLog.lines, both + QStringList("set 1"));
+    QCOMPARE(flagsLog.lines, flags ? both : QStringList());
+    QCOMPARE(statusLog.lines, status ? both : QStringList());
+    QCOMPARE(modeLog.lines, mode ? both : QStringList());
 }
 
 void TestConfigDeviceTask::errorsAreFilteredLikeAnswers()
@@ -479,16 +469,16 @@ void TestConfigDeviceTask::errorsAreFilteredLikeAnswers()
     ConfigDeviceTask task;
     FlagsAction flags(&task, this);
     ModeAction modes(&task, this);
-    Ear taskEar(task);
-    Ear flagsEar(flags);
-    Ear modesEar(modes);
+    SignalLog taskLog(task);
+    SignalLog flagsLog(flags);
+    SignalLog modesLog(modes);
     emit modes.getConfigDeviceData(DeviceDescription{}, 179, buffer("abcde"), 5, 0, 0);
-    QVERIFY(modesEar.waitForCompletions(1));
-    QVERIFY(taskEar.waitForCompletions(1));
-    QCOMPARE(modesEar.heard,
+    QVERIFY(modesLog.waitForCompletions(1));
+    QVERIFY(taskLog.waitForCompletions(1));
+    QCOMPARE(modesLog.lines,
              (QStringList{QStringLiteral("error 179 %1").arg(s_noAccess), "got 179 0 null"}));
-    QCOMPARE(taskEar.heard, modesEar.heard);
-    QCOMPARE(flagsEar.heard, QStringList());
+    QCOMPARE(taskLog.lines, modesLog.lines);
+    QCOMPARE(flagsLog.lines, QStringList());
 }
 
 void TestConfigDeviceTask::filtersAcceptExactlyTheirCodes()
@@ -513,12 +503,12 @@ void TestConfigDeviceTask::requestsOfAnActionReachTheWorker()
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     ConfigDeviceTask task;
     FlagsAction flags(&task, this);
-    Ear ear(flags);
+    SignalLog log(flags);
     flags.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
     emit flags.setConfigDeviceData(record, 227, buffer("\x17"), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(2));
+    QVERIFY(log.waitForCompletions(2));
     QCOMPARE(bus.describedTransfers(),
-             (QStringList{"c0 e2 0000 0000 1 1000", "40 e3 0000 0000 1 1000 17"}));
+             (QStringList{"< e2 v0 i0 1 t1000", "> e3 v0 i0 1 17 t1000"}));
 }
 
 void TestConfigDeviceTask::anActionWithoutTaskThrows()
@@ -566,15 +556,15 @@ void TestConfigDeviceTask::requestsAreHandledInTheirOrder()
     ConfigDeviceTask task;
     FlagsAction flags(&task, this);
     ModeAction modes(&task, this);
-    Ear ear(task);
+    SignalLog log(task);
     modes.requestConfigDeviceData<UserMode>(record, 179, 0, 0);
     flags.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
     modes.requestConfigDeviceData<UserMode>(record, 179, 1, 0);
     emit flags.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
-    QVERIFY(ear.waitForCompletions(4));
+    QVERIFY(log.waitForCompletions(4));
     QCOMPARE(bus.describedTransfers(),
-             (QStringList{"c0 b3 0000 0000 5 1000", "c0 e2 0000 0000 1 1000",
-                          "c0 b3 0000 0001 5 1000", "40 e3 0000 0000 1 1000 78"}));
+             (QStringList{"< b3 v0 i0 5 t1000", "< e2 v0 i0 1 t1000", "< b3 v0 i1 5 t1000",
+                          "> e3 v0 i0 1 78 t1000"}));
     QCOMPARE(bus.opens(), 4);
 }
 
@@ -585,10 +575,10 @@ void TestConfigDeviceTask::requestsForDifferentDevicesMayFollowEachOther()
     auto *second = bus.plug("b", 0xE5C1, 0x3601);
     second->port = 2;
     ConfigDeviceTask task;
-    Ear ear(task);
+    SignalLog log(task);
     task.requestConfigDeviceData<uint8_t>(recordOf(second), 226, 0, 0);
     task.requestConfigDeviceData<uint8_t>(recordOf(first), 226, 0, 0);
-    QVERIFY(ear.waitForCompletions(2));
+    QVERIFY(log.waitForCompletions(2));
     QCOMPARE(bus.callsOf("open"), (QStringList{"open b", "open a"}));
     QCOMPARE(bus.callsOf("close"), (QStringList{"close b", "close a"}));
 }
@@ -634,9 +624,9 @@ void TestConfigDeviceTask::theWorkerGoesWithItsTask()
     ScriptedUsb bus;
     auto task = std::make_unique<ConfigDeviceTask>();
     Front front(task.get(), nullptr);
-    Ear ear(front);
+    SignalLog log(front);
     front.requestConfigDeviceData<uint8_t>(recordOf(bus.plug("a", 0xE5C1, 0x3601)), 226, 0, 0);
-    QVERIFY(ear.waitForCompletions(1));
+    QVERIFY(log.waitForCompletions(1));
     QVERIFY(front.worker);
     QVERIFY(front.worker->thread() != thread());
     task.reset();
@@ -651,13 +641,13 @@ void TestConfigDeviceTask::anyFailingCallGivesTheDeviceBack()
             bus.failCall(failing, LIBUSB_ERROR_NO_DEVICE);
             const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
             ConfigDeviceTask task;
-            Ear ear(task);
+            SignalLog log(task);
             if (write) {
                 emit task.setConfigDeviceData(record, 227, buffer("x"), 1, 0, 0);
             } else {
                 task.requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
             }
-            [&] { QVERIFY(ear.waitForCompletions(1)); }();
+            [&] { QVERIFY(log.waitForCompletions(1)); }();
             return bus.fallibleCalls();
         };
         const int calls = attempt(-1);
@@ -677,11 +667,11 @@ void TestConfigDeviceTask::refusedClaimsLeaveOneFileOpenAtMost()
     device->claimResult = LIBUSB_ERROR_BUSY;
     const DeviceDescription record = recordOf(device);
     auto task = std::make_unique<ConfigDeviceTask>();
-    Ear ear(*task);
+    SignalLog log(*task);
     for (int poll = 0; poll < 10; ++poll) {
         task->requestConfigDeviceData<InputStatusInfo>(record, 178, 0, 0);
     }
-    QVERIFY(ear.waitForCompletions(10));
+    QVERIFY(log.waitForCompletions(10));
     QCOMPARE(bus.opens(), 10);
     QCOMPARE(bus.openHandles(), 1);
     // However long it takes, it has been closed when the task is gone: libusb may end then.

@@ -1,5 +1,6 @@
 #include "capturedoutput.h"
 #include "installerdouble.h"
+#include "products.h"
 #include "scriptedlibusb.h"
 
 #include "devicescanner.h"
@@ -38,6 +39,7 @@ private slots:
     void everyRecognisedIdIsReportedInItsMode();
     void devicesAreReportedInTheOrderOfTheBus();
     void recordsHoldNoDevice();
+    void aDeviceWithoutAProbeIsLeftAlone();
 
     void whenAllFailThereIsOneMorePass();
     void whenOneWorksThereIsNoMorePass();
@@ -62,8 +64,8 @@ private slots:
     void anyFailingCallStillCompletesOnce();
 
 private:
-    // Runs one scan; "device NAME SERIAL MODE", "error TEXT", "complete" in order.
-    QStringList scan();
+    // Runs one scan; "device NAME MODE", "error TEXT", "complete" in order.
+    QStringList scan(const Filters &filters = s_filters);
 
     std::unique_ptr<CapturedDebug> debug;
 };
@@ -98,9 +100,9 @@ void TestDeviceScanner::cleanup()
     debug.reset();
 }
 
-QStringList TestDeviceScanner::scan()
+QStringList TestDeviceScanner::scan(const Filters &filters)
 {
-    DeviceScanner scanner;
+    DeviceScanner scanner(nullptr, filters);
     QStringList events;
     connect(&scanner, &DeviceScanner::newDevice, &scanner, [&](const DeviceDescription &record) {
         events.append(QStringLiteral("device %1 %2").arg(record.productName).arg(record.mode));
@@ -118,24 +120,17 @@ QStringList TestDeviceScanner::scan()
 
 void TestDeviceScanner::theTableIsAsPublished()
 {
-    struct Row
-    {
-        int vendorId;
-        int productId;
-        Probe probe;
-    };
-    const Row rows[] = {
-        {0xE5C1, 0x3601, probeVelk3}, {0xE5C1, 0x3600, probeSoft}, {0xE5C1, 0x360F, probeSoft},
-        {0xE5C1, 0x3621, probeSorn3}, {0xE5C1, 0x3620, probeSoft}, {0xE5C1, 0x362F, probeSoft},
-        {0xE5C1, 0x3631, probeVelk3}, {0xE5C1, 0x3630, probeSoft}, {0xE5C1, 0x363F, probeSoft},
-        {0xE5C1, 0x3641, probeVelk3}, {0xE5C1, 0x3640, probeSoft}, {0xE5C1, 0x364F, probeSoft},
-        {0x5555, 0x3601, probeVelk3}, {0x04B4, 0x00F3, probeHard},
-    };
-    QCOMPARE(s_filters.size(), std::size(rows));
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        QCOMPARE(int(s_filters[i].id.vendorId), rows[i].vendorId);
-        QCOMPARE(int(s_filters[i].id.productId), rows[i].productId);
-        QVERIFY(s_filters[i].probe == rows[i].probe);
+    const std::vector<Identity> &identities = allIdentities();
+    QCOMPARE(s_filters.size(), identities.size());
+    for (std::size_t i = 0; i < identities.size(); ++i) {
+        const Identity &identity = identities[i];
+        QCOMPARE(int(s_filters[i].id.vendorId), int(identity.vendorId));
+        QCOMPARE(int(s_filters[i].id.productId), int(identity.productId));
+        const Probe probe = identity.mode == 2           ? probeHard
+                            : identity.mode == 1         ? probeSoft
+                            : identity.product == &sorn3 ? probeSorn3
+                                                         : probeVelk3;
+        QVERIFY(s_filters[i].probe == probe);
         QVERIFY(!s_filters[i].reserved);
     }
 }
@@ -244,14 +239,10 @@ void TestDeviceScanner::everyRecognisedIdIsReportedInItsMode_data()
     QTest::addColumn<int>("vendorId");
     QTest::addColumn<int>("productId");
     QTest::addColumn<int>("mode");
-    for (const int id : {0x3601, 0x3621, 0x3631, 0x3641}) {
-        QTest::addRow("e5c1:%x", id) << 0xE5C1 << id << 0;
+    for (const Identity &one : allIdentities()) {
+        QTest::addRow("%04x:%04x", one.vendorId, one.productId)
+            << int(one.vendorId) << int(one.productId) << one.mode;
     }
-    for (const int id : {0x3600, 0x360F, 0x3620, 0x362F, 0x3630, 0x363F, 0x3640, 0x364F}) {
-        QTest::addRow("e5c1:%x", id) << 0xE5C1 << id << 1;
-    }
-    QTest::newRow("5555:3601") << 0x5555 << 0x3601 << 0;
-    QTest::newRow("04b4:00f3") << 0x04B4 << 0x00F3 << 2;
 }
 
 void TestDeviceScanner::everyRecognisedIdIsReportedInItsMode()
@@ -304,6 +295,16 @@ void TestDeviceScanner::recordsHoldNoDevice()
     QCOMPARE(record.serialNumber, QStringLiteral("FFFFFFFF"));
     QVERIFY(!record.secondPass);
     QCOMPARE(device->references, 0);
+}
+
+void TestDeviceScanner::aDeviceWithoutAProbeIsLeftAlone()
+{
+    ScriptedUsb bus;
+    named(bus, "a", 0xE5C1, 0x3601);
+    QCOMPARE(scan(Filters{{{{0xE5C1, 0x3601}, false, nullptr}}}), QStringList{"complete"});
+    QCOMPARE(bus.callsOf("open"), QStringList());
+    // It does not count as failed either: then there would be a second pass.
+    QCOMPARE(bus.callsOf("get_device_list").size(), 1);
 }
 
 void TestDeviceScanner::whenAllFailThereIsOneMorePass()

@@ -2,6 +2,7 @@
 #include "packagebuilder.h"
 
 #include "edid.h"
+#include "updatetexts.h"
 
 #include <QtTest>
 
@@ -23,6 +24,7 @@ private slots:
     void aWrongChecksumNamesItsBlock();
     void aSumBelowTheLastByteStillNamesBlockAndByte();
     void theFirstFaultEndsTheParsing();
+    void aGoodEdidWithoutABlockIsRefused();
 };
 
 namespace {
@@ -231,6 +233,14 @@ void TestEdid::theFirstFaultEndsTheParsing()
     const CapturedStream errors(std::cerr);
     parse(s_header + "no bar\nno bar\n" + line(" 1"));
     QCOMPARE(QString::fromStdString(errors.text()).count('\n'), 1);
+}
+
+// No text gives one today.
+void TestEdid::aGoodEdidWithoutABlockIsRefused()
+{
+    const EdidResult nothing;
+    QCOMPARE(nothing.status, int(EdidGood));
+    QCOMPARE(UpdateTexts::edidFailure(nothing), QString("EDID data is empty"));
 }
 
 QTEST_GUILESS_MAIN(TestEdid)

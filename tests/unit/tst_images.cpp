@@ -81,18 +81,18 @@ std::vector<PackageEntry> with(std::vector<PackageEntry> package, const PackageE
 
 std::vector<PackageEntry> sorn3Package(const QByteArray &fx3, const QByteArray &fpga)
 {
-    Images images = smallImages("sorn3");
+    PackageContent images = smallContent(sorn3);
     images.fx3 = fx3;
     images.fpga = fpga;
-    return packageEntries("sorn3", images);
+    return packageEntries(sorn3, images);
 }
 
 std::vector<PackageEntry> raw4kPackage(const QByteArray &fpga)
 {
-    Images images = smallImages("velk3_4k");
+    PackageContent images = smallContent(velk3_4k);
     images.fpga = fpga;
     images.edid.reset();
-    return packageEntries("velk3_4k", images);
+    return packageEntries(velk3_4k, images);
 }
 
 // Images that cannot be read to their end: after so many bytes comes this error.
@@ -153,12 +153,12 @@ void TestImages::microcodeIsSentInBlocks()
     const QByteArray image = patternBytes(size);
     UpdateRun run;
     run.bus.answer(0xC1, {LIBUSB_ERROR_PIPE}); // the microcode is all that this is about
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     QCOMPARE(run.run(recordOf(device), sorn3Package(image, "x")),
              progressLines({1, 2}) + progress +
                  errorEnding("Error: failed to start FPGA reflashing: LIBUSB_ERROR_PIPE"));
     QCOMPARE(run.bus.describedTransfers().mid(0, run.bus.describedTransfers().size() - 1),
-             describe(fx3Requests(image)));
+             microcodeRequests(image));
 }
 
 void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock_data()
@@ -174,13 +174,13 @@ void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock()
     QFETCH(int, size);
     const QByteArray image = patternBytes(size);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     const QStringList events = run.run(recordOf(device), sorn3Package(image, "x"));
     QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to read archieve %d"));
     QVERIFY(!events.contains("progress 100"));
 
-    auto expected = fx3Requests(image.left(size / 4096 * 4096));
-    expected.pop_back(); // no FX3_COMPLETE
+    auto expected = microcodeRequests(image.left(size / 4096 * 4096));
+    expected.removeLast(); // no FX3_COMPLETE
     QCOMPARE(run.bus.handleCalls(), opening("a") + transferLines("a", expected) + givingBack("a"));
 }
 
@@ -195,14 +195,14 @@ void TestImages::microcodeThatCannotBeReadStops()
     QFETCH(bool, deflated);
     const QByteArray image = patternBytes(20).repeated(500).left(size);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     const QStringList events = run.run(
         recordOf(device), with(sorn3Package("", "x"), damagedEntry("sorn3.img", image, deflated)));
     QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to read archieve %d"));
     QCOMPARE(events.filter("error").size(), 1);
-    auto expected = fx3Requests(image);
-    expected.pop_back();
-    QCOMPARE(run.bus.describedTransfers(), describe(expected));
+    auto expected = microcodeRequests(image);
+    expected.removeLast();
+    QCOMPARE(run.bus.describedTransfers(), expected);
 }
 
 void TestImages::microcodeThatCannotBeOpenedIsReportedAfterTheStart()
@@ -210,10 +210,10 @@ void TestImages::microcodeThatCannotBeOpenedIsReportedAfterTheStart()
     PackageEntry secret{"sorn3.img", "12345678"};
     secret.encrypted = true;
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     QCOMPARE(run.run(recordOf(device), with(sorn3Package("", "x"), secret)),
              progressLines({1, 2}) + errorEnding("Error: failed to find microcode image"));
-    QCOMPARE(run.bus.describedTransfers(), QStringList{describe(outRequest(0xC5))});
+    QCOMPARE(run.bus.describedTransfers(), QStringList{"> c5 v0 i0 0 t1000"});
 }
 
 void TestImages::aRefusedStartComesBeforeTheImage()
@@ -222,7 +222,7 @@ void TestImages::aRefusedStartComesBeforeTheImage()
     secret.encrypted = true;
     UpdateRun run;
     run.bus.failTransfer(0, LIBUSB_ERROR_PIPE);
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     QCOMPARE(run.run(recordOf(device), with(sorn3Package("", "x"), secret)),
              progressLines({1, 2}) +
                  errorEnding("Error: failed to start microcode reflashing: Pipe error"));
@@ -241,11 +241,11 @@ void TestImages::framedBitstreamIsSentInBlocks()
     QFETCH(int, size);
     const QByteArray image = patternBytes(size);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     const QStringList events = run.run(recordOf(device), sorn3Package("1234", image));
     QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
     QVERIFY(events.filter("error").isEmpty());
-    QCOMPARE(run.bus.describedTransfers().mid(5), describe(fpgaV1Requests(image)));
+    QCOMPARE(run.bus.describedTransfers().mid(5), bitstreamRequests(sorn3, image));
     QVERIFY(QString::fromStdString(run.standardLog.text())
                 .endsWith(QStringLiteral("\nFPGA size: %1\n").arg(size)));
 }
@@ -255,16 +255,16 @@ void TestImages::framedBitstreamOf5000BytesByteForByte()
     // The checksums were computed by another tool.
     const QByteArray image(5000, '\x5A');
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     run.run(recordOf(device), sorn3Package("1234", image));
     QCOMPARE(run.bus.describedTransfers().mid(5),
-             (QStringList{"40 c1 0000 0000 0 1000", "c0 c4 0000 0000 1 1000",
-                          "40 c2 0000 0000 12 1000 4650474188130000643546e8",
-                          "40 c2 0000 0000 4096 1000 bc47c3cd7fd42b01ff5cb7f0b81826450cb3318a",
-                          "c0 c4 0000 0000 1 1000",
-                          "40 c2 0000 0000 904 1000 930e6c100f4a07adbf5b0fc299ed331e389ef66b",
-                          "c0 c4 0000 0000 1 1000", "40 c2 0000 0000 4 1000 e2b373b7",
-                          "c0 c4 0000 0000 1 1000", "40 c3 0000 0000 0 1000"}));
+             (QStringList{"> c1 v0 i0 0 t1000", "< c4 v0 i0 1 t1000",
+                          "> c2 v0 i0 12 4650474188130000643546e8 t1000",
+                          "> c2 v0 i0 4096 sha1:bc47c3cd7fd42b01ff5cb7f0b81826450cb3318a t1000",
+                          "< c4 v0 i0 1 t1000",
+                          "> c2 v0 i0 904 sha1:930e6c100f4a07adbf5b0fc299ed331e389ef66b t1000",
+                          "< c4 v0 i0 1 t1000", "> c2 v0 i0 4 e2b373b7 t1000", "< c4 v0 i0 1 t1000",
+                          "> c3 v0 i0 0 t1000"}));
 }
 
 void TestImages::framedBitstreamThatCannotBeReadStopsWithoutChecksum_data()
@@ -279,7 +279,7 @@ void TestImages::framedBitstreamThatCannotBeReadStopsWithoutChecksum()
     QFETCH(QString, reason);
     const QByteArray image = patternBytes(20).repeated(500).left(size);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     const QStringList events =
         run.run(recordOf(device),
                 with(sorn3Package("1234", ""), damagedEntry("sorn3.bin", image, deflated)));
@@ -287,9 +287,9 @@ void TestImages::framedBitstreamThatCannotBeReadStopsWithoutChecksum()
     QCOMPARE(events.filter("error").size(), 1);
     // Start, poll, header and the blocks that could be read with their polls; no checksum, no poll,
     // no completion. An entry that fails at once still states the 40 bytes that it should have.
-    auto expected = fpgaV1Requests(size != 0 ? image : QByteArray(40, 'x'));
-    expected.resize(size != 0 ? expected.size() - 3 : 3);
-    QCOMPARE(run.bus.describedTransfers().mid(5), describe(expected));
+    auto expected = bitstreamRequests(sorn3, size != 0 ? image : QByteArray(40, 'x'));
+    expected = expected.mid(0, size != 0 ? expected.size() - 3 : 3);
+    QCOMPARE(run.bus.describedTransfers().mid(5), expected);
     QCOMPARE(lastEvents(run.bus.handleCalls(), 3), givingBack("a"));
 }
 
@@ -306,11 +306,11 @@ void TestImages::rawBitstreamIsSentInBlocks()
     QFETCH(int, size);
     const QByteArray image = patternBytes(size);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
+    const auto *device = run.bus.plug("a", velk3_4k.runningId);
     const QStringList events = run.run(recordOf(device), raw4kPackage(image));
     QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
     QVERIFY(events.filter("error").isEmpty());
-    QCOMPARE(run.bus.describedTransfers().mid(5), describe(fpgaV2Requests(image)));
+    QCOMPARE(run.bus.describedTransfers().mid(5), bitstreamRequests(velk3_4k, image));
     QVERIFY(!QString::fromStdString(run.standardLog.text()).contains("FPGA size"));
 }
 
@@ -326,13 +326,13 @@ void TestImages::rawBitstreamThatCannotBeReadIsCompletedAndReported()
     QFETCH(QString, reason);
     const QByteArray image = patternBytes(20).repeated(500).left(size);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
+    const auto *device = run.bus.plug("a", velk3_4k.runningId);
     const QStringList events = run.run(
         recordOf(device), with(raw4kPackage(""), damagedEntry("velk3_4k.bin", image, deflated)));
     QCOMPARE(events.filter("error"),
              QStringList{"error Error: failed to read FPGA image: " + reason});
     QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
-    QCOMPARE(run.bus.describedTransfers().mid(5), describe(fpgaV2Requests(image)));
+    QCOMPARE(run.bus.describedTransfers().mid(5), bitstreamRequests(velk3_4k, image));
 }
 
 void TestImages::bitstreamThatCannotBeOpenedIsReportedAfterTheStart_data()
@@ -348,11 +348,11 @@ void TestImages::bitstreamThatCannotBeOpenedIsReportedAfterTheStart()
     PackageEntry secret{raw ? "velk3_4k.bin" : "sorn3.bin", "12345678"};
     secret.encrypted = true;
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, raw ? 0x3631 : 0x3621);
+    const auto *device = run.bus.plug("a", raw ? velk3_4k.runningId : sorn3.runningId);
     const QStringList events =
         run.run(recordOf(device), with(raw ? raw4kPackage("") : sorn3Package("1234", ""), secret));
     QCOMPARE(lastEvents(events, 2), errorEnding("Error: failed to find FPGA image"));
-    QCOMPARE(run.bus.describedTransfers().mid(5), QStringList{describe(outRequest(0xC1))});
+    QCOMPARE(run.bus.describedTransfers().mid(5), QStringList{"> c1 v0 i0 0 t1000"});
 }
 
 void TestImages::shortTransfersLeaveTheProgressBehind_data()
@@ -379,13 +379,12 @@ void TestImages::shortTransfersLeaveTheProgressBehind()
     if (raw) {
         package = with(package, {"velk3_4k.img", fx3});
     }
-    const auto *device = run.bus.plug("a", 0xE5C1, raw ? 0x3631 : 0x3621);
+    const auto *device = run.bus.plug("a", raw ? velk3_4k.runningId : sorn3.runningId);
     // 2 + 49 * 2048 / 8192, 2 + 49 * 4096 / 8192; 51 + 49 * 2048 / 5000, 51 + 49 * 2500 / 5000
     QCOMPARE(run.run(recordOf(device), package),
              progressLines({1, 2, 14, 26, 71, 75, 100}) + QStringList("complete"));
     QCOMPARE(run.bus.describedTransfers(),
-             describe(fx3Requests(fx3)) +
-                 describe(raw ? fpgaV2Requests(fpga) : fpgaV1Requests(fpga)));
+             microcodeRequests(fx3) + bitstreamRequests(raw ? velk3_4k : sorn3, fpga));
     QVERIFY(run.debugLines().contains("Write chunk [ 1 ] size:  2048"));
 }
 
@@ -417,9 +416,10 @@ void TestImages::aLyingSizeIsNotTrusted()
     PackageEntry liar{name, patternBytes(5000), deflated};
     liar.statedSize = static_cast<quint32>(stated);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, product == "sorn3" ? 0x3621 : 0x3631);
+    const auto *device = run.bus.plug("a", productOf(product).runningId);
     const QStringList events =
-        run.run(recordOf(device), with(packageEntries(product, smallImages(product)), liar));
+        run.run(recordOf(device),
+                with(packageEntries(productOf(product), smallContent(productOf(product))), liar));
 
     QCOMPARE(events.count("complete"), 1);
     QCOMPARE(events.filter("error ").size(), deflated ? 0 : 1);
@@ -438,11 +438,12 @@ void TestImages::aLyingSizeIsNotTrusted()
     if (framed) {
         const QByteArray header = "FPGA" + le32(static_cast<quint32>(stated));
         QVERIFY(run.bus.describedTransfers().contains(
-            describe(outRequest(0xC2, header + le32(slowCrc32(header))))));
+            requestLine({Direction::Out, 0xC2, 0, 0, 12}, header + le32(crc32Of(header))) +
+            " t1000"));
     }
     if (!deflated && name != "velk3_4k.bin") {
         QVERIFY(lastEvents(events, 2).first().startsWith("error "));
-        QVERIFY(!microcode || run.bus.describedTransfers().filter("40 c1").isEmpty());
+        QVERIFY(!microcode || run.bus.describedTransfers().filter("> c1").isEmpty());
     }
 }
 
@@ -463,9 +464,10 @@ void TestImages::aSizeOfZeroEmitsNoProgress()
     PackageEntry liar{name, patternBytes(8192)};
     liar.statedSize = 0;
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, product == "sorn3" ? 0x3621 : 0x3631);
+    const auto *device = run.bus.plug("a", productOf(product).runningId);
     const QStringList events =
-        run.run(recordOf(device), with(packageEntries(product, smallImages(product)), liar));
+        run.run(recordOf(device),
+                with(packageEntries(productOf(product), smallContent(productOf(product))), liar));
     const QStringList expected = progressLines({1, 2}) + before;
     QCOMPARE(events.mid(0, expected.size()), expected);
     QVERIFY2(events.at(expected.size()).startsWith("error "), qPrintable(events.join('\n')));
@@ -479,10 +481,10 @@ void TestImages::aCountFarBeyondTheStatedSizeIsNoOverflow()
     const qint64 claimed = 0x7FFFFFFF;
     UpdateRun run;
     run.bus.answer(0xC6, {int(claimed)});
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    Images images = smallImages("velk3");
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    PackageContent images = smallContent(velk3);
     images.fx3 = patternBytes(32);
-    const QStringList events = run.run(recordOf(device), packageEntries("velk3", images));
+    const QStringList events = run.run(recordOf(device), packageEntries(velk3, images));
     // 2 + 32 * claimed / 32, of which an int keeps the low 32 bits: 0x80000001
     QCOMPARE(events.mid(0, 3), progressLines({1, 2, -0x7FFFFFFF}));
     QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
@@ -501,11 +503,11 @@ void TestImages::edidOfAnySizeIsSentAtOnce()
     QFETCH(int, blocks);
     const QByteArray edid = edidBlocks(blocks);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    const Images images{{}, {}, {}, edidText(edid)};
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", images)),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    const PackageContent images{{}, {}, {}, edidText(edid)};
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, images)),
              progressLines({1, 2, 21, 40, 59, 78, 97, 100}) + QStringList("complete"));
-    QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edid)));
+    QCOMPARE(run.bus.describedTransfers(), edidRequests(edid));
 }
 
 // A transfer fails by its code alone; how much went through says nothing.
@@ -515,11 +517,11 @@ void TestImages::edidOfWhichNothingArrivesIsCompleted()
     run.bus.onTransfer([](const ScriptedTransfer &transfer) -> std::optional<int> {
         return transfer.request == 0xD2 ? std::optional<int>(0) : std::nullopt;
     });
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    const Images images{{}, {}, {}, edidText(edidBlocks(1))};
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", images)),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    const PackageContent images{{}, {}, {}, edidText(edidBlocks(1))};
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, images)),
              progressLines({1, 2, 21, 40, 59, 78, 97, 100}) + QStringList("complete"));
-    QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edidBlocks(1))));
+    QCOMPARE(run.bus.describedTransfers(), edidRequests(edidBlocks(1)));
 }
 
 void TestImages::badEdidIsReportedBeforeAnyRequest_data()
@@ -552,8 +554,8 @@ void TestImages::badEdidIsReportedBeforeAnyRequest()
     QFETCH(QString, error);
     QFETCH(QString, diagnostic);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", Images{{}, {}, {}, text})),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, PackageContent{{}, {}, {}, text})),
              progressLines({1, 2, 21}) + errorEnding(error));
     QCOMPARE(QString::fromStdString(run.standardError.text()), diagnostic);
     QVERIFY(run.bus.transfers().empty());
@@ -567,11 +569,11 @@ void TestImages::edidIsReadUpToABound_data()
     // Whatever the heading holds is skipped, and NUL bytes in it do not even make the text longer.
     // Letters after them keep what follows in pieces of its own.
     const QByteArray text = QByteArray(4095, 'x') + edidText(edidBlocks(1));
-    const int room = 16 * 1024 * 1024 - text.size();
-    QTest::newRow("16777216 bytes") << QByteArray(room, 'x') + text << true;
-    QTest::newRow("16777217 bytes") << QByteArray(room + 1, 'x') + text << false;
-    QTest::newRow("16777216 bytes, most of them NUL") << QByteArray(room, '\0') + text << true;
-    QTest::newRow("16777217 bytes, most of them NUL") << QByteArray(room + 1, '\0') + text << false;
+    const int rest = 16 * 1024 * 1024 - text.size();
+    QTest::newRow("16777216 bytes") << QByteArray(rest, 'x') + text << true;
+    QTest::newRow("16777217 bytes") << QByteArray(rest + 1, 'x') + text << false;
+    QTest::newRow("16777216 bytes, most of them NUL") << QByteArray(rest, '\0') + text << true;
+    QTest::newRow("16777217 bytes, most of them NUL") << QByteArray(rest + 1, '\0') + text << false;
 }
 
 void TestImages::edidIsReadUpToABound()
@@ -579,12 +581,12 @@ void TestImages::edidIsReadUpToABound()
     QFETCH(QByteArray, text);
     QFETCH(bool, taken);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const auto *device = run.bus.plug("a", velk3.runningId);
     const PackageEntry edid{"edid_velk3_uvc.edid", text, true};
     const QStringList events = run.run(recordOf(device), {{"product.info", "velk3\n"}, edid});
     if (taken) {
         QCOMPARE(lastEvents(events, 2), (QStringList{"progress 100", "complete"}));
-        QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edidBlocks(1))));
+        QCOMPARE(run.bus.describedTransfers(), edidRequests(edidBlocks(1)));
     } else {
         QCOMPARE(events, progressLines({1, 2, 21}) + errorEnding("EDID data has incorrect format"));
         QVERIFY(run.bus.transfers().empty());
@@ -612,7 +614,7 @@ void TestImages::edidThatCannotBeReadToItsEndIsNotSent()
         damaged.statedCrc = 0x12345678;
     }
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const auto *device = run.bus.plug("a", velk3.runningId);
     QCOMPARE(run.run(recordOf(device), {{"product.info", "velk3\n"}, damaged}),
              progressLines({1, 2, 21}) + errorEnding("EDID data has incorrect format"));
     QVERIFY(run.bus.transfers().empty());
@@ -648,7 +650,7 @@ void TestImages::edidThatCannotBeOpenedIsReported()
     PackageEntry secret{"edid_velk3_uvc.edid", edidText(edidBlocks(1))};
     secret.encrypted = true;
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const auto *device = run.bus.plug("a", velk3.runningId);
     QCOMPARE(run.run(recordOf(device), {{"product.info", "velk3\n"}, secret}),
              progressLines({1, 2}) + errorEnding("Can't open EDID file"));
     QCOMPARE(run.debugLines().last(), QStringLiteral("Can't open file"));
@@ -665,10 +667,10 @@ void TestImages::edidIsReadInPiecesThatANulCutsShort()
     file += QByteArray(4095 - file.size(), 'J');
     file += text.mid(300);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QVERIFY(run.run(recordOf(device), packageEntries("velk3", Images{{}, {}, {}, file}))
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QVERIFY(run.run(recordOf(device), packageEntries(velk3, PackageContent{{}, {}, {}, file}))
                 .contains("progress 100"));
-    QCOMPARE(run.bus.describedTransfers(), describe(edidRequests(edidBlocks(1))));
+    QCOMPARE(run.bus.describedTransfers(), edidRequests(edidBlocks(1)));
 }
 
 void TestImages::edidFailuresAreLogged_data()
@@ -686,9 +688,9 @@ void TestImages::edidFailuresAreLogged()
     QFETCH(QString, log);
     UpdateRun run;
     run.bus.failTransfer(failing, LIBUSB_ERROR_PIPE);
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    const Images images{{}, {}, {}, smallImages("velk3").edid};
-    run.run(recordOf(device), packageEntries("velk3", images));
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    const PackageContent images{{}, {}, {}, smallContent(velk3).edid};
+    run.run(recordOf(device), packageEntries(velk3, images));
     QVERIFY2(run.debugLines().last().startsWith(log), qPrintable(run.debugLines().last()));
 }
 

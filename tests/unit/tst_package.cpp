@@ -1,6 +1,6 @@
 #include "capturedoutput.h"
 #include "libziptexts.h"
-#include "packages.h"
+#include "products.h"
 
 #include "package.h"
 #include "ziparchive.h"
@@ -80,7 +80,7 @@ QString refusalOf(const std::vector<PackageEntry> &entries)
 // A velk3 package with this entry in place of its product.info.
 std::vector<PackageEntry> velk3With(const PackageEntry &info)
 {
-    auto entries = packageEntries("velk3", smallImages("velk3"));
+    auto entries = packageEntries(velk3, smallContent(velk3));
     entries[0] = info;
     return entries;
 }
@@ -90,7 +90,7 @@ std::vector<PackageEntry> velk3With(const PackageEntry &info)
 void TestPackage::whatIsNoArchiveIsRefused_data()
 {
     QTest::addColumn<QByteArray>("file");
-    const QByteArray whole = zipArchive(packageEntries("velk3", smallImages("velk3")));
+    const QByteArray whole = zipArchive(packageEntries(velk3, smallContent(velk3)));
     QTest::newRow("0 bytes") << QByteArray("");
     QTest::newRow("text") << QByteArray("no archive ").repeated(30);
     QTest::newRow("cut in half") << whole.left(whole.size() / 2);
@@ -118,7 +118,7 @@ void TestPackage::pathsThatAreNotAsciiAreOpened()
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath(QString::fromUtf8("прошивка größer 固件.fw"));
-    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    writeFile(path, zipArchive(packageEntries(velk3, smallContent(velk3))));
     QCOMPARE(readPackageFile(path).package.refusal, QString());
 }
 
@@ -252,24 +252,24 @@ void TestPackage::completePackagesAreAccepted_data()
 {
     QTest::addColumn<QByteArray>("product");
     QTest::addColumn<bool>("withEdid");
-    QTest::newRow("legacy") << QByteArray("legacy") << true;
-    QTest::newRow("legacy without EDID") << QByteArray("legacy") << false;
-    QTest::newRow("velk3") << QByteArray("velk3") << true;
-    QTest::newRow("velk3 without EDID") << QByteArray("velk3") << false;
-    QTest::newRow("sorn3") << QByteArray("sorn3") << false;
-    QTest::newRow("velk3_4k") << QByteArray("velk3_4k") << true;
-    QTest::newRow("velk3_4k without EDID") << QByteArray("velk3_4k") << false;
+    for (const ProductFacts *product : allPackages()) {
+        const QByteArray key = keyOf(*product);
+        QTest::newRow(key) << key << (product->edidName != nullptr);
+        if (product->edidName) {
+            QTest::newRow(key + " without EDID") << key << false;
+        }
+    }
 }
 
 void TestPackage::completePackagesAreAccepted()
 {
     QFETCH(QByteArray, product);
     QFETCH(bool, withEdid);
-    Images images = smallImages(product);
+    PackageContent images = smallContent(productOf(product));
     if (!withEdid) {
         images.edid.reset();
     }
-    const Package package = readEntries(packageEntries(product, images)).package;
+    const Package package = readEntries(packageEntries(productOf(product), images)).package;
     QCOMPARE(package.refusal, QString());
     QCOMPARE(package.missing, QStringList());
     QCOMPARE(package.edidPresent, withEdid);
@@ -281,37 +281,35 @@ void TestPackage::missingFilesAreNamedInOrder_data()
     QTest::addColumn<QByteArray>("product");
     QTest::addColumn<QString>("held"); // f: bitstream, x: microcode, s: sandbox, e: EDID
     QTest::addColumn<QString>("missing");
-    const QByteArray velk3("velk3");
-    QTest::newRow("nothing") << velk3 << ""
-                             << "velk3.bin, velk3.img, velk3-sandbox.img";
-    QTest::newRow("no bitstream") << velk3 << "xs"
+    const QByteArray first = keyOf(velk3);
+    QTest::newRow("no bitstream") << first << "xs"
                                   << "velk3.bin";
-    QTest::newRow("no microcode") << velk3 << "fs"
+    QTest::newRow("no microcode") << first << "fs"
                                   << "velk3.img";
-    QTest::newRow("no sandbox") << velk3 << "fx"
+    QTest::newRow("no sandbox") << first << "fx"
                                 << "velk3-sandbox.img";
-    QTest::newRow("bitstream alone") << velk3 << "f"
+    QTest::newRow("bitstream alone") << first << "f"
                                      << "velk3.img, velk3-sandbox.img";
-    QTest::newRow("microcode alone") << velk3 << "x"
+    QTest::newRow("microcode alone") << first << "x"
                                      << "velk3.bin, velk3-sandbox.img";
-    QTest::newRow("sandbox alone") << velk3 << "s"
+    QTest::newRow("sandbox alone") << first << "s"
                                    << "velk3.bin, velk3.img";
-    QTest::newRow("EDID, no bitstream") << velk3 << "xse"
+    QTest::newRow("EDID, no bitstream") << first << "xse"
                                         << "velk3.bin";
-    QTest::newRow("EDID and bitstream") << velk3 << "fe"
+    QTest::newRow("EDID and bitstream") << first << "fe"
                                         << "velk3.img, velk3-sandbox.img";
-    QTest::newRow("EDID and microcode") << velk3 << "xe"
+    QTest::newRow("EDID and microcode") << first << "xe"
                                         << "velk3.bin, velk3-sandbox.img";
-    QTest::newRow("EDID and sandbox") << velk3 << "se"
+    QTest::newRow("EDID and sandbox") << first << "se"
                                       << "velk3.bin, velk3.img";
-    QTest::newRow("EDID, no sandbox") << velk3 << "fxe"
+    QTest::newRow("EDID, no sandbox") << first << "fxe"
                                       << "velk3-sandbox.img";
-    QTest::newRow("legacy, nothing") << QByteArray("legacy") << ""
-                                     << "velk3.bin, QuorlinDriverlessGrabber.img, usb-sandbox.img";
-    QTest::newRow("sorn3, nothing") << QByteArray("sorn3") << ""
-                                    << "sorn3.bin, sorn3.img, sorn3-sandbox.img";
-    QTest::newRow("velk3_4k, nothing") << QByteArray("velk3_4k") << ""
-                                       << "velk3_4k.bin, velk3_4k.img, velk3_4k-sandbox.img";
+    for (const ProductFacts *product : allPackages()) {
+        const QByteArray key = keyOf(*product);
+        QTest::newRow(key + ", nothing")
+            << key << ""
+            << QStringList{product->fpgaName, product->fx3Name, product->sandboxName}.join(", ");
+    }
 }
 
 void TestPackage::missingFilesAreNamedInOrder()
@@ -319,7 +317,7 @@ void TestPackage::missingFilesAreNamedInOrder()
     QFETCH(QByteArray, product);
     QFETCH(QString, held);
     QFETCH(QString, missing);
-    Images images = smallImages(product);
+    PackageContent images = smallContent(productOf(product));
     if (!held.contains('f')) {
         images.fpga.reset();
     }
@@ -332,7 +330,7 @@ void TestPackage::missingFilesAreNamedInOrder()
     if (!held.contains('e')) {
         images.edid.reset();
     }
-    const Package package = readEntries(packageEntries(product, images)).package;
+    const Package package = readEntries(packageEntries(productOf(product), images)).package;
     QCOMPARE(package.refusal, "Invalid firmware package. File(s) not found: " + missing);
     QCOMPARE(package.missing.join(", "), missing);
     QCOMPARE(package.edidPresent, held.contains('e'));
@@ -341,16 +339,18 @@ void TestPackage::missingFilesAreNamedInOrder()
 void TestPackage::anEdidAloneIsAPackage_data()
 {
     QTest::addColumn<QByteArray>("product");
-    for (const char *product : {"legacy", "velk3", "velk3_4k"}) {
-        QTest::newRow(product) << QByteArray(product);
+    for (const ProductFacts *product : allPackages()) {
+        if (product->edidName) {
+            QTest::newRow(keyOf(*product)) << keyOf(*product);
+        }
     }
 }
 
 void TestPackage::anEdidAloneIsAPackage()
 {
     QFETCH(QByteArray, product);
-    const Images images{{}, {}, {}, smallImages(product).edid};
-    const Package package = readEntries(packageEntries(product, images)).package;
+    const PackageContent images{{}, {}, {}, smallContent(productOf(product)).edid};
+    const Package package = readEntries(packageEntries(productOf(product), images)).package;
     QCOMPARE(package.refusal, QString());
     QVERIFY(package.edidPresent);
     QCOMPARE(package.missing.size(), 3);
@@ -365,7 +365,7 @@ void TestPackage::sorn3KnowsNoEdid()
                                     "sorn3.bin, sorn3.img, sorn3-sandbox.img"));
     QVERIFY(!alone.edidPresent);
 
-    auto whole = packageEntries("sorn3", smallImages("sorn3"));
+    auto whole = packageEntries(sorn3, smallContent(sorn3));
     whole.push_back(edid);
     const Reading reading = readEntries(whole);
     QCOMPARE(reading.package.refusal, QString());
@@ -385,7 +385,7 @@ void TestPackage::namesAreMatchedExactly_data()
 void TestPackage::namesAreMatchedExactly()
 {
     QFETCH(QByteArray, name);
-    auto package = packageEntries("velk3", smallImages("velk3"));
+    auto package = packageEntries(velk3, smallContent(velk3));
     QCOMPARE(package[1].name, QByteArray("velk3.bin"));
     package[1].name = name;
     QCOMPARE(refusalOf(package), QString("Invalid firmware package. File(s) not found: velk3.bin"));
@@ -393,7 +393,7 @@ void TestPackage::namesAreMatchedExactly()
 
 void TestPackage::versionTextIsIgnored()
 {
-    auto package = packageEntries("velk3", smallImages("velk3"));
+    auto package = packageEntries(velk3, smallContent(velk3));
     PackageEntry version{"version.txt", "1.2.3"};
     version.statedCrc = 1; // nobody finds out
     package.push_back(version);
@@ -402,10 +402,10 @@ void TestPackage::versionTextIsIgnored()
 
 void TestPackage::theLogNamesWhatIsMissingAndWhatIsOptional()
 {
-    Images images = smallImages("velk3");
+    PackageContent images = smallContent(velk3);
     images.fx3.reset();
     images.sandbox.reset();
-    QCOMPARE(readEntries(packageEntries("velk3", images)).log,
+    QCOMPARE(readEntries(packageEntries(velk3, images)).log,
              (QStringList{"Deal with product:  velk3", "required file not found:  velk3.img",
                           "required file not found:  velk3-sandbox.img",
                           "optional file found:  edid_velk3_uvc.edid"}));

@@ -131,7 +131,7 @@ void TestProbes::aRunningDeviceIsPingedAndDescribed()
              (QStringList{"open a", "get_string_descriptor_ascii a 2 127",
                           "get_string_descriptor_ascii a 4 127",
                           "get_string_descriptor_ascii a 3 127", "kernel_driver_active a 0",
-                          "claim_interface a 0", "control_transfer a c0 c8 0000 0000 1 1000",
+                          "claim_interface a 0", "control_transfer a < c8 v0 i0 1 t1000",
                           "attach_kernel_driver a 0", "release_interface a 0", "close a"}));
     const QStringList lines = debug->lines();
     QCOMPARE(lines.size(), 5);
@@ -166,8 +166,7 @@ void TestProbes::sorn3IsProbedLikeVelk3()
     QCOMPARE(record.productId, quint16(0x3621));
     QCOMPARE(record.mode, 0U);
     QCOMPARE(record.versionString, QStringLiteral("1.2.3"));
-    QCOMPARE(bus.callsOf("control_transfer"),
-             QStringList{"control_transfer a c0 c8 0000 0000 1 1000"});
+    QCOMPARE(bus.callsOf("control_transfer"), QStringList{"control_transfer a < c8 v0 i0 1 t1000"});
     QCOMPARE(debug->lines().first(), QStringLiteral("Probe VELK3/SORN3"));
 }
 
@@ -500,7 +499,7 @@ void TestProbes::aFailedPingReattachesReleasesClosesAndFails()
     DeviceDescription record{};
     QCOMPARE(run(probeVelk3, grabber(bus, 0x3601), record), ProbeResult::Failed);
     QCOMPARE(bus.handleCalls().mid(6),
-             (QStringList{"control_transfer a c0 c8 0000 0000 1 1000", "attach_kernel_driver a 0",
+             (QStringList{"control_transfer a < c8 v0 i0 1 t1000", "attach_kernel_driver a 0",
                           "release_interface a 0", "close a"}));
     QCOMPARE(debug->lines().last(), QStringLiteral("Ping device: %1").arg(code));
 }

@@ -67,28 +67,18 @@ namespace {
 
 constexpr quint32 s_ram = 0x40003000;
 
-std::vector<PackageEntry> packageWith(const QByteArray &product, const QByteArray &sandbox)
+std::vector<PackageEntry> packageWith(const ProductFacts &product, const QByteArray &sandbox)
 {
-    Images images = smallImages(product);
+    PackageContent images = smallContent(product);
     images.sandbox = sandbox;
     return packageEntries(product, images);
 }
 
-// Write and read-back of each piece.
-std::vector<ScriptedTransfer> loading(quint32 address, const QByteArray &data)
+// A piece that is written and read back; where ("v3000 i4000") is written by hand.
+QStringList piece(const QString &where, const QByteArray &data)
 {
-    std::vector<ScriptedTransfer> transfers;
-    for (int offset = 0; offset < data.size(); offset += 4096) {
-        const QByteArray piece = data.mid(offset, 4096);
-        transfers.push_back(memoryWrite(address + static_cast<quint32>(offset), piece));
-        transfers.push_back(memoryRead(address + static_cast<quint32>(offset), piece.size()));
-    }
-    return transfers;
-}
-
-std::vector<ScriptedTransfer> starting(quint32 entry)
-{
-    return {memoryWrite(entry, {})};
+    return {QString("> a0 %1 %2 %3 t1000").arg(where).arg(data.size()).arg(showBytes(data)),
+            QString("< a0 %1 %2 t1000").arg(where).arg(data.size())};
 }
 
 // The signals of a failed loading: the error, and 100 all the same.
@@ -117,30 +107,21 @@ void TestRepair::init()
 void TestRepair::aBrokenDeviceIsBroughtBack_data()
 {
     QTest::addColumn<QByteArray>("product");
-    QTest::addColumn<int>("vendorId");
-    QTest::addColumn<int>("productId");
+    QTest::addColumn<QByteArray>("id");
     QTest::addColumn<quint32>("mode");
-    QTest::addColumn<int>("sandboxId");
-    const auto rows = [](const char *product, int repairId, int sandboxId) {
-        QTest::addRow("%s, soft", product)
-            << QByteArray(product) << 0xE5C1 << repairId << 1U << sandboxId;
-        QTest::addRow("%s, hard", product)
-            << QByteArray(product) << 0x04B4 << 0x00F3 << 2U << sandboxId;
-    };
-    rows("legacy", 0x3600, 0x360F);
-    rows("velk3", 0x3600, 0x360F);
-    rows("sorn3", 0x3620, 0x362F);
-    rows("velk3_4k", 0x3630, 0x363F);
+    for (const ProductFacts *product : allPackages()) {
+        const QByteArray key = keyOf(*product);
+        QTest::newRow(key + ", soft") << key << QByteArray(product->softId) << 1U;
+        QTest::newRow(key + ", hard") << key << QByteArray("04b4:00f3") << 2U;
+    }
 }
 
 void TestRepair::aBrokenDeviceIsBroughtBack()
 {
     QFETCH(QByteArray, product);
-    QFETCH(int, vendorId);
-    QFETCH(int, productId);
+    QFETCH(QByteArray, id);
     QFETCH(quint32, mode);
-    QFETCH(int, sandboxId);
-    Images images = smallImages(product);
+    PackageContent images = smallContent(productOf(product));
     const QByteArray first = patternBytes(10000, 5);
     const QByteArray second = patternBytes(12, 6);
     images.sandbox = bootImage({{s_ram, first}, {0x10000, second}}, 0x40003210);
@@ -148,26 +129,24 @@ void TestRepair::aBrokenDeviceIsBroughtBack()
     images.fpga = patternBytes(4097, 3);
 
     UpdateRun run;
-    BrokenDevice device(run.bus, static_cast<quint16>(vendorId), static_cast<quint16>(productId));
-    device.comesBackAs("sandbox", static_cast<quint16>(sandboxId));
+    BrokenDevice device(run.bus, id);
+    device.comesBackAs("sandbox", productOf(product).sandboxId);
     const QStringList events =
-        run.run(recordOf(device.loader, mode), packageEntries(product, images));
+        run.run(recordOf(device.loader, mode), packageEntries(productOf(product), images));
     QVERIFY2(events.filter("error").isEmpty(), qPrintable(events.join('\n')));
     QCOMPARE(events.mid(events.size() - 2), (QStringList{"progress 100", "complete"}));
 
     QStringList expected = opening("loader");
-    expected += transferLines("loader", loading(s_ram, first));
-    expected += transferLines("loader", loading(0x10000, second));
-    expected += transferLines("loader", starting(0x40003210));
+    expected += transferLines("loader", loadingRequests({{s_ram, first}, {0x10000, second}}));
+    expected += transferLines("loader", startRequests(0x40003210));
     expected += "pause 3";
     expected += givingBack("loader");
     expected += opening("sandbox");
     expected += "pause 1";
-    expected += transferLines("sandbox", fx3Requests(*images.fx3));
+    expected += transferLines("sandbox", microcodeRequests(*images.fx3));
     expected += "pause 1";
-    expected += transferLines("sandbox", product == "velk3_4k" ? fpgaV2Requests(*images.fpga)
-                                                               : fpgaV1Requests(*images.fpga));
-    if (product != "sorn3") {
+    expected += transferLines("sandbox", bitstreamRequests(productOf(product), *images.fpga));
+    if (images.edid) {
         expected += "pause 1";
         expected += transferLines("sandbox", edidRequests(edidBlocks(1)));
     }
@@ -187,51 +166,46 @@ void TestRepair::aVelk3RepairByteForByte()
                                                  "21430087"
                                                  "03030201");
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
-    run.run(recordOf(device.loader, 1), packageWith("velk3", image));
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
+    run.run(recordOf(device.loader, 1), packageWith(velk3, image));
     QCOMPARE(
         run.bus.handleCalls().mid(0, 15),
         (QStringList{"open loader", "kernel_driver_active loader 0", "claim_interface loader 0",
-                     "control_transfer loader 40 a0 5678 1234 8 1000 04030201ffffffff",
-                     "control_transfer loader c0 a0 5678 1234 8 1000",
-                     "control_transfer loader 40 a0 4321 8700 0 1000", "pause 3",
+                     "control_transfer loader > a0 v5678 i1234 8 04030201ffffffff t1000",
+                     "control_transfer loader < a0 v5678 i1234 8 t1000",
+                     "control_transfer loader > a0 v4321 i8700 0 t1000", "pause 3",
                      "attach_kernel_driver loader 0", "release_interface loader 0", "close loader",
                      "open sandbox", "kernel_driver_active sandbox 0", "claim_interface sandbox 0",
-                     "pause 1", "control_transfer sandbox 40 c5 0000 0000 0 1000"}));
+                     "pause 1", "control_transfer sandbox > c5 v0 i0 0 t1000"}));
 }
 
 void TestRepair::progressOfARepair_data()
 {
     QTest::addColumn<QByteArray>("product");
-    QTest::addColumn<int>("repairId");
-    QTest::addColumn<int>("sandboxId");
     QTest::addColumn<QStringList>("expected");
     // Sandbox of 4 + 8 + 5000 + 8 + 3000 + 12 = 8032 bytes: 5000 * 13 / 8032 + 2 = 10,
     // 8000 * 13 / 8032 + 2 = 14. Microcode of 10000 bytes, bitstream of 5000.
     QTest::newRow("with EDID: 15 to 43 to 71 to 99")
-        << QByteArray("velk3") << 0x3600 << 0x360F
+        << QByteArray("velk3")
         << progressLines({1, 2, 10, 14, 26, 37, 43, 65, 71, 76, 81, 86, 91, 96, 100});
     // 15 + 42 * 0.4096, 15 + 42 * 0.8192, 57; 57 + 42 * 0.8192, 99
     QTest::newRow("without EDID: 15 to 57 to 99")
-        << QByteArray("sorn3") << 0x3620 << 0x362F
-        << progressLines({1, 2, 10, 14, 32, 49, 57, 91, 99, 100});
+        << QByteArray("sorn3") << progressLines({1, 2, 10, 14, 32, 49, 57, 91, 99, 100});
 }
 
 void TestRepair::progressOfARepair()
 {
     QFETCH(QByteArray, product);
-    QFETCH(int, repairId);
-    QFETCH(int, sandboxId);
     QFETCH(QStringList, expected);
-    Images images = smallImages(product);
+    PackageContent images = smallContent(productOf(product));
     images.sandbox = bootImage({{s_ram, patternBytes(5000)}, {s_ram, patternBytes(3000)}}, s_ram);
     images.fx3 = patternBytes(10000);
     images.fpga = patternBytes(5000);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, static_cast<quint16>(repairId));
-    device.comesBackAs("sandbox", static_cast<quint16>(sandboxId));
-    QCOMPARE(run.run(recordOf(device.loader, 1), packageEntries(product, images)),
+    BrokenDevice device(run.bus, productOf(product).softId);
+    device.comesBackAs("sandbox", productOf(product).sandboxId);
+    QCOMPARE(run.run(recordOf(device.loader, 1), packageEntries(productOf(product), images)),
              expected + QStringList("complete"));
 }
 
@@ -239,23 +213,21 @@ void TestRepair::sectionsAreLoadedPieceByPiece()
 {
     const QByteArray data = patternBytes(10000);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    run.run(recordOf(device.loader, 1), packageWith("velk3", bootImage({{s_ram, data}}, s_ram)));
+    BrokenDevice device(run.bus, velk3.softId);
+    run.run(recordOf(device.loader, 1), packageWith(velk3, bootImage({{s_ram, data}}, s_ram)));
     QCOMPARE(run.bus.describedTransfers(),
-             describe({memoryWrite(0x40003000, data.mid(0, 4096)), memoryRead(0x40003000, 4096),
-                       memoryWrite(0x40004000, data.mid(4096, 4096)), memoryRead(0x40004000, 4096),
-                       memoryWrite(0x40005000, data.mid(8192)), memoryRead(0x40005000, 1808),
-                       memoryWrite(s_ram, {})}));
+             piece("v3000 i4000", data.mid(0, 4096)) + piece("v4000 i4000", data.mid(4096, 4096)) +
+                 piece("v5000 i4000", data.mid(8192)) + QStringList("> a0 v3000 i4000 0 t1000"));
 }
 
 void TestRepair::everySectionIsLogged()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     run.run(recordOf(device.loader, 1),
-            packageWith("velk3", bootImage({{0x40003ABC, QByteArray(5000, 'x')},
-                                            {0x100, QByteArray(16, 'y')}},
-                                           s_ram)));
+            packageWith(velk3, bootImage({{0x40003ABC, QByteArray(5000, 'x')},
+                                          {0x100, QByteArray(16, 'y')}},
+                                         s_ram)));
     QStringList lines = run.debugLines().filter("Write chunk");
     lines.replaceInStrings(" ", "");
     QCOMPARE(lines,
@@ -266,24 +238,23 @@ void TestRepair::addressesWrapAt32Bits()
 {
     const QByteArray data = patternBytes(8192);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     run.run(recordOf(device.loader, 1),
-            packageWith("velk3", bootImage({{0xFFFFF000, data}}, 0xFFFFFFFF)));
-    QCOMPARE(run.bus.describedTransfers(),
-             describe({memoryWrite(0xFFFFF000, data.left(4096)), memoryRead(0xFFFFF000, 4096),
-                       memoryWrite(0, data.mid(4096)), memoryRead(0, 4096),
-                       memoryWrite(0xFFFFFFFF, {})}));
+            packageWith(velk3, bootImage({{0xFFFFF000, data}}, 0xFFFFFFFF)));
+    QCOMPARE(run.bus.describedTransfers(), piece("vf000 iffff", data.left(4096)) +
+                                               piece("v0 i0", data.mid(4096)) +
+                                               QStringList("> a0 vffff iffff 0 t1000"));
 }
 
 void TestRepair::addressesAreSplitIntoValueAndIndex()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     run.run(recordOf(device.loader, 1),
-            packageWith("velk3", bootImage({{0x12345678, "abcd"}}, 0x9ABCDEF0)));
+            packageWith(velk3, bootImage({{0x12345678, "abcd"}}, 0x9ABCDEF0)));
     QCOMPARE(run.bus.describedTransfers(),
-             (QStringList{"40 a0 5678 1234 4 1000 61626364", "c0 a0 5678 1234 4 1000",
-                          "40 a0 def0 9abc 0 1000"}));
+             (QStringList{"> a0 v5678 i1234 4 61626364 t1000", "< a0 v5678 i1234 4 t1000",
+                          "> a0 vdef0 i9abc 0 t1000"}));
 }
 
 void TestRepair::anImageWithoutItsSignatureSendsNothing_data()
@@ -301,8 +272,8 @@ void TestRepair::anImageWithoutItsSignatureSendsNothing()
 {
     QFETCH(QByteArray, image);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    QCOMPARE(run.run(recordOf(device.loader, 1), packageWith("velk3", image)),
+    BrokenDevice device(run.bus, velk3.softId);
+    QCOMPARE(run.run(recordOf(device.loader, 1), packageWith(velk3, image)),
              failedLoading(progressLines({1, 2}), "Error: failed to verify microcode signature"));
     QCOMPARE(run.bus.handleCalls(), opening("loader") + givingBack("loader"));
 }
@@ -324,11 +295,11 @@ void TestRepair::anImageThatCannotBeReadIsJudgedByItsSignature()
 {
     QFETCH(QByteArray, readable);
     QFETCH(QString, text);
-    auto package = packageWith("velk3", readable);
+    auto package = packageWith(velk3, readable);
     QCOMPARE(package[3].name, QByteArray("velk3-sandbox.img"));
     package[3].statedCrc = 0x12345678;
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              failedLoading(progressLines({1, 2}), text));
     QVERIFY(run.bus.transfers().empty());
@@ -341,9 +312,9 @@ void TestRepair::anImageThatIsCutStartsNothing()
     QCOMPARE(whole.size(), 44);
     for (int size = 2; size < whole.size(); ++size) {
         UpdateRun run;
-        BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+        BrokenDevice device(run.bus, velk3.softId);
         const QStringList events =
-            run.run(recordOf(device.loader, 1), packageWith("velk3", whole.left(size)));
+            run.run(recordOf(device.loader, 1), packageWith(velk3, whole.left(size)));
         QCOMPARE(events.mid(events.size() - 3), failedLoading({}, "FX3 checksum error"));
         QCOMPARE(events.filter("error").size(), 1);
         QVERIFY(!wasStarted(run.bus));
@@ -389,8 +360,8 @@ void TestRepair::aDamagedImageStartsNothing()
     QFETCH(int, requests);
     const long memoryBefore = peakMemory();
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    const QStringList events = run.run(recordOf(device.loader, 1), packageWith("velk3", image));
+    BrokenDevice device(run.bus, velk3.softId);
+    const QStringList events = run.run(recordOf(device.loader, 1), packageWith(velk3, image));
     QCOMPARE(events.mid(events.size() - 3), failedLoading({}, "FX3 checksum error"));
     QCOMPARE(events.filter("error").size(), 1);
     QCOMPARE(int(run.bus.transfers().size()), requests);
@@ -405,20 +376,19 @@ void TestRepair::aWrongChecksumIsFoundBeforeTheStart()
     QByteArray image = bootImage({{s_ram, data}, {0x100, "abcd"}}, s_ram);
     image[image.size() - 4] = char(image[image.size() - 4] + 1);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     // 6000 and 6004 bytes of 6032, in thirteenths, from 2.
-    QCOMPARE(run.run(recordOf(device.loader, 1), packageWith("velk3", image)),
+    QCOMPARE(run.run(recordOf(device.loader, 1), packageWith(velk3, image)),
              failedLoading(progressLines({1, 2, 14, 14}), "FX3 checksum error"));
-    QCOMPARE(run.bus.describedTransfers(),
-             describe(loading(s_ram, data)) + describe(loading(0x100, "abcd")));
+    QCOMPARE(run.bus.describedTransfers(), loadingRequests({{s_ram, data}, {0x100, "abcd"}}));
 }
 
 void TestRepair::theLongestSectionIsTaken()
 {
     const QByteArray data = patternBytes(0x200000);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    run.run(recordOf(device.loader, 1), packageWith("velk3", bootImage({{0, data}}, s_ram)));
+    BrokenDevice device(run.bus, velk3.softId);
+    run.run(recordOf(device.loader, 1), packageWith(velk3, bootImage({{0, data}}, s_ram)));
     QCOMPARE(int(run.bus.transfers().size()), 2 * 512 + 1);
     QVERIFY(wasStarted(run.bus));
 }
@@ -426,10 +396,10 @@ void TestRepair::theLongestSectionIsTaken()
 void TestRepair::whatFollowsTheChecksumIsIgnored()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     const QByteArray image = bootImage({{s_ram, "abcd"}}, s_ram) + QByteArray(777, 'z');
-    const QStringList events = run.run(recordOf(device.loader, 1), packageWith("velk3", image));
+    const QStringList events = run.run(recordOf(device.loader, 1), packageWith(velk3, image));
     QVERIFY(events.filter("error").isEmpty());
     QVERIFY(wasStarted(run.bus));
 }
@@ -437,21 +407,21 @@ void TestRepair::whatFollowsTheChecksumIsIgnored()
 void TestRepair::anImageWithoutSectionsIsStarted()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     const QStringList events =
-        run.run(recordOf(device.loader, 1), packageWith("velk3", bootImage({}, 0x1234)));
+        run.run(recordOf(device.loader, 1), packageWith(velk3, bootImage({}, 0x1234)));
     QVERIFY(events.filter("error").isEmpty());
-    QCOMPARE(run.bus.describedTransfers().first(), QStringLiteral("40 a0 1234 0000 0 1000"));
+    QCOMPARE(run.bus.describedTransfers().first(), QStringLiteral("> a0 v1234 i0 0 t1000"));
 }
 
 void TestRepair::anImageThatCannotBeOpenedLooksLikeSuccess()
 {
-    auto package = packageEntries("velk3", smallImages("velk3"));
+    auto package = packageEntries(velk3, smallContent(velk3));
     package[3].encrypted = true;
     QCOMPARE(package[3].name, QByteArray("velk3-sandbox.img"));
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              progressLines({1, 2, 100}) + QStringList("complete"));
     QCOMPARE(run.debugLines().last(), QStringLiteral("Can't open file"));
@@ -460,10 +430,10 @@ void TestRepair::anImageThatCannotBeOpenedLooksLikeSuccess()
 
 void TestRepair::aPackageWithoutSandboxLooksLikeSuccess()
 {
-    const Images images{{}, {}, {}, smallImages("velk3").edid};
+    const PackageContent images{{}, {}, {}, smallContent(velk3).edid};
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    QCOMPARE(run.run(recordOf(device.loader, 1), packageEntries("velk3", images)),
+    BrokenDevice device(run.bus, velk3.softId);
+    QCOMPARE(run.run(recordOf(device.loader, 1), packageEntries(velk3, images)),
              progressLines({1, 2, 100}) + QStringList("complete"));
     QVERIFY(run.bus.transfers().empty());
 }
@@ -499,11 +469,11 @@ void TestRepair::everyFailingRequestOfTheLoadingEndsIt()
     QFETCH(QString, text);
     QFETCH(QStringList, progress);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     run.bus.failTransfer(failing, code);
     const QByteArray image = bootImage({{s_ram, "abcdefgh"}, {0x100, "ijklmnop"}}, s_ram);
     QCOMPARE(image.size(), 48);
-    QCOMPARE(run.run(recordOf(device.loader, 1), packageWith("velk3", image)),
+    QCOMPARE(run.run(recordOf(device.loader, 1), packageWith(velk3, image)),
              failedLoading(progress, text));
     QCOMPARE(int(run.bus.transfers().size()), failing + 1);
     const QStringList calls = run.bus.handleCalls();
@@ -524,7 +494,7 @@ void TestRepair::aByteThatReadsBackWrongEndsTheLoading()
     QFETCH(int, wrong);
     const QByteArray data = patternBytes(5000);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     device.fault = [&](const ScriptedTransfer &transfer) -> std::optional<int> {
         if (!transfer.isIn()) {
             return {};
@@ -537,9 +507,9 @@ void TestRepair::aByteThatReadsBackWrongEndsTheLoading()
         std::memcpy(transfer.buffer, read.constData(), static_cast<std::size_t>(read.size()));
         return read.size();
     };
-    QCOMPARE(run.run(recordOf(device.loader, 1),
-                     packageWith("velk3", bootImage({{s_ram, data}}, s_ram))),
-             failedLoading(progressLines({1, 2, 14}), "Fail to verify image"));
+    QCOMPARE(
+        run.run(recordOf(device.loader, 1), packageWith(velk3, bootImage({{s_ram, data}}, s_ram))),
+        failedLoading(progressLines({1, 2, 14}), "Fail to verify image"));
     QCOMPARE(int(run.bus.transfers().size()), wrong < 4096 ? 2 : 4);
 }
 
@@ -560,7 +530,7 @@ void TestRepair::bytesThatDoNotComeBackCountAsDifferent()
     QFETCH(QByteArray, data);
     QFETCH(int, returned);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
+    BrokenDevice device(run.bus, velk3.softId);
     device.fault = [&](const ScriptedTransfer &transfer) -> std::optional<int> {
         if (!transfer.isIn() || (data.size() > 4096 && transfer.value == 0x3000)) {
             return {};
@@ -568,8 +538,8 @@ void TestRepair::bytesThatDoNotComeBackCountAsDifferent()
         std::memcpy(transfer.buffer, data.constData(), static_cast<std::size_t>(returned));
         return returned;
     };
-    const QStringList events = run.run(recordOf(device.loader, 1),
-                                       packageWith("velk3", bootImage({{s_ram, data}}, s_ram)));
+    const QStringList events =
+        run.run(recordOf(device.loader, 1), packageWith(velk3, bootImage({{s_ram, data}}, s_ram)));
     QCOMPARE(events.mid(events.size() - 3), failedLoading({}, "Fail to verify image"));
     QVERIFY(!wasStarted(run.bus));
 }
@@ -578,8 +548,8 @@ void TestRepair::identitiesAreTriedInOrder()
 {
     // None comes back; each is asked a driver for, in order, and there is none to be had.
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
-    const auto package = packageWith("velk3_4k", bootImage({{s_ram, "abcd"}}, s_ram));
+    BrokenDevice device(run.bus, velk3_4k.softId);
+    const auto package = packageWith(velk3_4k, bootImage({{s_ram, "abcd"}}, s_ram));
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              progressLines({1, 2, 3}) +
                  QStringList({"error Error: Failed to install driver", "complete"}));
@@ -592,9 +562,9 @@ void TestRepair::identitiesAreTriedInOrder()
 void TestRepair::theSecondIdentityIsFoundWithoutInstaller()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
-    device.comesBackAs("sandbox", 0x364F);
-    const auto package = packageWith("velk3_4k", bootImage({{s_ram, "abcd"}}, s_ram));
+    BrokenDevice device(run.bus, velk3_4k.softId);
+    device.comesBackAs("sandbox", "e5c1:364f");
+    const auto package = packageWith(velk3_4k, bootImage({{s_ram, "abcd"}}, s_ram));
     const QStringList events = run.run(recordOf(device.loader, 1), package);
     QVERIFY(events.filter("error").isEmpty());
     QCOMPARE(events.mid(events.size() - 2), (QStringList{"progress 100", "complete"}));
@@ -622,15 +592,15 @@ void TestRepair::theDeviceIsFoundAtAnotherAddressOnly()
     QFETCH(int, address);
     QFETCH(bool, found);
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     device.prepareSandbox = [&](libusb_device *sandbox) {
         sandbox->bus = static_cast<quint8>(bus);
         sandbox->port = static_cast<quint8>(port);
         sandbox->address = static_cast<quint8>(address);
     };
     DeviceDescription record = recordOf(device.loader, 1);
-    const QStringList events = run.run(record, packageEntries("velk3", smallImages("velk3")));
+    const QStringList events = run.run(record, packageEntries(velk3, smallContent(velk3)));
     QCOMPARE(events.contains("progress 100"), found);
     QCOMPARE(run.bus.handleCalls().contains("open sandbox"), found);
 }
@@ -662,8 +632,8 @@ void TestRepair::installationOutcomes()
     installer::existsOnThisPlatform(installerExists);
     installer::answer({outcome, outcome});
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
-    const auto package = packageWith("velk3_4k", bootImage({{s_ram, "abcd"}}, s_ram));
+    BrokenDevice device(run.bus, velk3_4k.softId);
+    const auto package = packageWith(velk3_4k, bootImage({{s_ram, "abcd"}}, s_ram));
     QCOMPARE(run.run(recordOf(device.loader, 1), package),
              progressLines({1, 2, 3}) + QStringList({"error " + error, "complete"}));
     QCOMPARE(installer::calls().size(), installations);
@@ -676,14 +646,14 @@ void TestRepair::aDriverThatIsInstalledOpensTheDevice()
     installer::existsOnThisPlatform(true);
     installer::answer({0});
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     device.prepareSandbox = [](libusb_device *sandbox) {
         // The search and its last attempt; then there is a driver.
         sandbox->openResults = {LIBUSB_ERROR_ACCESS, LIBUSB_ERROR_ACCESS};
     };
     const QStringList events =
-        run.run(recordOf(device.loader, 1), packageEntries("velk3", smallImages("velk3")));
+        run.run(recordOf(device.loader, 1), packageEntries(velk3, smallContent(velk3)));
     QVERIFY2(events.filter("error").isEmpty(), qPrintable(events.join('\n')));
     QVERIFY(events.contains("progress 100"));
     QCOMPARE(installer::calls(), QStringList{"e5c1 360f 0 single null"});
@@ -696,10 +666,10 @@ void TestRepair::anInstalledDriverThatDoesNotHelpMovesOn()
     installer::existsOnThisPlatform(true);
     installer::answer({0});
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3630);
-    device.comesBackAs("sandbox", 0x364F);
+    BrokenDevice device(run.bus, velk3_4k.softId);
+    device.comesBackAs("sandbox", "e5c1:364f");
     const QStringList events =
-        run.run(recordOf(device.loader, 1), packageEntries("velk3_4k", smallImages("velk3_4k")));
+        run.run(recordOf(device.loader, 1), packageEntries(velk3_4k, smallContent(velk3_4k)));
     QVERIFY(events.filter("error").isEmpty());
     QVERIFY(events.contains("progress 100"));
     QCOMPARE(installer::calls(), QStringList{"e5c1 363f 0 single null"});
@@ -708,13 +678,13 @@ void TestRepair::anInstalledDriverThatDoesNotHelpMovesOn()
 void TestRepair::aSandboxThatCannotBeClaimedIsLikeOneThatDoesNotOpen()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     device.prepareSandbox = [](libusb_device *sandbox) {
         sandbox->claimResult = LIBUSB_ERROR_BUSY;
     };
     const QStringList events =
-        run.run(recordOf(device.loader, 1), packageEntries("velk3", smallImages("velk3")));
+        run.run(recordOf(device.loader, 1), packageEntries(velk3, smallContent(velk3)));
     QCOMPARE(events.mid(events.size() - 2),
              (QStringList{"error Error: Failed to install driver", "complete"}));
     QCOMPARE(installer::calls().size(), 1);
@@ -724,12 +694,12 @@ void TestRepair::aSandboxThatCannotBeClaimedIsLikeOneThatDoesNotOpen()
 void TestRepair::aRecordWithItsDeviceIsSearchedForAfterwards()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     {
         DeviceDescription record = recordOf(device.loader, 1);
         record.device = libusb_ref_device(device.loader);
-        const QStringList events = run.run(record, packageEntries("velk3", smallImages("velk3")));
+        const QStringList events = run.run(record, packageEntries(velk3, smallContent(velk3)));
         QVERIFY(events.contains("progress 100"));
     }
     const QStringList calls = run.bus.handleCalls();
@@ -741,14 +711,14 @@ void TestRepair::aRecordWithItsDeviceIsSearchedForAfterwards()
 void TestRepair::theSandboxsFirstInterfaceIsClaimed()
 {
     UpdateRun run;
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     device.prepareSandbox = [](libusb_device *sandbox) {
         sandbox->claimResult = LIBUSB_ERROR_BUSY; // the claim is all that is asked for here
     };
     DeviceDescription record = recordOf(device.loader, 1);
     record.interfaceNumber = 2;
-    run.run(record, packageEntries("velk3", smallImages("velk3")));
+    run.run(record, packageEntries(velk3, smallContent(velk3)));
     QCOMPARE(run.bus.callsOf("claim_interface"),
              (QStringList{"claim_interface loader 2", "claim_interface sandbox 0"}));
 }
@@ -757,10 +727,10 @@ void TestRepair::aFailingUpdateOfTheSandboxStillEndsAt100()
 {
     UpdateRun run;
     run.bus.answer(0xC6, {LIBUSB_ERROR_PIPE});
-    BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-    device.comesBackAs("sandbox", 0x360F);
+    BrokenDevice device(run.bus, velk3.softId);
+    device.comesBackAs("sandbox", velk3.sandboxId);
     const QStringList events =
-        run.run(recordOf(device.loader, 1), packageEntries("velk3", smallImages("velk3")));
+        run.run(recordOf(device.loader, 1), packageEntries(velk3, smallContent(velk3)));
     QCOMPARE(events.mid(events.size() - 3),
              (QStringList{"error Error: failed to write microcode block: Pipe error",
                           "progress 100", "complete"}));
@@ -772,11 +742,11 @@ void TestRepair::anyFailingCallGivesTheDevicesBack()
 {
     const auto attempt = [](int failing) {
         UpdateRun run;
-        BrokenDevice device(run.bus, 0xE5C1, 0x3600);
-        device.comesBackAs("sandbox", 0x360F);
+        BrokenDevice device(run.bus, velk3.softId);
+        device.comesBackAs("sandbox", velk3.sandboxId);
         run.bus.failCall(failing, LIBUSB_ERROR_NO_DEVICE);
         const QStringList events =
-            run.run(recordOf(device.loader, 1), packageEntries("velk3", smallImages("velk3")));
+            run.run(recordOf(device.loader, 1), packageEntries(velk3, smallContent(velk3)));
         [&] { QCOMPARE(events.count("complete"), 1); }();
         [&] { QCOMPARE(events.last(), QStringLiteral("complete")); }();
         if (run.bus.failedCall().startsWith("control_transfer")) {

@@ -26,27 +26,28 @@ void TestUnknownSize::init()
 
 void TestUnknownSize::updateIsCompleteWithoutTheProgressOfItsImages()
 {
-    Images images = smallImages("velk3_4k");
+    PackageContent images = smallContent(velk3_4k);
     images.fx3 = patternBytes(8192);
     images.fpga = patternBytes(5000);
     images.edid.reset();
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3_4k", images)),
+    const auto *device = run.bus.plug("a", velk3_4k.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3_4k, images)),
              progressLines({1, 2, 100}) + QStringList("complete"));
     QCOMPARE(run.bus.handleCalls(),
-             opening("a") + transferLines("a", fx3Requests(*images.fx3)) + QStringList("pause 1") +
-                 transferLines("a", fpgaV2Requests(*images.fpga)) + givingBack("a"));
+             opening("a") + transferLines("a", microcodeRequests(*images.fx3)) +
+                 QStringList("pause 1") +
+                 transferLines("a", bitstreamRequests(velk3_4k, *images.fpga)) + givingBack("a"));
 }
 
 void TestUnknownSize::sandboxIsLoadedWithoutProgress()
 {
-    Images images = smallImages("sorn3");
+    PackageContent images = smallContent(sorn3);
     // Ones are what the scripted memory reads back as. The device then stays away.
     images.sandbox = bootImage({{0x40003000, QByteArray(8, '\1')}}, 0x40003000);
     UpdateRun run;
-    const auto *device = run.bus.plug("loader", 0xE5C1, 0x3620);
-    QCOMPARE(run.run(recordOf(device, 1), packageEntries("sorn3", images)),
+    const auto *device = run.bus.plug("loader", sorn3.softId);
+    QCOMPARE(run.run(recordOf(device, 1), packageEntries(sorn3, images)),
              progressLines({1, 2}) +
                  QStringList({"error Error: Failed to install driver", "complete"}));
     QCOMPARE(run.bus.transfers().size(), std::size_t(3)); // written, read back, started

@@ -34,6 +34,7 @@ private slots:
     void aRefusedChecksumIsReportedAndTheUpdateGoesOn();
     void aRefusedChecksumAndAFailedPollAreBothReported();
     void aRefusedRawCompletionEndsTheUpdate();
+    void anUnknownBitstreamProtocolIsNotGuessed();
     void anyFailingCallGivesTheDeviceBack();
 
     void statusIsPolledUntilTheDeviceIsReady_data();
@@ -70,26 +71,25 @@ QStringList ending(const QString &text)
 
 void TestUpdate::theCheckValueOfTheChecksumIsRight()
 {
-    QCOMPARE(slowCrc32("123456789"), 0xCBF43926U);
-    QCOMPARE(slowCrc32(QByteArray()), 0U);
+    QCOMPARE(crc32Of("123456789"), 0xCBF43926U);
+    QCOMPARE(crc32Of(QByteArray()), 0U);
 }
 
 void TestUpdate::anUpdateReachesTheDeviceAsPublished_data()
 {
     QTest::addColumn<QByteArray>("product");
-    QTest::addColumn<int>("productId");
-    QTest::newRow("legacy") << QByteArray("legacy") << 0x3601;
-    QTest::newRow("velk3") << QByteArray("velk3") << 0x3601;
-    QTest::newRow("sorn3") << QByteArray("sorn3") << 0x3621;
-    QTest::newRow("velk3_4k, first id") << QByteArray("velk3_4k") << 0x3631;
-    QTest::newRow("velk3_4k, second id") << QByteArray("velk3_4k") << 0x3641;
+    QTest::addColumn<QByteArray>("id");
+    for (const ProductFacts *product : allPackages()) {
+        QTest::newRow(keyOf(*product)) << keyOf(*product) << QByteArray(product->runningId);
+    }
+    QTest::newRow("velk3_4k, second id") << QByteArray("velk3_4k") << QByteArray("e5c1:3641");
 }
 
 void TestUpdate::anUpdateReachesTheDeviceAsPublished()
 {
     QFETCH(QByteArray, product);
-    QFETCH(int, productId);
-    Images images = smallImages(product);
+    QFETCH(QByteArray, id);
+    PackageContent images = smallContent(productOf(product));
     images.fx3 = patternBytes(10000, 2);
     images.fpga = patternBytes(9000, 3);
     const QByteArray edid = edidBlocks(2);
@@ -98,17 +98,17 @@ void TestUpdate::anUpdateReachesTheDeviceAsPublished()
     }
 
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, static_cast<quint16>(productId));
-    const QStringList events = run.run(recordOf(device), packageEntries(product, images));
+    const auto *device = run.bus.plug("a", id);
+    const QStringList events =
+        run.run(recordOf(device), packageEntries(productOf(product), images));
     QCOMPARE(events.mid(events.size() - 2), (QStringList{"progress 100", "complete"}));
     QVERIFY(events.filter("error").isEmpty());
 
     QStringList expected = opening("a");
-    expected += transferLines("a", fx3Requests(*images.fx3));
+    expected += transferLines("a", microcodeRequests(*images.fx3));
     expected += "pause 1";
-    expected += transferLines("a", product == "velk3_4k" ? fpgaV2Requests(*images.fpga)
-                                                         : fpgaV1Requests(*images.fpga));
-    if (product != "sorn3") {
+    expected += transferLines("a", bitstreamRequests(productOf(product), *images.fpga));
+    if (images.edid) {
         expected += "pause 1";
         expected += transferLines("a", edidRequests(edid));
     }
@@ -118,83 +118,80 @@ void TestUpdate::anUpdateReachesTheDeviceAsPublished()
 
 void TestUpdate::aVelk3UpdateByteForByte()
 {
-    Images images = smallImages("velk3");
+    PackageContent images = smallContent(velk3);
     images.fx3 = QByteArray("123456781234");
     images.fpga = QByteArray("123456789");
     images.edid = "1\n2\n3\n" + QByteArray("|0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n").repeated(8);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    const QStringList events = run.run(recordOf(device), packageEntries("velk3", images));
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    const QStringList events = run.run(recordOf(device), packageEntries(velk3, images));
     QCOMPARE(events,
              progressLines({1, 2, 34, 66, 72, 78, 84, 90, 96, 100}) + QStringList("complete"));
 
-    QCOMPARE(
-        run.bus.handleCalls(),
-        (QStringList{
-            "open a",
-            "kernel_driver_active a 0",
-            "claim_interface a 0",
-            "control_transfer a 40 c5 0000 0000 0 1000",
-            "control_transfer a c0 c8 0000 0000 1 1000",
-            "control_transfer a 40 c6 0000 0000 12 1000 313233343536373831323334",
-            "control_transfer a c0 c8 0000 0000 1 1000",
-            "control_transfer a 40 c7 0000 0000 0 1000",
-            "pause 1",
-            "control_transfer a 40 c1 0000 0000 0 1000",
-            "control_transfer a c0 c4 0000 0000 1 1000",
-            // CRC-32 of 46 50 47 41 09 00 00 00 by an independent tool: 0xa3c3f913
-            "control_transfer a 40 c2 0000 0000 12 1000 465047410900000013f9c3a3",
-            "control_transfer a 40 c2 0000 0000 9 1000 313233343536373839",
-            "control_transfer a c0 c4 0000 0000 1 1000",
-            "control_transfer a 40 c2 0000 0000 4 1000 2639f4cb",
-            "control_transfer a c0 c4 0000 0000 1 1000",
-            "control_transfer a 40 c3 0000 0000 0 1000",
-            "pause 1",
-            "control_transfer a 40 cf 0000 0000 0 10000",
-            // SHA-1 of 128 zero bytes, by an independent tool
-            "control_transfer a 40 d2 0000 0000 128 10000 0ae4f711ef5d6e9d26c611fd2c8c8ac45ecbf9e7",
-            "control_transfer a 40 d4 0000 0000 0 10000",
-            "attach_kernel_driver a 0",
-            "release_interface a 0",
-            "close a",
-        }));
+    QCOMPARE(run.bus.handleCalls(),
+             (QStringList{
+                 "open a",
+                 "kernel_driver_active a 0",
+                 "claim_interface a 0",
+                 "control_transfer a > c5 v0 i0 0 t1000",
+                 "control_transfer a < c8 v0 i0 1 t1000",
+                 "control_transfer a > c6 v0 i0 12 313233343536373831323334 t1000",
+                 "control_transfer a < c8 v0 i0 1 t1000",
+                 "control_transfer a > c7 v0 i0 0 t1000",
+                 "pause 1",
+                 "control_transfer a > c1 v0 i0 0 t1000",
+                 "control_transfer a < c4 v0 i0 1 t1000",
+                 // CRC-32 of 46 50 47 41 09 00 00 00 by an independent tool: 0xa3c3f913
+                 "control_transfer a > c2 v0 i0 12 465047410900000013f9c3a3 t1000",
+                 "control_transfer a > c2 v0 i0 9 313233343536373839 t1000",
+                 "control_transfer a < c4 v0 i0 1 t1000",
+                 "control_transfer a > c2 v0 i0 4 2639f4cb t1000",
+                 "control_transfer a < c4 v0 i0 1 t1000",
+                 "control_transfer a > c3 v0 i0 0 t1000",
+                 "pause 1",
+                 "control_transfer a > cf v0 i0 0 t10000",
+                 // SHA-1 of 128 zero bytes, by an independent tool
+                 "control_transfer a > d2 v0 i0 128 sha1:0ae4f711ef5d6e9d26c611fd2c8c8ac45ecbf9e7 "
+                 "t10000",
+                 "control_transfer a > d4 v0 i0 0 t10000",
+                 "attach_kernel_driver a 0",
+                 "release_interface a 0",
+                 "close a",
+             }));
 }
 
 void TestUpdate::progressFollowsTheBytes_data()
 {
     QTest::addColumn<QByteArray>("product");
-    QTest::addColumn<int>("productId");
     QTest::addColumn<bool>("edidOnly");
     QTest::addColumn<QStringList>("expected");
     // Microcode of 10000 bytes, bitstream of 5000.
     QTest::newRow("with EDID: 2 to 34 to 66 to 98")
-        << QByteArray("velk3") << 0x3601 << false
+        << QByteArray("velk3") << false
         << progressLines({1, 2, 15, 28, 34, 60, 66, 72, 78, 84, 90, 96, 100});
     QTest::newRow("raw bitstream")
-        << QByteArray("velk3_4k") << 0x3631 << false
+        << QByteArray("velk3_4k") << false
         << progressLines({1, 2, 15, 28, 34, 60, 66, 72, 78, 84, 90, 96, 100});
     QTest::newRow("without EDID: 2 to 51 to 100")
-        << QByteArray("sorn3") << 0x3621 << false
-        << progressLines({1, 2, 22, 42, 51, 91, 100, 100});
+        << QByteArray("sorn3") << false << progressLines({1, 2, 22, 42, 51, 91, 100, 100});
     QTest::newRow("EDID only: 2 to 100")
-        << QByteArray("velk3") << 0x3601 << true << progressLines({1, 2, 21, 40, 59, 78, 97, 100});
+        << QByteArray("velk3") << true << progressLines({1, 2, 21, 40, 59, 78, 97, 100});
 }
 
 void TestUpdate::progressFollowsTheBytes()
 {
     QFETCH(QByteArray, product);
-    QFETCH(int, productId);
     QFETCH(bool, edidOnly);
     QFETCH(QStringList, expected);
-    Images images = smallImages(product);
+    PackageContent images = smallContent(productOf(product));
     images.fx3 = patternBytes(10000);
     images.fpga = patternBytes(5000);
     if (edidOnly) {
-        images = Images{{}, {}, {}, images.edid};
+        images = PackageContent{{}, {}, {}, images.edid};
     }
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, static_cast<quint16>(productId));
-    QCOMPARE(run.run(recordOf(device), packageEntries(product, images)),
+    const auto *device = run.bus.plug("a", productOf(product).runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(productOf(product), images)),
              expected + QStringList("complete"));
     if (edidOnly) {
         QCOMPARE(run.bus.handleCalls(), opening("a") + QStringList("pause 1") +
@@ -206,12 +203,12 @@ void TestUpdate::progressFollowsTheBytes()
 
 void TestUpdate::logLinesOfAWholeUpdate()
 {
-    Images images = smallImages("velk3");
+    PackageContent images = smallContent(velk3);
     images.fx3 = patternBytes(5000);
     images.fpga = patternBytes(4097);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    run.run(recordOf(device), packageEntries("velk3", images));
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    run.run(recordOf(device), packageEntries(velk3, images));
     QCOMPARE(run.debugLines(),
              (QStringList{"Updater start", "Deal with product:  velk3",
                           "optional file found:  edid_velk3_uvc.edid", "Update steps: 3",
@@ -232,7 +229,7 @@ void TestUpdate::aRefusedPackageTouchesNoDevice_data()
     QTest::addColumn<QStringList>("expected");
     const QStringList opened = progressLines({1});
     const auto with = [](const char *info, const char *missing) {
-        auto entries = packageEntries("velk3", smallImages("velk3"));
+        auto entries = packageEntries(velk3, smallContent(velk3));
         entries[0].data = info;
         for (PackageEntry &entry : entries) {
             if (entry.name == missing) {
@@ -250,7 +247,7 @@ void TestUpdate::aRefusedPackageTouchesNoDevice_data()
                                 << opened + ending("Invalid firmware package. File(s) not found: "
                                                    "velk3.img");
     QTest::newRow("for another device")
-        << zipArchive(packageEntries("sorn3", smallImages("sorn3")))
+        << zipArchive(packageEntries(sorn3, smallContent(sorn3)))
         << opened + ending("Selected device and firmware incompatible");
 }
 
@@ -259,7 +256,7 @@ void TestUpdate::aRefusedPackageTouchesNoDevice()
     QFETCH(QByteArray, file);
     QFETCH(QStringList, expected);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const auto *device = run.bus.plug("a", velk3.runningId);
     const QString path = run.directory.filePath("file.fw");
     writeFile(path, file);
     QCOMPARE(run.run(recordOf(device), path), expected);
@@ -268,13 +265,13 @@ void TestUpdate::aRefusedPackageTouchesNoDevice()
 
 void TestUpdate::anotherProductsEdidIsNotWritten()
 {
-    auto package = packageEntries("sorn3", smallImages("sorn3"));
+    auto package = packageEntries(sorn3, smallContent(sorn3));
     package.push_back({"edid_velk3_uvc.edid", edidText(edidBlocks(1))});
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3621);
+    const auto *device = run.bus.plug("a", sorn3.runningId);
     QVERIFY(run.run(recordOf(device), package).contains("progress 100"));
     QVERIFY(run.debugLines().contains("Update steps: 2"));
-    QVERIFY(run.bus.describedTransfers().filter("40 cf").isEmpty());
+    QVERIFY(run.bus.describedTransfers().filter("> cf").isEmpty());
 }
 
 void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText_data()
@@ -349,8 +346,8 @@ void TestUpdate::everyFailingRequestEndsTheUpdateWithItsOwnText()
     QFETCH(QStringList, progress);
     UpdateRun run;
     run.bus.failTransfer(failing, code);
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3))),
              progress + ending(text));
     QCOMPARE(int(run.bus.transfers().size()), failing + 1);
     const QStringList calls = run.bus.handleCalls();
@@ -377,8 +374,8 @@ void TestUpdate::aMessageWithoutLibusbTextIsStillAMessage()
     UpdateRun run;
     run.bus.giveNullTexts();
     run.bus.failTransfer(failing, LIBUSB_ERROR_IO);
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3))),
              (QStringList{"progress 1", "progress 2", "error " + text, "complete"}));
 }
 
@@ -386,8 +383,8 @@ void TestUpdate::aRefusedChecksumIsReportedAndTheUpdateGoesOn()
 {
     UpdateRun run;
     run.bus.failTransfer(10, LIBUSB_ERROR_PIPE);
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3))),
              progressLines({1, 2, 34, 66}) +
                  QStringList("error Error: failed FPGA CRC check: LIBUSB_ERROR_PIPE") +
                  progressLines({72, 78, 84, 90, 96, 100}) + QStringList("complete"));
@@ -404,8 +401,8 @@ void TestUpdate::aRefusedChecksumAndAFailedPollAreBothReported()
         }
         return {};
     });
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3))),
              progressLines({1, 2, 34, 66}) +
                  QStringList("error Error: failed FPGA CRC check: LIBUSB_ERROR_PIPE") +
                  ending("Error: failed to connect to FPGA: LIBUSB_ERROR_NO_DEVICE"));
@@ -415,12 +412,28 @@ void TestUpdate::aRefusedRawCompletionEndsTheUpdate()
 {
     UpdateRun run;
     run.bus.answer(0xC3, {LIBUSB_ERROR_PIPE});
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3631);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3_4k", smallImages("velk3_4k"))),
+    const auto *device = run.bus.plug("a", velk3_4k.runningId);
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3_4k, smallContent(velk3_4k))),
              progressLines({1, 2, 34, 66}) +
                  ending("Error: failed to complete FPGA reflash: LIBUSB_ERROR_PIPE"));
     QCOMPARE(run.debugLines().last(), QStringLiteral("Flashing complete."));
-    QVERIFY(run.bus.describedTransfers().last().startsWith("40 c3"));
+    QVERIFY(run.bus.describedTransfers().last().startsWith("> c3"));
+}
+
+void TestUpdate::anUnknownBitstreamProtocolIsNotGuessed()
+{
+    ProductCatalogue catalogue = s_products;
+    catalogue.at("sorn3").fpgaVersion = 2;
+    const PackageContent images = smallContent(sorn3);
+    UpdateRun run;
+    run.catalogue = &catalogue;
+    const auto *device = run.bus.plug("a", sorn3.runningId);
+    // The microcode is written, then the update ends without having reached 100 percent.
+    QCOMPARE(run.run(recordOf(device), packageEntries(sorn3, images)),
+             progressLines({1, 2, 51}) + QStringList("complete"));
+    QCOMPARE(run.bus.handleCalls(), opening("a") +
+                                        transferLines("a", microcodeRequests(*images.fx3)) +
+                                        QStringList("pause 1") + givingBack("a"));
 }
 
 void TestUpdate::anyFailingCallGivesTheDeviceBack()
@@ -428,9 +441,9 @@ void TestUpdate::anyFailingCallGivesTheDeviceBack()
     const auto attempt = [](int failing) {
         UpdateRun run;
         run.bus.failCall(failing, LIBUSB_ERROR_NO_DEVICE);
-        const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+        const auto *device = run.bus.plug("a", velk3.runningId);
         const QStringList events =
-            run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
+            run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)));
         [&] { QCOMPARE(events.count("complete"), 1); }();
         [&] { QCOMPARE(events.last(), QStringLiteral("complete")); }();
         if (run.bus.failedCall().startsWith("control_transfer")) {
@@ -458,15 +471,15 @@ void TestUpdate::statusIsPolledUntilTheDeviceIsReady()
     UpdateRun run;
     const QByteArray busy(1, '\0');
     run.bus.answerData(static_cast<quint8>(request), {busy, busy, busy, QByteArray(1, '\1')});
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QVERIFY(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")))
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QVERIFY(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)))
                 .contains("progress 100"));
 
-    const QString poll = QString::asprintf("c0 %02x 0000 0000 1 1000", request);
+    const QString poll = QString::asprintf("< %02x v0 i0 1 t1000", request);
     const QStringList transfers = run.bus.describedTransfers();
     const int first = transfers.indexOf(poll);
     QCOMPARE(transfers.mid(first, 4), QStringList({poll, poll, poll, poll}));
-    QVERIFY(transfers.at(first + 4).startsWith("40 "));
+    QVERIFY(transfers.at(first + 4).startsWith("> "));
 }
 
 void TestUpdate::aStatusWithoutBytesCountsAsBusy()
@@ -483,8 +496,8 @@ void TestUpdate::aStatusWithoutBytesCountsAsBusy()
         }
         return {};
     });
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QVERIFY(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")))
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QVERIFY(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)))
                 .contains("progress 100"));
     QCOMPARE(found, (std::vector<int>{0, 0, 0, 0}));
 }
@@ -493,8 +506,8 @@ void TestUpdate::anyStatusButZeroIsReady()
 {
     UpdateRun run;
     run.bus.answerData(0xC8, {QByteArray(1, '\x80'), QByteArray(1, '\xFF')});
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QVERIFY(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")))
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QVERIFY(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)))
                 .contains("progress 100"));
     QCOMPARE(int(run.bus.transfers().size()), 16);
 }
@@ -510,8 +523,8 @@ void TestUpdate::anUnknownModeTouchesNothing()
 {
     QFETCH(quint32, mode);
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    QCOMPARE(run.run(recordOf(device, mode), packageEntries("velk3", smallImages("velk3"))),
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    QCOMPARE(run.run(recordOf(device, mode), packageEntries(velk3, smallContent(velk3))),
              (QStringList{"progress 1", "progress 2", "complete"}));
     QCOMPARE(run.bus.handleCalls(), opening("a") + givingBack("a"));
 }
@@ -519,9 +532,9 @@ void TestUpdate::anUnknownModeTouchesNothing()
 void TestUpdate::aDeviceThatIsGoneIsReported()
 {
     UpdateRun run;
-    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    auto *device = run.bus.plug("a", velk3.runningId);
     run.bus.unplug(device);
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3))),
              (QStringList{"progress 1", "progress 2",
                           "error Cannot Access Device. Administrative privilegies may be required",
                           "complete"}));
@@ -531,9 +544,9 @@ void TestUpdate::aDeviceThatIsGoneIsReported()
 void TestUpdate::aFailedClaimIsReportedAndItsHandleClosedWithTheTask()
 {
     UpdateRun run;
-    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    auto *device = run.bus.plug("a", velk3.runningId);
     device->claimResult = LIBUSB_ERROR_BUSY;
-    QCOMPARE(run.run(recordOf(device), packageEntries("velk3", smallImages("velk3"))),
+    QCOMPARE(run.run(recordOf(device), packageEntries(velk3, smallContent(velk3))),
              (QStringList{"progress 1", "progress 2",
                           "error Cannot Access Device. Administrative privilegies may be required",
                           "complete"}));
@@ -544,12 +557,12 @@ void TestUpdate::theInterfaceOfTheRecordIsUsed()
 {
     UpdateRun run;
     run.bus.failTransfer(0, LIBUSB_ERROR_IO);
-    DeviceDescription record = recordOf(run.bus.plug("a", 0xE5C1, 0x3601));
+    DeviceDescription record = recordOf(run.bus.plug("a", velk3.runningId));
     record.interfaceNumber = 2;
-    run.run(record, packageEntries("velk3", smallImages("velk3")));
+    run.run(record, packageEntries(velk3, smallContent(velk3)));
     QCOMPARE(run.bus.handleCalls(),
              (QStringList{"open a", "kernel_driver_active a 2", "claim_interface a 2",
-                          "control_transfer a 40 c5 0000 0000 0 1000", "attach_kernel_driver a 2",
+                          "control_transfer a > c5 v0 i0 0 t1000", "attach_kernel_driver a 2",
                           "release_interface a 2", "close a"}));
 }
 
@@ -557,9 +570,9 @@ void TestUpdate::aKernelDriverIsDetached()
 {
     UpdateRun run;
     run.bus.failTransfer(0, LIBUSB_ERROR_IO);
-    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    auto *device = run.bus.plug("a", velk3.runningId);
     device->kernelDriver = 1;
-    run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
+    run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)));
     QCOMPARE(run.bus.handleCalls().mid(0, 4),
              (QStringList{"open a", "kernel_driver_active a 0", "detach_kernel_driver a 0",
                           "claim_interface a 0"}));
@@ -569,12 +582,12 @@ void TestUpdate::updatesForgetEachOther()
 {
     // The key, the missing images and the EDID of one package must not show in the next.
     UpdateRun run;
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    const Images all = smallImages("velk3");
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    const PackageContent all = smallContent(velk3);
     const std::vector<std::vector<PackageEntry>> packages{
-        packageEntries("velk3", all),
-        packageEntries("legacy", Images{{}, {}, {}, all.edid}),
-        packageEntries("legacy", Images{all.fpga, all.fx3, all.sandbox, {}}),
+        packageEntries(velk3, all),
+        packageEntries(legacyVelk3, PackageContent{{}, {}, {}, all.edid}),
+        packageEntries(legacyVelk3, PackageContent{all.fpga, all.fx3, all.sandbox, {}}),
     };
 
     UpdateTask task;
@@ -617,9 +630,9 @@ void TestUpdate::destroyingTheTaskWaitsForTheUpdate()
         goOn.acquire();
         return transfer.number == 0 ? int(LIBUSB_ERROR_PIPE) : firstResult;
     });
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const auto *device = run.bus.plug("a", velk3.runningId);
     const QString path = run.directory.filePath("package.fw");
-    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    writeFile(path, zipArchive(packageEntries(velk3, smallContent(velk3))));
     auto task = std::make_unique<UpdateTask>();
     emit task->start(recordOf(device), path);
     QVERIFY(reached.tryAcquire(1, 60000));
@@ -656,8 +669,8 @@ void TestUpdate::destroyingAnIdleTaskSaysNothing()
 {
     UpdateRun run;
     run.bus.answer(0xC5, {LIBUSB_ERROR_IO});
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
-    run.run(recordOf(device), packageEntries("velk3", smallImages("velk3")));
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)));
     const UpdateTask neverUsed;
     QVERIFY(!QString::fromStdString(run.standardLog.text()).contains("Update "));
 }
@@ -677,9 +690,9 @@ void TestUpdate::theDeviceIsGivenBackBeforeTheEndIsTold()
     QFETCH(QStringList, end);
     UpdateRun run;
     run.bus.answer(0xC5, {firstResult});
-    const auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    const auto *device = run.bus.plug("a", velk3.runningId);
     const QString path = run.directory.filePath("package.fw");
-    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    writeFile(path, zipArchive(packageEntries(velk3, smallContent(velk3))));
     UpdateTask task;
     QStringList told;
     connect(&task, &UpdateTask::progress, this, [&](int percent) {
@@ -719,10 +732,10 @@ void TestUpdate::theRecordsDeviceIsLetGoWithTheUpdate()
 {
     QFETCH(int, openResult);
     UpdateRun run;
-    auto *device = run.bus.plug("a", 0xE5C1, 0x3601);
+    auto *device = run.bus.plug("a", velk3.runningId);
     device->openResult = openResult;
     const QString path = run.directory.filePath("package.fw");
-    writeFile(path, zipArchive(packageEntries("velk3", smallImages("velk3"))));
+    writeFile(path, zipArchive(packageEntries(velk3, smallContent(velk3))));
     UpdateTask task;
     QSignalSpy completed(&task, &UpdateTask::complete);
     {

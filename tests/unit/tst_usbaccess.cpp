@@ -1,4 +1,5 @@
 #include "capturedoutput.h"
+#include "recordof.h"
 #include "scriptedlibusb.h"
 
 #include "devicedescription.h"
@@ -72,22 +73,6 @@ private:
     std::unique_ptr<CapturedStream> standardLog;
     std::unique_ptr<CapturedStream> standardError;
 };
-
-namespace {
-
-// A record that describes the device where it stands now.
-DeviceDescription recordOf(const libusb_device *device)
-{
-    DeviceDescription record{};
-    record.vendorId = device->vendorId;
-    record.productId = device->productId;
-    record.busNumber = device->bus;
-    record.deviceAddress = device->address;
-    record.portNumber = device->port;
-    return record;
-}
-
-} // namespace
 
 void TestUsbAccess::init()
 {

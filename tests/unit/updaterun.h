@@ -1,10 +1,12 @@
 #pragma once
 
 #include "capturedoutput.h"
-#include "packages.h"
+#include "products.h"
+#include "recordof.h"
 #include "scriptedlibusb.h"
+#include "scriptedrequests.h"
 
-#include "devicedescription.h"
+#include "productcatalogue.h"
 
 #include <QTemporaryDir>
 
@@ -28,27 +30,14 @@ public:
     // What the first update wrote through qDebug.
     QStringList debugLines() const { return lines; }
 
+    // What the task knows of products.
+    const ProductCatalogue *catalogue = &s_products;
+
     QTemporaryDir directory;
 
 private:
     QStringList lines;
 };
 
-// A record that describes the device where it stands now.
-DeviceDescription recordOf(const libusb_device *device, quint32 mode = 0);
-
-// The requests of one image, as the device has to see them.
-std::vector<ScriptedTransfer> fx3Requests(const QByteArray &image);
-std::vector<ScriptedTransfer> fpgaV1Requests(const QByteArray &image);
-std::vector<ScriptedTransfer> fpgaV2Requests(const QByteArray &image);
-std::vector<ScriptedTransfer> edidRequests(const QByteArray &edid);
-
-// CRC-32 as PKZIP and Ethernet have it, computed bit by bit.
-quint32 slowCrc32(const QByteArray &bytes);
-
-// Lines of the call log: the transfers of one device, and opening and giving back around other
-// lines.
-QStringList transferLines(const char *device, const std::vector<ScriptedTransfer> &transfers);
-QStringList opening(const char *device);
-QStringList givingBack(const char *device);
+// "progress 1", "progress 2".
 QStringList progressLines(std::initializer_list<int> values);
