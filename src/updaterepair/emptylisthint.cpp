@@ -92,15 +92,15 @@ bool EmptyListHint::eventFilter(QObject * /*watched*/, QEvent *event)
     return false;
 }
 
-// In the middle, or from the top when there is no room for all of it: the first words say the most.
+// In the middle, or from the top when not all of it fits: the first words say the most.
 void EmptyListHint::paint() const
 {
     const int margin = list->fontMetrics().height();
-    const QRect room = list->viewport()->rect().adjusted(margin, margin, -margin, -margin);
+    const QRect area = list->viewport()->rect().adjusted(margin, margin, -margin, -margin);
     const int wrapped = Qt::AlignHCenter | Qt::TextWordWrap;
     const bool fits =
-        list->fontMetrics().boundingRect(room, wrapped, shown).height() <= room.height();
+        list->fontMetrics().boundingRect(area, wrapped, shown).height() <= area.height();
     QPainter painter(list->viewport());
     painter.setPen(list->palette().color(QPalette::Text));
-    painter.drawText(room, wrapped | (fits ? Qt::AlignVCenter : Qt::AlignTop), shown);
+    painter.drawText(area, wrapped | (fits ? Qt::AlignVCenter : Qt::AlignTop), shown);
 }

@@ -9,8 +9,8 @@ enum InstallResult {
     InstallNeedsAdmin = -2,
 };
 
-// Whether this platform has a driver installer at all (Windows does). Only there can the failure of
-// install_driver() be cured by the user; elsewhere it is the normal answer.
+// Whether this platform has a driver installer at all (Windows does). Only there can the user do
+// something about a failure of install_driver(); elsewhere it is the normal answer.
 bool has_driver_installer();
 
 // Installs WinUSB for every connected device with these ids.
