@@ -1,13 +1,11 @@
 #include "dialogdriver.h"
 
 #include "qtcompat.h"
+#include "requestline.h"
 #include "usbaccess.h"
 
 #include <QAbstractButton>
-#include <QLabel>
-#include <QListWidget>
 #include <QSignalSpy>
-#include <QTabWidget>
 #include <QTest>
 
 #include <cstring>
@@ -42,7 +40,11 @@ ConfigDeviceDataPtr configData(const QByteArray &bytes)
 }
 
 DialogDriver::DialogDriver()
-    : scanner(dialog.findChild<DeviceScanner *>()), updateTask(dialog.findChild<UpdateTask *>())
+    : scanner(dialog.findChild<DeviceScanner *>()),
+      updateTask(dialog.findChild<UpdateTask *>()),
+      flags(actionFor(0xE2)),
+      inputStatus(actionFor(0xB2)),
+      modes(actionFor(0xB3))
 {
     // The scan that the constructor has started.
     QSignalSpy complete(scanner, &DeviceScanner::complete);
@@ -59,51 +61,44 @@ DialogDriver::DialogDriver()
                          asked.append(
                              QStringLiteral("start %1 %2").arg(desc.productName, fileName));
                      });
-    const auto actions = dialog.findChildren<ConfigDeviceAction *>();
-    for (ConfigDeviceAction *action : actions) {
-        (action->filterRequest(226)   ? flags
-         : action->filterRequest(178) ? inputStatus
-                                      : userModes) = action;
+    for (ConfigDeviceAction *action : dialog.findChildren<ConfigDeviceAction *>()) {
         takeOver(action);
     }
-    if (actions.size() != 3 || !flags || !inputStatus || !userModes) {
-        qFatal("the dialog does not have its three configuration actions");
+}
+
+ConfigDeviceAction *DialogDriver::actionFor(uint8_t request)
+{
+    for (ConfigDeviceAction *action : dialog.findChildren<ConfigDeviceAction *>()) {
+        if (action->filterRequest(request)) {
+            return action;
+        }
     }
+    qFatal("the dialog has no object for request %d", request);
 }
 
 void DialogDriver::takeOver(ConfigDeviceAction *action)
 {
-    const auto line = [](const char *verb, const DeviceDescription &desc, uint8_t request,
-                         uint16_t size, uint16_t index, uint16_t value) {
-        return QStringLiteral("%1 %2 %3 size %4 index %5 value %6")
-            .arg(QLatin1String(verb), QString::number(request), desc.productName,
-                 QString::number(size), QString::number(index), QString::number(value));
-    };
     QObject::disconnect(action, &ConfigDeviceBase::getConfigDeviceData, nullptr, nullptr);
     QObject::connect(action, &ConfigDeviceBase::getConfigDeviceData, &dialog,
-                     [this, line](const DeviceDescription &desc, uint8_t request,
-                                  const ConfigDeviceDataPtr &data, uint16_t size, uint16_t index,
-                                  uint16_t value) {
+                     [this](const DeviceDescription &desc, uint8_t request,
+                            const ConfigDeviceDataPtr &data, uint16_t size, uint16_t index,
+                            uint16_t value) {
                          const QByteArray bytes(reinterpret_cast<const char *>(data.data()), size);
-                         asked.append(line("get", desc, request, size, index, value));
+                         asked.append(desc.productName + ' ' +
+                                      requestLine({Direction::In, request, value, index, size}));
                          if (bytes != QByteArray(size, '\0')) {
                              asked.last() += QStringLiteral(" into a buffer that is not zeroed");
                          }
                      });
     QObject::disconnect(action, &ConfigDeviceBase::setConfigDeviceData, nullptr, nullptr);
-    QObject::connect(action, &ConfigDeviceBase::setConfigDeviceData, &dialog,
-                     [this, line](const DeviceDescription &desc, uint8_t request,
-                                  const ConfigDeviceDataPtr &data, uint16_t size, uint16_t index,
-                                  uint16_t value) {
-                         const QByteArray bytes(reinterpret_cast<const char *>(data.data()), size);
-                         asked.append(line("set", desc, request, size, index, value) + u' ' +
-                                      QString::fromLatin1(bytes.toHex(' ')));
-                     });
-}
-
-QString DialogDriver::statusLine()
-{
-    return find<QLabel>("inputSignalLabel")->text();
+    QObject::connect(
+        action, &ConfigDeviceBase::setConfigDeviceData, &dialog,
+        [this](const DeviceDescription &desc, uint8_t request, const ConfigDeviceDataPtr &data,
+               uint16_t size, uint16_t index, uint16_t value) {
+            const QByteArray bytes(reinterpret_cast<const char *>(data.data()), size);
+            asked.append(desc.productName + ' ' +
+                         requestLine({Direction::Out, request, value, index, size}, bytes));
+        });
 }
 
 void DialogDriver::click(const char *objectName)

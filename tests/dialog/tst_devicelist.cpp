@@ -249,7 +249,7 @@ void TestDeviceList::rowSelectedDuringAScanIsUsableAfterwards()
     driver.selectRow(1);
     QCOMPARE(driver.takeAsked(), QStringList{"scan"});
     emit driver.scanner->complete();
-    QCOMPARE(driver.takeAsked(), QStringList{"get 226 B size 1 index 0 value 0"});
+    QCOMPARE(driver.takeAsked(), QStringList{"B < e2 v0 i0 1"});
 }
 
 void TestDeviceList::rowsOfAnOvertakenScanAreDropped()

@@ -16,8 +16,8 @@
 
 namespace {
 
-const char s_readA[] = "get 226 A size 1 index 0 value 0";
-const char s_readB[] = "get 226 B size 1 index 0 value 0";
+const char s_readA[] = "A < e2 v0 i0 1";
+const char s_readB[] = "B < e2 v0 i0 1";
 
 // A dialog that is on the screen and has the keyboard, with two devices listed and none chosen.
 class Session : public DialogDriver
@@ -66,7 +66,7 @@ public:
     {
         for (int mode = 0; mode < 3; ++mode) {
             const QByteArray record = QByteArray(4, 1) + disabled;
-            emit userModes->getRequestComplete(179, configData(record), 5);
+            emit modes->getRequestComplete(179, configData(record), 5);
         }
     }
 
@@ -331,7 +331,7 @@ void TestKeyboard::returnAppliesOnTheApplyButtons()
     session.openPage("tabSettings");
     session.focusOn(session.find<QWidget>("updateSettingsButton"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
-    QCOMPARE(session.takeAsked(), QStringList{"set 227 A size 1 index 0 value 0 00"});
+    QCOMPARE(session.takeAsked(), QStringList{"A > e3 v0 i0 1 00"});
     emit session.flags->setRequestComplete(227);
     session.focusOn(session.find<QWidget>("keepAspectRatioCheckBox"));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
@@ -387,7 +387,7 @@ void TestKeyboard::focusReturnsAfterApply()
     QVERIFY(QApplication::focusWidget() != place);
     for (int write = 0; write < 3 && !session.tabs()->isEnabled(); ++write) {
         emit session.flags->setRequestComplete(227);
-        emit session.userModes->setRequestComplete(179);
+        emit session.modes->setRequestComplete(179);
     }
     QVERIFY(session.tabs()->isEnabled());
     COMPARE_FOCUS(place);
@@ -458,8 +458,8 @@ void TestKeyboard::focusGoesToTheTabBarWhenThePageIsDisabled()
     session.openPage("tabUserMode");
     session.focusOn(session.find<QWidget>("userMode1Width"));
     session.selectRow(1);
-    emit session.userModes->error(179, "no");
-    emit session.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    emit session.modes->error(179, "no");
+    emit session.modes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     QVERIFY(!session.find<QWidget>("tabUserMode")->isEnabled());
     COMPARE_FOCUS(session.tabBar());
 }

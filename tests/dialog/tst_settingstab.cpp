@@ -1,20 +1,30 @@
-// The Settings tab: the device flags byte behind four check boxes.
+// The Settings tab: the device flags byte behind its check boxes.
 
 #include "dialogdriver.h"
+#include "flagboxes.h"
 
-#include <QCheckBox>
 #include <QListWidget>
 #include <QTabWidget>
 #include <QTest>
 
 namespace {
 
-const char s_read[] = "get 226 Grabber size 1 index 0 value 0";
+const char s_read[] = "Grabber < e2 v0 i0 1";
 
-QString writeOf(const char *byte)
+QString writeOf(int byte)
 {
-    return QStringLiteral("set 227 Grabber size 1 index 0 value 0 %1").arg(QLatin1String(byte));
+    return QString::asprintf("Grabber > e3 v0 i0 1 %02x", byte);
 }
+
+const int s_bitsWithABox = [] {
+    int bits = 0;
+    for (const FlagBox &box : allFlagBoxes()) {
+        bits |= box.bit;
+    }
+    return bits;
+}();
+
+const QString s_allBoxes = boxesOf(s_bitsWithABox);
 
 // A driver whose Settings page has been read once, with every box unchecked.
 class ReadyDriver : public DialogDriver
@@ -33,26 +43,6 @@ public:
     {
         emit flags->getRequestComplete(226, configData(QByteArray(1, static_cast<char>(byte))), 1);
     }
-
-    QString boxStates()
-    {
-        QString states;
-        for (const char *name : s_boxes) {
-            states += find<QCheckBox>(name)->isChecked() ? u'x' : u'-';
-        }
-        return states;
-    }
-
-    void setBoxes(const char *states)
-    {
-        for (const char *name : s_boxes) {
-            find<QCheckBox>(name)->setChecked(*states++ == 'x');
-        }
-    }
-
-private:
-    static constexpr const char *s_boxes[] = {"reenumerateCheckBox", "keepAspectRatioCheckBox",
-                                              "performanceModeCheckBox", "audioSelectorCheckBox"};
 };
 
 } // namespace
@@ -127,7 +117,7 @@ void TestSettingsTab::requestLocksUntilItsCompletion()
     emit driver.flags->setRequestComplete(227);
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(driver.find<QWidget>("tabSettings")->isEnabled());
-    QCOMPARE(driver.takeAsked(), QStringList{writeOf("00")});
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(0x00)});
 }
 
 void TestSettingsTab::answerEnablesThePage_data()
@@ -157,52 +147,49 @@ void TestSettingsTab::answerEnablesThePage()
 void TestSettingsTab::boxesFollowTheirBits_data()
 {
     QTest::addColumn<int>("byte");
-    QTest::addColumn<QString>("states"); // input resolution, aspect ratio, performance, audio
-    QTest::newRow("none") << 0x00 << "----";
-    QTest::newRow("bit 0") << 0x01 << "x---";
-    QTest::newRow("bit 1") << 0x02 << "-x--";
-    QTest::newRow("bit 2") << 0x04 << "--x-";
-    QTest::newRow("bit 3 has no box") << 0x08 << "----";
-    QTest::newRow("bit 4") << 0x10 << "---x";
-    QTest::newRow("bits 5 to 7 have no box") << 0xE0 << "----";
-    QTest::newRow("all") << 0xFF << "xxxx";
+    QTest::addColumn<QString>("checked");
+    QTest::newRow("none") << 0x00 << "";
+    for (const FlagBox &box : allFlagBoxes()) {
+        QTest::newRow(box.name) << box.bit << box.name;
+    }
+    QTest::newRow("bits that have no box") << (0xFF & ~s_bitsWithABox) << "";
+    QTest::newRow("all") << 0xFF << s_allBoxes;
 }
 
 void TestSettingsTab::boxesFollowTheirBits()
 {
     QFETCH(int, byte);
-    QFETCH(QString, states);
+    QFETCH(QString, checked);
     ReadyDriver driver;
-    for (const char *before : {"----", "xxxx"}) {
-        driver.setBoxes(before);
+    for (const QString &before : {QString(), s_allBoxes}) {
+        driver.setCheckBoxes(before);
         driver.openTab("tabFirmware");
         driver.openTab("tabSettings");
         driver.answerRead(byte);
-        QCOMPARE(driver.boxStates(), states);
+        QCOMPARE(driver.checkBoxes(), checked);
     }
 }
 
 void TestSettingsTab::writtenByteIsBuiltFromTheBoxesAlone_data()
 {
-    QTest::addColumn<QByteArray>("states");
-    QTest::addColumn<QByteArray>("byte");
-    QTest::newRow("none") << QByteArray("----") << QByteArray("00");
-    QTest::newRow("input resolution") << QByteArray("x---") << QByteArray("01");
-    QTest::newRow("aspect ratio") << QByteArray("-x--") << QByteArray("02");
-    QTest::newRow("performance") << QByteArray("--x-") << QByteArray("04");
-    QTest::newRow("audio selector") << QByteArray("---x") << QByteArray("10");
-    QTest::newRow("all") << QByteArray("xxxx") << QByteArray("17");
+    QTest::addColumn<QString>("checked");
+    QTest::addColumn<int>("byte");
+    QTest::newRow("none") << "" << 0x00;
+    for (const FlagBox &box : allFlagBoxes()) {
+        QTest::newRow(box.name) << box.name << box.bit;
+    }
+    QTest::newRow("all") << s_allBoxes << s_bitsWithABox;
 }
 
 void TestSettingsTab::writtenByteIsBuiltFromTheBoxesAlone()
 {
-    QFETCH(QByteArray, states);
-    QFETCH(QByteArray, byte);
+    QFETCH(QString, checked);
+    QFETCH(int, byte);
     ReadyDriver driver;
-    driver.setBoxes(states.constData());
+    driver.setCheckBoxes(checked);
     QTest::ignoreMessage(QtDebugMsg, "Selected device: \"Grabber\"");
     driver.click("updateSettingsButton");
-    QCOMPARE(driver.takeAsked(), QStringList{writeOf(byte.constData())});
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(byte)});
 }
 
 void TestSettingsTab::unusedBitsAreClearedByAWrite()
@@ -210,11 +197,11 @@ void TestSettingsTab::unusedBitsAreClearedByAWrite()
     ReadyDriver driver;
     driver.openTab("tabFirmware");
     driver.openTab("tabSettings");
-    driver.answerRead(0x08);
-    QCOMPARE(driver.boxStates(), QString("----"));
+    driver.answerRead(0xFF & ~s_bitsWithABox);
+    QCOMPARE(driver.checkBoxes(), QString());
     driver.takeAsked();
     driver.click("updateSettingsButton");
-    QCOMPARE(driver.takeAsked(), QStringList{writeOf("00")});
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(0x00)});
 }
 
 void TestSettingsTab::allBitsReadAndWrittenBack()
@@ -223,10 +210,10 @@ void TestSettingsTab::allBitsReadAndWrittenBack()
     driver.openTab("tabFirmware");
     driver.openTab("tabSettings");
     driver.answerRead(0xFF);
-    QCOMPARE(driver.boxStates(), QString("xxxx"));
+    QCOMPARE(driver.checkBoxes(), s_allBoxes);
     driver.takeAsked();
     driver.click("updateSettingsButton");
-    QCOMPARE(driver.takeAsked(), QStringList{writeOf("17")});
+    QCOMPARE(driver.takeAsked(), QStringList{writeOf(s_bitsWithABox)});
 }
 
 void TestSettingsTab::applyWithoutARowAsksForADevice()
@@ -245,7 +232,7 @@ void TestSettingsTab::applyWithoutARowAsksForADevice()
 void TestSettingsTab::failedReadIsShownOnceAndKeepsTheBoxes()
 {
     ReadyDriver driver;
-    driver.setBoxes("x-x-");
+    driver.setCheckBoxes("reenumerate performanceMode");
     driver.openTab("tabFirmware");
     driver.openTab("tabSettings");
     QTest::ignoreMessage(QtDebugMsg, "Setting/getting flags error \"no %1\"");
@@ -261,21 +248,21 @@ void TestSettingsTab::failedReadIsShownOnceAndKeepsTheBoxes()
 
     emit driver.flags->getRequestComplete(226, ConfigDeviceDataPtr(), 0);
     QVERIFY(driver.tabs()->isEnabled());
-    QCOMPARE(driver.boxStates(), QString("x-x-"));
+    QCOMPARE(driver.checkBoxes(), QString("reenumerate performanceMode"));
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     // After an error not even data is believed, until the next request.
     driver.answerRead(0xFF);
-    QCOMPARE(driver.boxStates(), QString("x-x-"));
+    QCOMPARE(driver.checkBoxes(), QString("reenumerate performanceMode"));
     driver.openTab("tabFirmware");
     driver.openTab("tabSettings");
     driver.answerRead(0xFF);
-    QCOMPARE(driver.boxStates(), QString("xxxx"));
+    QCOMPARE(driver.checkBoxes(), s_allBoxes);
 }
 
 void TestSettingsTab::failedWriteTransferIsShownOnce()
 {
     ReadyDriver driver;
-    driver.setBoxes("x---");
+    driver.setCheckBoxes("reenumerate");
     driver.click("updateSettingsButton");
     emit driver.flags->error(227, "refused");
     QVERIFY(!driver.tabs()->isEnabled());
@@ -283,37 +270,37 @@ void TestSettingsTab::failedWriteTransferIsShownOnce()
     QVERIFY(driver.tabs()->isEnabled());
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     QCOMPARE(driver.boxes.shown.front().text, QString("refused"));
-    QCOMPARE(driver.boxStates(), QString("x---"));
+    QCOMPARE(driver.checkBoxes(), QString("reenumerate"));
 }
 
 void TestSettingsTab::writeToADeviceThatCannotBeOpened()
 {
     ReadyDriver driver;
-    driver.setBoxes("-x--");
+    driver.setCheckBoxes("keepAspectRatio");
     driver.click("updateSettingsButton");
     emit driver.flags->error(227, "not open");
     emit driver.flags->getRequestComplete(227, ConfigDeviceDataPtr(), 0);
     QVERIFY(driver.tabs()->isEnabled());
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
-    QCOMPARE(driver.boxStates(), QString("-x--"));
+    QCOMPARE(driver.checkBoxes(), QString("keepAspectRatio"));
 }
 
 void TestSettingsTab::emptyAnswerUnlocksAndKeepsTheBoxes()
 {
     ReadyDriver driver;
-    driver.setBoxes("-x-x");
+    driver.setCheckBoxes("keepAspectRatio audioSelector");
     driver.openTab("tabFirmware");
     driver.openTab("tabSettings");
     emit driver.flags->getRequestComplete(226, ConfigDeviceDataPtr(), 0);
     QVERIFY(driver.tabs()->isEnabled());
-    QCOMPARE(driver.boxStates(), QString("-x-x"));
+    QCOMPARE(driver.checkBoxes(), QString("keepAspectRatio audioSelector"));
     QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
 }
 
 void TestSettingsTab::completionMayArriveWhileTheErrorIsShown()
 {
     ReadyDriver driver;
-    driver.setBoxes("---x");
+    driver.setCheckBoxes("audioSelector");
     driver.openTab("tabFirmware");
     driver.openTab("tabSettings");
     driver.boxes.whileOpen = [&driver] {
@@ -322,7 +309,7 @@ void TestSettingsTab::completionMayArriveWhileTheErrorIsShown()
     emit driver.flags->error(226, "no");
     QVERIFY(driver.tabs()->isEnabled());
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
-    QCOMPARE(driver.boxStates(), QString("---x"));
+    QCOMPARE(driver.checkBoxes(), QString("audioSelector"));
 }
 
 void TestSettingsTab::markUpInAnErrorIsShownAsItIs()
@@ -340,11 +327,11 @@ void TestSettingsTab::selectionReadsTheNewDevice()
     driver.selectRow(1);
     QCOMPARE(driver.takeAsked(), QStringList{s_read});
     driver.answerRead(0x11);
-    QCOMPARE(driver.boxStates(), QString("x--x"));
+    QCOMPARE(driver.checkBoxes(), QString("reenumerate audioSelector"));
     driver.selectRow(0);
-    QCOMPARE(driver.takeAsked(), QStringList{"get 226 A size 1 index 0 value 0"});
+    QCOMPARE(driver.takeAsked(), QStringList{"A < e2 v0 i0 1"});
     driver.answerRead(0x06);
-    QCOMPARE(driver.boxStates(), QString("-xx-"));
+    QCOMPARE(driver.checkBoxes(), QString("keepAspectRatio performanceMode"));
 }
 
 // A request for a device that does not exist fails and says so; it must reach no other device.
@@ -355,7 +342,7 @@ void TestSettingsTab::rowWithoutARecordAsksForNoDevice()
     driver.list()->addItem(QStringLiteral("Grabber"));
     driver.selectRow(1);
     driver.openTab("tabSettings");
-    QCOMPARE(driver.takeAsked(), QStringList{"get 226  size 1 index 0 value 0"});
+    QCOMPARE(driver.takeAsked(), QStringList{" < e2 v0 i0 1"});
     QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
 }
 

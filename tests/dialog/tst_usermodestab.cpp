@@ -13,13 +13,13 @@ namespace {
 
 QString readOf(int mode)
 {
-    return QStringLiteral("get 179 Grabber size 5 index %1 value 0").arg(mode);
+    return QStringLiteral("Grabber < b3 v0 i%1 5").arg(mode);
 }
 
 QString writeOf(int mode, const char *bytes)
 {
-    return QStringLiteral("set 179 Grabber size 5 index %1 value 0 %2")
-        .arg(QString::number(mode), QLatin1String(bytes));
+    return QStringLiteral("Grabber > b3 v0 i%1 5 %2")
+        .arg(QString::number(mode), QString(bytes).remove(' '));
 }
 
 // A driver that shows the User Modes page; the read of mode 0 has been asked for.
@@ -35,7 +35,7 @@ public:
 
     void answerRead(const char *bytes)
     {
-        emit userModes->getRequestComplete(179, configData(QByteArray::fromHex(bytes)), 5);
+        emit modes->getRequestComplete(179, configData(QByteArray::fromHex(bytes)), 5);
     }
 
     void answerAllReads()
@@ -46,26 +46,13 @@ public:
         takeAsked();
     }
 
-    // "x1920x1080": checked, width, height.
-    QString shown(int mode)
-    {
-        const auto name = [mode](const char *end) {
-            return QStringLiteral("userMode%1%2").arg(mode + 1).arg(QLatin1String(end)).toLatin1();
-        };
-        return (find<QGroupBox>(name(""))->isChecked() ? u'x' : u'-') +
-               QString::number(find<QSpinBox>(name("Width"))->value()) + u'x' +
-               QString::number(find<QSpinBox>(name("Height"))->value());
-    }
-
-    QStringList allShown() { return {shown(0), shown(1), shown(2)}; }
-
     void answerStatus(const char *bytes)
     {
         emit inputStatus->getRequestComplete(178, configData(QByteArray::fromHex(bytes)), 29);
     }
 };
 
-const char s_poll[] = "get 178 Grabber size 29 index 0 value 0";
+const char s_poll[] = "Grabber < b2 v0 i0 29";
 
 // "RGB" and "HDMI", 1920x1080, progressive, 59.94 frames a second.
 const char s_signal[] = "52474200 00000000 00000000 48444d49 00000000 24ea0000 8007 3804 00";
@@ -122,7 +109,7 @@ void TestUserModesTab::threeModesAreReadInTurn()
     driver.answerRead("d0 02 40 02 00");
     QCOMPARE(driver.takeAsked(), QStringList());
     QVERIFY(driver.tabs()->isEnabled());
-    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-1280x720", "x720x576"}));
+    QCOMPARE(driver.userModes(), QString("1920x1080 on, 1280x720 off, 720x576 on"));
 }
 
 void TestUserModesTab::switchedOffModesKeepTheirSizes()
@@ -131,7 +118,7 @@ void TestUserModesTab::switchedOffModesKeepTheirSizes()
     driver.answerRead("80 07 38 04 01");
     driver.answerRead("00 05 d0 02 ff");
     driver.answerRead("d0 02 40 02 02");
-    QCOMPARE(driver.allShown(), (QStringList{"-1920x1080", "-1280x720", "-720x576"}));
+    QCOMPARE(driver.userModes(), QString("1920x1080 off, 1280x720 off, 720x576 off"));
 }
 
 void TestUserModesTab::numbersAreLittleEndianAndUnsigned()
@@ -140,7 +127,7 @@ void TestUserModesTab::numbersAreLittleEndianAndUnsigned()
     driver.answerRead("ff ff 00 80 00");
     driver.answerRead("01 00 00 01 00");
     driver.answerRead("00 00 00 00 00");
-    QCOMPARE(driver.allShown(), (QStringList{"x65535x32768", "x1x256", "x0x0"}));
+    QCOMPARE(driver.userModes(), QString("65535x32768 on, 1x256 on, 0x0 on"));
 }
 
 void TestUserModesTab::failedReadDisablesThePageWithoutABox()
@@ -148,9 +135,9 @@ void TestUserModesTab::failedReadDisablesThePageWithoutABox()
     ReadyDriver driver;
     driver.takeAsked();
     QTest::ignoreMessage(QtDebugMsg, "Setting/getting user mode error \"no\"");
-    emit driver.userModes->error(179, "no");
+    emit driver.modes->error(179, "no");
     QVERIFY(!driver.tabs()->isEnabled());
-    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    emit driver.modes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
@@ -162,10 +149,10 @@ void TestUserModesTab::failedReadOfALaterModeStopsTheSequence()
     ReadyDriver driver;
     driver.answerRead("80 07 38 04 00");
     driver.takeAsked();
-    emit driver.userModes->error(179, "no");
-    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    emit driver.modes->error(179, "no");
+    emit driver.modes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     QCOMPARE(driver.takeAsked(), QStringList());
-    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-0x0", "-0x0"}));
+    QCOMPARE(driver.userModes(), QString("1920x1080 on, 0x0 off, 0x0 off"));
     QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
 }
 
@@ -173,10 +160,10 @@ void TestUserModesTab::dataThatFollowsAnErrorIsNotBelieved()
 {
     ReadyDriver driver;
     driver.takeAsked();
-    emit driver.userModes->error(179, "no");
+    emit driver.modes->error(179, "no");
     driver.answerRead("80 07 38 04 00");
     QCOMPARE(driver.takeAsked(), QStringList());
-    QCOMPARE(driver.shown(0), QString("-0x0"));
+    QVERIFY(driver.userModes().startsWith("0x0 off, "));
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
 }
@@ -184,15 +171,15 @@ void TestUserModesTab::dataThatFollowsAnErrorIsNotBelieved()
 void TestUserModesTab::disabledPageComesBackWithTheNextRequest()
 {
     ReadyDriver driver;
-    emit driver.userModes->error(179, "no");
-    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    emit driver.modes->error(179, "no");
+    emit driver.modes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     driver.takeAsked();
     driver.openTab("tabFirmware");
     driver.openTab("tabUserMode");
     QCOMPARE(driver.takeAsked(), QStringList{readOf(0)});
     driver.answerAllReads();
     QVERIFY(driver.find<QWidget>("tabUserMode")->isEnabled());
-    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-1280x720", "x720x576"}));
+    QCOMPARE(driver.userModes(), QString("1920x1080 on, 1280x720 off, 720x576 on"));
 }
 
 void TestUserModesTab::emptyAnswerUnlocksAndKeepsTheWidgets()
@@ -201,10 +188,10 @@ void TestUserModesTab::emptyAnswerUnlocksAndKeepsTheWidgets()
     driver.answerAllReads();
     driver.openTab("tabFirmware");
     driver.openTab("tabUserMode");
-    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    emit driver.modes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(driver.find<QWidget>("tabUserMode")->isEnabled());
-    QCOMPARE(driver.allShown(), (QStringList{"x1920x1080", "-1280x720", "x720x576"}));
+    QCOMPARE(driver.userModes(), QString("1920x1080 on, 1280x720 off, 720x576 on"));
 }
 
 void TestUserModesTab::threeModesAreWrittenInTurn()
@@ -218,12 +205,12 @@ void TestUserModesTab::threeModesAreWrittenInTurn()
     driver.click("updateUserModesButton");
     QCOMPARE(driver.takeAsked(), QStringList{writeOf(0, "ff ff 00 01 00")});
     QVERIFY(!driver.tabs()->isEnabled());
-    emit driver.userModes->setRequestComplete(179);
+    emit driver.modes->setRequestComplete(179);
     QCOMPARE(driver.takeAsked(), QStringList{writeOf(1, "00 05 d0 02 00")});
-    emit driver.userModes->setRequestComplete(179);
+    emit driver.modes->setRequestComplete(179);
     QCOMPARE(driver.takeAsked(), QStringList{writeOf(2, "d0 02 40 02 00")});
     QVERIFY(!driver.tabs()->isEnabled());
-    emit driver.userModes->setRequestComplete(179);
+    emit driver.modes->setRequestComplete(179);
     QCOMPARE(driver.takeAsked(), QStringList());
     QVERIFY(driver.tabs()->isEnabled());
     QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
@@ -238,7 +225,7 @@ void TestUserModesTab::uncheckedModesAreWrittenAsSwitchedOff()
     }
     driver.click("updateUserModesButton");
     for (int i = 0; i < 3; ++i) {
-        emit driver.userModes->setRequestComplete(179);
+        emit driver.modes->setRequestComplete(179);
     }
     QCOMPARE(driver.takeAsked(),
              (QStringList{writeOf(0, "80 07 38 04 01"), writeOf(1, "00 05 d0 02 01"),
@@ -250,10 +237,10 @@ void TestUserModesTab::refusedModeStopsTheWritesAndIsShownOnce()
     ReadyDriver driver;
     driver.answerAllReads();
     driver.click("updateUserModesButton");
-    emit driver.userModes->setRequestComplete(179);
+    emit driver.modes->setRequestComplete(179);
     driver.takeAsked();
     QTest::ignoreMessage(QtDebugMsg, "Setting/getting user mode error \"refused\"");
-    emit driver.userModes->error(179, "refused");
+    emit driver.modes->error(179, "refused");
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     const ShownBox &box = driver.boxes.shown.front();
     QCOMPARE(box.icon, QMessageBox::Critical);
@@ -262,7 +249,7 @@ void TestUserModesTab::refusedModeStopsTheWritesAndIsShownOnce()
     QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
     QCOMPARE(box.parent, &driver.dialog);
     QVERIFY(!driver.tabs()->isEnabled());
-    emit driver.userModes->setRequestComplete(179);
+    emit driver.modes->setRequestComplete(179);
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(driver.find<QWidget>("tabUserMode")->isEnabled());
     QCOMPARE(driver.takeAsked(), QStringList());
@@ -275,8 +262,8 @@ void TestUserModesTab::writeToADeviceThatCannotBeOpened()
     driver.answerAllReads();
     driver.click("updateUserModesButton");
     driver.takeAsked();
-    emit driver.userModes->error(179, "not open");
-    emit driver.userModes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
+    emit driver.modes->error(179, "not open");
+    emit driver.modes->getRequestComplete(179, ConfigDeviceDataPtr(), 0);
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     QVERIFY(driver.tabs()->isEnabled());
     QVERIFY(!driver.find<QWidget>("tabUserMode")->isEnabled());
@@ -289,8 +276,8 @@ void TestUserModesTab::writeCompletionMayArriveWhileTheErrorIsShown()
     driver.answerAllReads();
     driver.click("updateUserModesButton");
     driver.takeAsked();
-    driver.boxes.whileOpen = [&driver] { emit driver.userModes->setRequestComplete(179); };
-    emit driver.userModes->error(179, "refused");
+    driver.boxes.whileOpen = [&driver] { emit driver.modes->setRequestComplete(179); };
+    emit driver.modes->error(179, "refused");
     QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
     QVERIFY(driver.tabs()->isEnabled());
     QCOMPARE(driver.takeAsked(), QStringList());
@@ -302,11 +289,11 @@ void TestUserModesTab::readErrorAfterAWriteIsNotShown()
     driver.answerAllReads();
     driver.click("updateUserModesButton");
     for (int i = 0; i < 3; ++i) {
-        emit driver.userModes->setRequestComplete(179);
+        emit driver.modes->setRequestComplete(179);
     }
     driver.openTab("tabFirmware");
     driver.openTab("tabUserMode");
-    emit driver.userModes->error(179, "no");
+    emit driver.modes->error(179, "no");
     QCOMPARE(driver.boxes.shown.size(), std::size_t(0));
 }
 
@@ -315,7 +302,7 @@ void TestUserModesTab::markUpInAnErrorIsShownAsItIs()
     ReadyDriver driver;
     driver.answerAllReads();
     driver.click("updateUserModesButton");
-    emit driver.userModes->error(179, "<b>refused</b>");
+    emit driver.modes->error(179, "<b>refused</b>");
     QCOMPARE(driver.boxes.shown.at(0).readableText(), QString("<b>refused</b>"));
 }
 
@@ -433,7 +420,7 @@ void TestUserModesTab::timerPollsOnlyWhileUnlocked()
     QTest::qWait(2600);
     QCOMPARE(driver.takeAsked(), QStringList());
     for (int i = 0; i < 3; ++i) {
-        emit driver.userModes->setRequestComplete(179);
+        emit driver.modes->setRequestComplete(179);
     }
     driver.takeAsked();
     QTRY_COMPARE_WITH_TIMEOUT(driver.asked, QStringList{s_poll}, 30000);

@@ -152,7 +152,7 @@ bool Clicker::runOperation(const QString &operation, QStringList &words)
         return awaitPoll();
     }
     if (operation == "apply-flags") {
-        return applyFlags(next().split(' '));
+        return applyFlags(next());
     }
     if (operation == "apply-modes") {
         return applyModes({next(), next(), next()});
@@ -193,8 +193,7 @@ bool Clicker::select(const QString &serial)
 bool Clicker::openTab(int tab)
 {
     user.clickTab(tab);
-    return user.find<QTabWidget>("tabWidget")->currentIndex() == tab &&
-           waitFor([this] { return user.isUnlocked(); });
+    return user.tabs()->currentIndex() == tab && waitFor([this] { return user.isUnlocked(); });
 }
 
 bool Clicker::awaitPoll()
@@ -204,11 +203,9 @@ bool Clicker::awaitPoll()
 }
 
 // The boxes to check, in the words of flagboxes.h; the others are not checked then.
-bool Clicker::applyFlags(const QStringList &boxes)
+bool Clicker::applyFlags(const QString &boxes)
 {
-    for (QCheckBox *box : user.find<QWidget>("tabSettings")->findChildren<QCheckBox *>()) {
-        box->setChecked(boxes.contains(box->objectName().remove("CheckBox")));
-    }
+    user.setCheckBoxes(boxes);
     user.click("updateSettingsButton");
     return !user.isUnlocked() && waitFor([this] { return user.isUnlocked(); });
 }

@@ -39,7 +39,7 @@ private:
     bool select(const QString &serial);
     bool openTab(int tab);
     bool awaitPoll();
-    bool applyFlags(const QStringList &boxes);
+    bool applyFlags(const QString &boxes);
     bool applyModes(const QStringList &modes);
 
     bool waitFor(const std::function<bool()> &condition);
