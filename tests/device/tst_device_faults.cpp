@@ -14,7 +14,6 @@ class TestFaults : public DeviceTest
 
 private slots:
     void lostAnswerToTheCrcIsReportedAndTheUpdateGoesOn();
-    void slowEdidIsWaitedForWhereOthersAreNot();
     void answersThatTakeFourFifthsOfTheirTimeAreWaitedFor();
     void deviceAtAnotherAddressIsNotTaken();
     void deviceOnAnotherPortIsNotTaken();
@@ -64,34 +63,6 @@ void TestFaults::lostAnswerToTheCrcIsReportedAndTheUpdateGoesOn()
     COMPARE_LINES(run.signalsOf(3).mid(run.signalsOf(3).size() - 3),
                   QStringList({"progress 96", "progress 100", "complete"}));
     COMPARE_MEMORIES(run, images);
-}
-
-// An answer after three seconds is too late for everything but the EDID.
-void TestFaults::slowEdidIsWaitedForWhereOthersAreNot()
-{
-    const Images images = makeImages(velk3, 8, 8);
-    const QString package = save("p", velk3, images);
-    SimBatch batch;
-    for (const char *request : {"EDID_START", "EDID_WRITE", "EDID_COMPLETE"}) {
-        batch.add(request, sceneOf(velk3), opsWithFault(QString(request) + " delay 3000", package),
-                  [images](SimRun &run) {
-                      QVERIFY(run.errorsOf(3).isEmpty());
-                      COMPARE_MEMORIES(run, images);
-                  });
-    }
-    batch.add("FX3_COMPLETE", sceneOf(velk3), opsWithFault("FX3_COMPLETE delay 3000", package),
-              [](SimRun &run) {
-                  COMPARE_LINES(run.errorsOf(3),
-                                QStringList{"Error: failed to complete microcode reflash: " +
-                                            libusbText(LIBUSB_ERROR_TIMEOUT)});
-              });
-    batch.add("FPGA_START", sceneOf(velk3), opsWithFault("FPGA_START delay 3000", package),
-              [](SimRun &run) {
-                  COMPARE_LINES(run.errorsOf(3),
-                                QStringList({"Error: failed to start FPGA reflashing: "
-                                             "LIBUSB_ERROR_TIMEOUT"}));
-              });
-    batch.run(5);
 }
 
 // Every answer, those to the scan included, comes after 80 percent of the time that it has.

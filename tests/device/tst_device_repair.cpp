@@ -18,7 +18,6 @@ private slots:
     void deviceThatComesBackDenied();
     void runningSandboxIsLoadedAnew();
     void packageOfAnotherProductFindsNoDevice();
-    void damagedEntries();
 
 private:
     void compareRepair(const ProductFacts &product, const char *mode);
@@ -67,26 +66,9 @@ QStringList withoutScan(const SimRun &run)
     return run.transcript().work("g").mid(s_bootLoaderProbe.size());
 }
 
-QStringList aborted(const WireModel &wire)
-{
-    return WireModel().openForWork().lines() + wire.lines() + WireModel().giveBack().lines();
-}
-
 QByteArray soft(const ProductFacts &product, const QByteArray &words = {})
 {
     return sceneOf(product, "mode soft\nreturn after 300\n" + words);
-}
-
-QByteArray packageWithSandbox(const ProductFacts &product, const PackageEntry &sandbox)
-{
-    std::vector<PackageEntry> entries = packageEntries(product, makeImages(product, 8, 8));
-    for (PackageEntry &entry : entries) {
-        if (entry.name == product.sandboxName) {
-            entry = sandbox;
-            entry.name = product.sandboxName;
-        }
-    }
-    return zipArchive(entries);
 }
 
 QStringList failedAfterLoading(const QList<int> &loading, const QString &error, bool hundred)
@@ -240,28 +222,6 @@ void TestRepair::packageOfAnotherProductFindsNoDevice()
     RUN(run);
     COMPARE_LINES(run.signalsOf(2),
                   failedAfterLoading({4, 5}, "Error: Failed to install driver", false));
-}
-
-void TestRepair::damagedEntries()
-{
-    Images images = tinyImages(velk3);
-    images.sections = {{0x40008000, patternBytes(64, 5)}, {0x40009000, patternBytes(200000, 6)}};
-    PackageEntry broken{"", images.sandbox(), true};
-    broken.damagedBytes = 70000; // more than a deflate block, so one of them loses its header
-    PackageEntry encrypted{"", images.sandbox()};
-    encrypted.encrypted = true;
-
-    SimRun run(soft(velk3), {"scan", "update", "S1", save("1", packageWithSandbox(velk3, broken)),
-                             "update", "S1", save("2", packageWithSandbox(velk3, encrypted))});
-    RUN(run);
-    // What libzip could not unpack is not sent.
-    Images whole = images;
-    whole.sections.pop_back();
-    const QStringList expected = aborted(WireModel().loadSandbox(whole)) + aborted(WireModel());
-    QCOMPARE(run.errorsOf(2), QStringList{"FX3 checksum error"});
-    QCOMPARE(run.errorsOf(3), QStringList{});
-    COMPARE_LINES(run.signalsOf(3), goodUpdate({1, 2, 100}));
-    COMPARE_LINES(withoutScan(run), expected);
 }
 
 QTEST_GUILESS_MAIN(TestRepair)

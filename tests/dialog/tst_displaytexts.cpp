@@ -106,6 +106,10 @@ void TestDisplayTexts::inputStatus_data()
     QTest::newRow("name runs on to the end of the record, not past it")
         << record("B", "12345678", "21212121 2222 2323 24")
         << "12345678!!!!\"\"##$ 8738x8995i@5.6e+05, B";
+    // 0x41424344, 0x3130 and 0x3332.
+    QTest::newRow("not one zero in the record")
+        << QByteArray("INFO56789ABNNAME5678DCBA01234")
+        << "NAME5678DCBA01234 12592x13106i@1.1e+06, INFO56789ABNNAME5678DCBA01234";
 }
 
 void TestDisplayTexts::inputStatus()

@@ -1,6 +1,5 @@
 // The Settings page: what it shows after every kind of answer, and what it writes.
 
-#include "flagboxes.h"
 #include "simulateddialog.h"
 
 class TestSimSettings : public SimulatedTest
@@ -9,14 +8,10 @@ class TestSimSettings : public SimulatedTest
 
 private slots:
     void boxesShowTheirBits();
-    void bitsWithoutABoxAreNotShownAndWrittenAsZero();
     void applyWritesTheBoxes();
-    void allFourBoxesMakeTheByte17();
-    void eachBoxIsABit();
     void otherPagesSendNothingAndComingBackReadsAgain();
     void selectionReadsTheOtherDevice();
     void controlsAreLockedDuringARead();
-    void readAgainAfterAFailure();
 
     void readFromADeviceThatIsGone();
     void readFromADeviceThatCannotBeOpened();
@@ -57,33 +52,6 @@ SCENE(TestSimSettings, boxesShowTheirBits, "device v\n product velk3\n flags 0x1
     QVERIFY(user.find<QWidget>("updateSettingsButton")->isEnabled());
 }
 
-SCENE(TestSimSettings, bitsWithoutABoxAreNotShownAndWrittenAsZero,
-      "device v\n product velk3\n flags 0x08\n")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString(""));
-    user.click("updateSettingsButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::configRequests("v"), (QStringList{"< e2 v0 i0 1 08", "> e3 v0 i0 1 00"}));
-    QCOMPARE(simulation::state("v")["flags"].toInt(), 0x00);
-    QCOMPARE(user.boxTexts(), QStringList());
-}
-
-SCENE(TestSimSettings, allFourBoxesMakeTheByte17, "device v\n product velk3\n flags 0xFF\n")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(),
-             QString("reenumerate keepAspectRatio performanceMode audioSelector"));
-    user.click("updateSettingsButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::configRequests("v"), (QStringList{"< e2 v0 i0 1 ff", "> e3 v0 i0 1 17"}));
-    QCOMPARE(simulation::state("v")["flags"].toInt(), 0x17);
-}
-
 SCENE(TestSimSettings, applyWritesTheBoxes, s_scene)
 {
     SimulatedDialog user;
@@ -99,21 +67,6 @@ SCENE(TestSimSettings, applyWritesTheBoxes, s_scene)
     QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode"));
     // What was written is not read back.
     QCOMPARE(simulation::configRequests("v"), (QStringList{"< e2 v0 i0 1 05", "> e3 v0 i0 1 06"}));
-}
-
-SCENE(TestSimSettings, eachBoxIsABit, "device v\n product velk3\n")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(1));
-    for (const FlagBox &flag : allFlagBoxes()) {
-        const QByteArray box = QByteArray(flag.name) + "CheckBox";
-        user.click(box);
-        user.click("updateSettingsButton");
-        EVENTUALLY(user.isUnlocked());
-        QCOMPARE(simulation::state("v")["flags"].toInt(), flag.bit);
-        user.click(box);
-    }
 }
 
 SCENE(TestSimSettings, otherPagesSendNothingAndComingBackReadsAgain, s_scene)
@@ -171,19 +124,6 @@ SCENE(TestSimSettings, controlsAreLockedDuringARead, s_scene)
     EVENTUALLY(user.isUnlocked());
     QCOMPARE(user.checkBoxes(), QString("reenumerate performanceMode"));
     QCOMPARE(simulation::configRequests("v"), QStringList{"< e2 v0 i0 1 05"});
-}
-
-SCENE(TestSimSettings, readAgainAfterAFailure, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    simulation::control("fault v GET_DEVICE_FLAGS stall");
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString(""));
-    QVERIFY(user.openTab(0));
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString("reenumerate performanceMode"));
-    QCOMPARE(user.boxTexts().size(), 1);
 }
 
 // ---- failures

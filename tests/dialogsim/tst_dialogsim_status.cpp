@@ -10,10 +10,6 @@ class TestSimStatus : public SimulatedTest
 private slots:
     void signalAppearsBecomesInterlacedAndIsLost();
     void signalThatIsThereIsShown();
-    void rates();
-    void missingTextsAreUnknown();
-    void textsWithoutAnEndStopAtTheEndOfTheRecord();
-    void shortAnswerIsNoSignal();
     void pollOfADeviceThatIsGoneIsNotSupported();
     void pollOfADeviceThatCannotBeOpenedIsNotSupported();
     void pollOfABusyDeviceIsNotSupported();
@@ -76,55 +72,6 @@ SCENE(TestSimStatus, signalThatIsThereIsShown, s_scene)
                                                               "8007"
                                                               "3804"
                                                               "00")));
-}
-
-SCENE(TestSimStatus, rates, "device v\n product velk3\n")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    const std::pair<int, const char *> rates[] = {
-        {59940, "60"}, {23976, "24"}, {120000, "1.2e+02"}};
-    for (const auto &[rate, text] : rates) {
-        simulation::control(QString("set v input 1280x720p %1 \"N\" \"I\"").arg(rate));
-        EVENTUALLY_EQUAL(user.statusLine(), QString("N 1280x720p@%1, I").arg(text));
-    }
-}
-
-SCENE(TestSimStatus, missingTextsAreUnknown, R"(
-device v
-    product velk3
-    input 720x576i 25000 "" ""
-)")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    EVENTUALLY_EQUAL(user.statusLine(), QString("unknown 720x576i@25, unknown"));
-}
-
-// Not one zero byte: the name runs through all numbers, the information through everything.
-SCENE(
-    TestSimStatus, textsWithoutAnEndStopAtTheEndOfTheRecord,
-    "device v\n product velk3\n"
-    "fault v INPUT_STATUS every data 494e464f353637383941424e4e414d4535363738444342413031323334\n")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    EVENTUALLY_EQUAL(user.statusLine(), QString("NAME5678DCBA01234 12592x13106i@1.1e+06, "
-                                                "INFO56789ABNNAME5678DCBA01234"));
-}
-
-SCENE(TestSimStatus, shortAnswerIsNoSignal, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    simulation::control("fault v INPUT_STATUS every short 20"); // both texts
-    EVENTUALLY_EQUAL(user.statusLine(), QString("no signal"));
-    simulation::control("clear-faults");
-    simulation::control("fault v INPUT_STATUS every short 28"); // all but the scan flag
-    EVENTUALLY_EQUAL(user.statusLine(), s_signal);
-    simulation::control("clear-faults");
-    simulation::control("fault v INPUT_STATUS every short 0");
-    EVENTUALLY_EQUAL(user.statusLine(), QString("no signal"));
 }
 
 // A poll fails: the line says so, no box appears, and everything stays usable.

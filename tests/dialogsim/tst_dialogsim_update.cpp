@@ -29,11 +29,9 @@ private slots:
     void deviceThatIsGone();
     void deviceThatCannotBeOpened();
     void deviceThatIsBusy();
-    void updateAgainAfterAFailure();
 
     void sandboxThatIsRunningAlready();
     void repairOfADeviceThatDoesNotComeBack();
-    void repairOfADeviceWithDefectiveMemory();
     void brokenUpdateIsBroughtBackByARepair();
 
 private:
@@ -299,26 +297,6 @@ SCENE(TestSimUpdate, deviceThatIsBusy, s_velk3)
          {s_velk3Row});
 }
 
-SCENE(TestSimUpdate, updateAgainAfterAFailure, s_velk3)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    simulation::control("fault v FPGA_WRITE nth 2 stall");
-    startUpdate(user, simulation::packageFile("velk3"));
-    QVERIFY(user.waitForScan(2));
-    QCOMPARE(user.boxTexts(),
-             QStringList{box("Error: failed to write FPGA block:  LIBUSB_ERROR_PIPE")});
-    user.clickRow(0);
-    user.click("updateButton");
-    QCOMPARE(user.warning(), QString("DO NOT INTERRUPT"));
-    EVENTUALLY(user.barText().endsWith('%'));
-    QVERIFY(user.waitForScan(3));
-    QCOMPARE(user.barText(), QString("Update Completed"));
-    QCOMPARE(user.warning(), QString());
-    QCOMPARE(user.boxTexts().size(), 1);
-    QCOMPARE(memoryMismatch("v", "velk3"), QString());
-}
-
 // ---- repairs
 
 // The device came back too late for an earlier repair: the user presses UPDATE once more.
@@ -357,19 +335,6 @@ device v
 )")
 {
     fail({}, "velk3", {"Error: Failed to install driver"}, {1, 2, 10, 14}, {});
-}
-
-// The bar goes to its end all the same, and still says how the repair ended.
-SCENE(TestSimUpdate, repairOfADeviceWithDefectiveMemory, R"(
-device v
-    product velk3
-    mode soft
-    serial "A"
-    bad-ram 0x40013010
-)")
-{
-    fail({}, "velk3", {"Fail to verify image"}, {1, 2, 10, 100},
-         {"VELK3 Grabber (A, ) [e5c1:3600] (Soft Repair Mode)"});
 }
 
 // From a running device over an interrupted update and its rescue to the new version.

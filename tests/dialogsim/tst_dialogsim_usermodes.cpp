@@ -19,13 +19,10 @@ private slots:
     void readFromADeviceThatIsGone();
     void readFromADeviceThatCannotBeOpened();
     void readFromADeviceThatIsBusy();
-    void pageWorksAgainAfterAFailedRead();
-    void settingsCanBeUsedAfterAFailedRead();
 
     void writeToADeviceThatIsGone();
     void writeToADeviceThatCannotBeOpened();
     void writeToADeviceThatIsBusy();
-    void writeAgainAfterAFailure();
 
 private:
     void failRead(const QStringList &preparations, const QStringList &requests,
@@ -206,31 +203,6 @@ SCENE(TestSimUserModes, readFromADeviceThatIsBusy, s_scene)
              "1x1 off, 1920x1080 off, 640x480 on");
 }
 
-SCENE(TestSimUserModes, pageWorksAgainAfterAFailedRead, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    simulation::control("fault v USER_MODE index 1 stall");
-    QVERIFY(user.openTab(2));
-    QVERIFY(!user.find<QWidget>("tabUserMode")->isEnabled());
-    QVERIFY(user.openTab(0));
-    QVERIFY(user.openTab(2));
-    QVERIFY(user.find<QWidget>("tabUserMode")->isEnabled());
-    QCOMPARE(user.userModes(), s_asInTheScene);
-}
-
-SCENE(TestSimUserModes, settingsCanBeUsedAfterAFailedRead, "velk3")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    simulation::control("fault velk3 USER_MODE every stall");
-    QVERIFY(user.openTab(2));
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString("reenumerate keepAspectRatio"));
-    QVERIFY(user.find<QWidget>("updateSettingsButton")->isEnabled());
-    QCOMPARE(user.boxTexts(), QStringList());
-}
-
 // ---- failing writes
 
 // Writes 1x1, 2x2 and 3x3, of which as many arrive as is said.
@@ -273,22 +245,6 @@ SCENE(TestSimUserModes, writeToADeviceThatCannotBeOpened, s_scene)
 SCENE(TestSimUserModes, writeToADeviceThatIsBusy, s_scene)
 {
     failWrite({"fault v claim nth 2 busy"}, {"> b3 v0 i0 5 0100010000"}, 1);
-}
-
-SCENE(TestSimUserModes, writeAgainAfterAFailure, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(2));
-    simulation::control("fault v USER_MODE out index 1 stall");
-    user.setUserMode(2, 3, 3, true);
-    user.click("updateUserModesButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(user.boxTexts().size(), 1);
-    user.click("updateUserModesButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(user.boxTexts().size(), 1);
-    QCOMPARE(heldModes(), QString("1280x720 0, 1920x1080 1, 3x3 0"));
 }
 
 SIMULATED_DIALOG_TEST_MAIN(TestSimUserModes)
