@@ -337,7 +337,7 @@ Verdict CaptureDevice::edidRequest(const Setup &setup, const Bytes &out)
 
 Verdict CaptureDevice::writeUserMode(uint16_t index, const Bytes &out)
 {
-    if (out.size() < userModeSize) {
+    if (out.size() < UserModeSize) {
         return Verdict::taken(); // cut short on its way: nothing that could be stored
     }
     modes.at(index) = {readLe16(&out[0]), readLe16(&out[2]), out[4]};

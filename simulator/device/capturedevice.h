@@ -64,7 +64,7 @@ public:
     Mode mode() const { return currentMode; }
     UsbId id() const;
     uint8_t flags() const { return deviceFlags; }
-    const std::array<UserModeRecord, userModeCount> &userModes() const { return modes; }
+    const std::array<UserModeRecord, UserModeCount> &userModes() const { return modes; }
     std::optional<std::string> productString() const;
     std::optional<std::string> serial() const;
     std::optional<std::string> version() const;
@@ -101,7 +101,7 @@ private:
     EdidMemory edidMemory;
     BootRam ram;
     uint8_t deviceFlags = 0;
-    std::array<UserModeRecord, userModeCount> modes{};
+    std::array<UserModeRecord, UserModeCount> modes{};
     bool microcodeWritten = false; // the version comes from the microcode from now on
     bool updated = false;
     std::optional<Departure> departure;

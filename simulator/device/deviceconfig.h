@@ -62,7 +62,7 @@ struct DeviceConfig
     unsigned busyPolls = 3;
     unsigned latencyMs = 0;
     uint8_t flags = 0;
-    std::array<UserModeRecord, userModeCount> userModes{};
+    std::array<UserModeRecord, UserModeCount> userModes{};
     InputTimeline input;
     std::optional<Bytes> microcode;
     std::optional<Bytes> bitstream;

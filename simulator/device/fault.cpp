@@ -21,7 +21,7 @@ bool matches(const Fault &fault, const Setup &setup)
     case Fault::Where::Request:
         return matchesRequest(fault, setup);
     case Fault::Where::Start:
-        return setup.requestType == vendorOut && setup.request == MemoryAccess && setup.length == 0;
+        return setup.requestType == VendorOut && setup.request == MemoryAccess && setup.length == 0;
     case Fault::Where::String:
         return setup.requestType == 0x80 && setup.request == s_getDescriptor &&
                setup.value == (s_stringType << 8 | fault.code);

@@ -10,17 +10,17 @@ constexpr Direction s_in = Direction::In;
 
 constexpr RequestRule s_rules[] = {
     // name, code, direction, addressed, last index, length from, to, multiple of
-    {"MEMORY_ACCESS", MemoryAccess, s_out, true, 0, 0, blockSize, 1},
-    {"MEMORY_ACCESS", MemoryAccess, s_in, true, 0, 1, blockSize, 1},
-    {"INPUT_STATUS", InputStatus, s_in, false, 0, inputStatusSize, inputStatusSize, 1},
-    {"USER_MODE", UserMode, s_in, false, userModeCount - 1, userModeSize, userModeSize, 1},
-    {"USER_MODE", UserMode, s_out, false, userModeCount - 1, userModeSize, userModeSize, 1},
+    {"MEMORY_ACCESS", MemoryAccess, s_out, true, 0, 0, BlockSize, 1},
+    {"MEMORY_ACCESS", MemoryAccess, s_in, true, 0, 1, BlockSize, 1},
+    {"INPUT_STATUS", InputStatus, s_in, false, 0, InputStatusSize, InputStatusSize, 1},
+    {"USER_MODE", UserMode, s_in, false, UserModeCount - 1, UserModeSize, UserModeSize, 1},
+    {"USER_MODE", UserMode, s_out, false, UserModeCount - 1, UserModeSize, UserModeSize, 1},
     {"FPGA_START", FpgaStart, s_out, false, 0, 0, 0, 1},
-    {"FPGA_WRITE", FpgaWrite, s_out, false, 0, 1, blockSize, 1},
+    {"FPGA_WRITE", FpgaWrite, s_out, false, 0, 1, BlockSize, 1},
     {"FPGA_COMPLETE", FpgaComplete, s_out, false, 0, 0, 0, 1},
     {"FPGA_STATUS", FpgaStatus, s_in, false, 0, 1, 1, 1},
     {"FX3_START", Fx3Start, s_out, false, 0, 0, 0, 1},
-    {"FX3_WRITE", Fx3Write, s_out, false, 0, 4, blockSize, 4},
+    {"FX3_WRITE", Fx3Write, s_out, false, 0, 4, BlockSize, 4},
     {"FX3_COMPLETE", Fx3Complete, s_out, false, 0, 0, 0, 1},
     {"FX3_STATUS", Fx3Status, s_in, false, 0, 1, 1, 1},
     {"EDID_START", EdidStart, s_out, false, 0, 0, 0, 1},
@@ -72,7 +72,7 @@ int requestCode(const std::string &name)
 
 std::string ruleViolation(const Setup &setup)
 {
-    if (setup.requestType != vendorIn && setup.requestType != vendorOut) {
+    if (setup.requestType != VendorIn && setup.requestType != VendorOut) {
         return describe("bmRequestType", setup.requestType);
     }
     if (!requestName(setup.request)) {

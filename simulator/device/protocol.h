@@ -28,12 +28,12 @@ enum Request : uint8_t {
 
 enum class Direction { Out, In };
 
-constexpr uint8_t vendorIn = 0xC0;   // bmRequestType: vendor request to the device, IN
-constexpr uint8_t vendorOut = 0x40;  // the same, OUT
-constexpr uint16_t blockSize = 4096; // largest block of an image
-constexpr uint16_t inputStatusSize = 29;
-constexpr uint16_t userModeSize = 5;
-constexpr unsigned userModeCount = 3;
+constexpr uint8_t VendorIn = 0xC0;   // bmRequestType: vendor request to the device, IN
+constexpr uint8_t VendorOut = 0x40;  // the same, OUT
+constexpr uint16_t BlockSize = 4096; // largest block of an image
+constexpr uint16_t InputStatusSize = 29;
+constexpr uint16_t UserModeSize = 5;
+constexpr unsigned UserModeCount = 3;
 
 // The setup stage of a control transfer, in host byte order.
 struct Setup

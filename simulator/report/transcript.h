@@ -42,7 +42,7 @@ private:
 
     struct CloseFile
     {
-        void operator()(std::FILE *file) const { std::fclose(file); }
+        void operator()(std::FILE *open) const { std::fclose(open); }
     };
     std::unique_ptr<std::FILE, CloseFile> file;
     bool full;

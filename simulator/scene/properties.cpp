@@ -204,7 +204,7 @@ std::pair<uint16_t, uint16_t> readSize(const std::string &word, std::string &res
 
 void readUserMode(WordReader &words, DeviceConfig &config, const Context &)
 {
-    const uint32_t number = words.number("user mode", 0, userModeCount - 1);
+    const uint32_t number = words.number("user mode", 0, UserModeCount - 1);
     const std::string word = words.next("size");
     std::string rest;
     const auto [width, height] = readSize(word, rest);

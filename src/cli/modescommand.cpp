@@ -40,8 +40,8 @@ using Modes = std::array<UserMode, s_modeCount>;
 
 std::optional<Size> parseSize(const QString &text)
 {
-    static const QRegularExpression pattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})$"));
-    const QRegularExpressionMatch match = pattern.match(text);
+    static const QRegularExpression s_pattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})$"));
+    const QRegularExpressionMatch match = s_pattern.match(text);
     bool widthFits = false;
     bool heightFits = false;
     const quint16 width = match.captured(1).toUShort(&widthFits);

@@ -25,8 +25,8 @@ Selection nothing(ExitStatus status, const QString &error)
 
 bool isPortPath(const QString &name)
 {
-    static const QRegularExpression path(QStringLiteral("^[0-9]+-[0-9]+([.][0-9]+)*$"));
-    return path.match(name).hasMatch();
+    static const QRegularExpression s_path(QStringLiteral("^[0-9]+-[0-9]+([.][0-9]+)*$"));
+    return s_path.match(name).hasMatch();
 }
 
 bool hasName(const ListedDevice &device, const QString &name)

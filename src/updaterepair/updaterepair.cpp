@@ -185,7 +185,7 @@ void UpdateRepair::tryLoadDeviceSettings()
         QWidget *Ui_UpdateRepair::*widget;
         void (UpdateRepair::*load)(const DeviceDescription &);
     };
-    static constexpr Page pages[] = {
+    static constexpr Page s_pages[] = {
         {&Ui_UpdateRepair::tabSettings, &UpdateRepair::loadSettings},
         {&Ui_UpdateRepair::tabUserMode, &UpdateRepair::loadUserModes},
     };
@@ -198,7 +198,7 @@ void UpdateRepair::tryLoadDeviceSettings()
     if (ui->devicesList->currentRow() < 0) {
         return;
     }
-    for (const Page &page : pages) {
+    for (const Page &page : s_pages) {
         DeviceDescription desc;
         if (ui->tabWidget->currentWidget() == ui.get()->*page.widget &&
             prepareConfigurationDeviceRequest(desc)) {

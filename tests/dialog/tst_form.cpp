@@ -323,6 +323,25 @@ std::vector<Property> expectedNames()
     return names;
 }
 
+void addUserModes(std::vector<Property> &properties)
+{
+    properties.push_back({"userMode1", "title", "User mode 1"});
+    properties.push_back({"userMode2", "title", "User mode 2"});
+    properties.push_back({"userMode3", "title", "User mode 3"});
+    for (const char *group : {"userMode1", "userMode2", "userMode3"}) {
+        properties.push_back({group, "checkable", true});
+        properties.push_back({group, "checked", false});
+    }
+    for (const char *box : {"userMode1Width", "userMode1Height", "userMode2Width",
+                            "userMode2Height", "userMode3Width", "userMode3Height"}) {
+        properties.push_back({box, "frame", true});
+        properties.push_back({box, "buttonSymbols", int(QAbstractSpinBox::PlusMinus)});
+        properties.push_back({box, "accelerated", true});
+        properties.push_back({box, "minimum", 0});
+        properties.push_back({box, "maximum", 65535});
+    }
+}
+
 // Every property that is not the default of its class. Icons and pixmaps have tests of their own.
 std::vector<Property> expectedProperties()
 {
@@ -380,22 +399,8 @@ std::vector<Property> expectedProperties()
         {"label_6", "text", "Height:"},
         {"label_7", "text", "Width:"},
         {"label_8", "text", "Height:"},
-        {"userMode1", "title", "User mode 1"},
-        {"userMode2", "title", "User mode 2"},
-        {"userMode3", "title", "User mode 3"},
     };
-    for (const char *group : {"userMode1", "userMode2", "userMode3"}) {
-        properties.push_back({group, "checkable", true});
-        properties.push_back({group, "checked", false});
-    }
-    for (const char *box : {"userMode1Width", "userMode1Height", "userMode2Width",
-                            "userMode2Height", "userMode3Width", "userMode3Height"}) {
-        properties.push_back({box, "frame", true});
-        properties.push_back({box, "buttonSymbols", int(QAbstractSpinBox::PlusMinus)});
-        properties.push_back({box, "accelerated", true});
-        properties.push_back({box, "minimum", 0});
-        properties.push_back({box, "maximum", 65535});
-    }
+    addUserModes(properties);
     for (const Property &name : expectedNames()) {
         properties.push_back(name);
     }

@@ -739,7 +739,7 @@ const char *LIBUSB_CALL libusb_error_name(int code)
 
 const char *LIBUSB_CALL libusb_strerror(int code)
 {
-    static const char *const sentences[] = {
+    static const char *const s_sentences[] = {
         "Success",
         "Input/Output Error",
         "Invalid parameter",
@@ -759,7 +759,7 @@ const char *LIBUSB_CALL libusb_strerror(int code)
     if (usb.nullTexts) {
         return nullptr;
     }
-    return code <= 0 && code >= -12 ? sentences[-code] : "Other error";
+    return code <= 0 && code >= -12 ? s_sentences[-code] : "Other error";
 }
 
 } // extern "C"
