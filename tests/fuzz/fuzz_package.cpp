@@ -20,7 +20,6 @@
 namespace {
 
 constexpr quint16 s_vendor = 0xE5C1;
-constexpr quint16 s_runningProducts[] = {0x3601, 0x3621, 0x3631};
 constexpr std::size_t s_blockSize = 4096;
 
 enum Request : quint8 {
@@ -260,6 +259,12 @@ void requireTruth(const std::uint8_t *data, std::size_t size, const Memories &me
 
 // ---- the devices
 
+// "e5c1:3601", less its vendor.
+quint16 productIdOf(const char *id)
+{
+    return QByteArray(id).mid(5).toUShort(nullptr, 16);
+}
+
 void updateRunning(quint16 product, const std::uint8_t *data, std::size_t size)
 {
     Memories memories;
@@ -275,15 +280,17 @@ void updateRunning(quint16 product, const std::uint8_t *data, std::size_t size)
 void repairBare(const std::uint8_t *data, std::size_t size)
 {
     Memories memories;
-    Grabber velk3(0x360F, memories);
-    Grabber sorn3(0x362F, memories);
-    Grabber velk3_4k(0x363F, memories);
-    const std::vector<libusb_device *> sandboxes{&velk3, &sorn3, &velk3_4k};
-    for (libusb_device *sandbox : sandboxes) {
-        sandbox->plugged = false;
+    std::vector<std::unique_ptr<Grabber>> grabbers;
+    std::vector<libusb_device *> sandboxes;
+    for (const ProductFacts *product : allProducts()) {
+        grabbers.push_back(std::make_unique<Grabber>(productIdOf(product->sandboxId), memories));
+        sandboxes.push_back(grabbers.back().get());
+        sandboxes.back()->plugged = false;
     }
     BareController controller(sandboxes);
-    bus::setDevices({&controller, &velk3, &sorn3, &velk3_4k});
+    std::vector<libusb_device *> devices = sandboxes;
+    devices.insert(devices.begin(), &controller);
+    bus::setDevices(devices);
     const UpdateOutcome outcome =
         runUpdate(describeDevice(0x04B4, 0x00F3, DeviceMode::HardRepair), data, size);
     // A package whose sandbox cannot be opened is the one that repair says nothing about.
@@ -302,8 +309,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    for (const quint16 product : s_runningProducts) {
-        updateRunning(product, data, size);
+    for (const ProductFacts *product : allProducts()) {
+        updateRunning(productIdOf(product->runningId), data, size);
     }
     repairBare(data, size);
     return 0;

@@ -4,9 +4,10 @@
 #include "acceptingusb.h"
 #include "expectedproduct.h"
 #include "fuzzing.h"
-#include "packagebuilder.h"
+#include "products.h"
 #include "updaterun.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace {
@@ -17,11 +18,13 @@ constexpr quint16 s_runningVelk3 = 0x3601;
 QByteArray packageWith(const QByteArray &productInfo)
 {
     std::vector<PackageEntry> entries{{"product.info", productInfo}};
-    for (const char *name :
-         {"velk3.bin", "velk3.img", "velk3-sandbox.img", "QuorlinDriverlessGrabber.img",
-          "usb-sandbox.img", "sorn3.bin", "sorn3.img", "sorn3-sandbox.img", "velk3_4k.bin",
-          "velk3_4k.img", "velk3_4k-sandbox.img"}) {
-        entries.push_back({name, "1234"});
+    for (const ProductFacts *product : allPackages()) {
+        for (const char *name : {product->fpgaName, product->fx3Name, product->sandboxName}) {
+            if (std::none_of(entries.begin(), entries.end(),
+                             [name](const PackageEntry &entry) { return entry.name == name; })) {
+                entries.push_back({name, "1234"});
+            }
+        }
     }
     return zipArchive(entries);
 }

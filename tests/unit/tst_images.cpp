@@ -1,4 +1,5 @@
 #include "edidwriter.h"
+#include "imagewriter.h"
 #include "libziptexts.h"
 #include "updaterun.h"
 #include "ziparchive.h"
@@ -20,6 +21,7 @@ class TestImages : public QObject
 private slots:
     void microcodeIsSentInBlocks_data();
     void microcodeIsSentInBlocks();
+    void microcodeFillsItsShareFrom10To40();
     void microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock_data();
     void microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock();
     void microcodeThatCannotBeReadStops_data();
@@ -159,6 +161,28 @@ void TestImages::microcodeIsSentInBlocks()
                  errorEnding("Error: failed to start FPGA reflashing: LIBUSB_ERROR_PIPE"));
     QCOMPARE(run.bus.describedTransfers().mid(0, run.bus.describedTransfers().size() - 1),
              microcodeRequests(image));
+}
+
+// The share need not be one that an update has today.
+void TestImages::microcodeFillsItsShareFrom10To40()
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("package.fw");
+    writeFile(path, zipArchive({{"a.img", patternBytes(10000)}}));
+    Zip zip(path.toStdString());
+    ScriptedUsb bus;
+    libusb_device_handle *handle = nullptr;
+    QCOMPARE(libusb_open(bus.plug("a", velk3.runningId), &handle), 0);
+    QCOMPARE(libusb_claim_interface(handle, 0), 0);
+    QList<int> progress;
+    const UpdateReport report{[&](int percent) { progress.append(percent); },
+                              [](const QString &text) { QFAIL(qPrintable(text)); }};
+    const auto ready = [](VendorRequests) { return 0; };
+    QVERIFY(ImageWriter(s_fx3Image, handle, report, ready).write(10, 40, "a.img", zip) >= 0);
+    libusb_release_interface(handle, 0);
+    libusb_close(handle);
+    // 10 + 30 * 4096 / 10000, 10 + 30 * 8192 / 10000, 40
+    QCOMPARE(progress, (QList<int>{22, 34, 40}));
 }
 
 void TestImages::microcodeThatIsNoMultipleOfFourStopsAtItsLastBlock_data()
