@@ -18,6 +18,9 @@ PRODUCTS = {
     "sorn3": {"name": "SORN3 Grabber", "id": "e5c1:3621", "soft": "e5c1:3620", "edid": False},
     "velk3_4k": {"name": "VELK3 4K Grabber", "id": "e5c1:3631", "soft": "e5c1:3630", "edid": True},
 }
+# What each setting is called, and its bit in the flags byte.
+SETTINGS = {"input-resolution": 0x01, "aspect-ratio": 0x02, "performance": 0x04, "audio-selector": 0x10}
+ALL_SETTINGS = sum(SETTINGS.values())
 NEW_VERSION = "2.0.0"  # of every sample package
 RETRY = "Do not disconnect. Retry. Call Support."
 CONTINUED = "DO NOT INTERRUPT"

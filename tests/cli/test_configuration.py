@@ -2,13 +2,11 @@
 
 import signal
 
-from support import NO_DEVICE, PRODUCTS, STALL, CliTest, table, transcript, with_tables
-
-NAMES = {"input-resolution": 0x01, "aspect-ratio": 0x02, "performance": 0x04, "audio-selector": 0x10}
+from support import ALL_SETTINGS, NO_DEVICE, PRODUCTS, SETTINGS, STALL, CliTest, table, transcript, with_tables
 
 
 def shown(flags):
-    return "".join(f"{name}={'on' if flags & bit else 'off'}\n" for name, bit in NAMES.items())
+    return "".join(f"{name}={'on' if flags & bit else 'off'}\n" for name, bit in SETTINGS.items())
 
 
 def sent(result, request):
@@ -33,9 +31,9 @@ class Settings(CliTest):
         ("one_on", 0x00, ["performance=on"], 0x04),
         ("one_off", 0x17, ["aspect-ratio=off"], 0x15),
         ("others_as_they_were", 0x12, ["input-resolution=on"], 0x13),
-        ("unused_bits_are_cleared", 0xFF, ["performance=off"], 0x13),
+        ("unused_bits_are_cleared", 0xFF, ["performance=off"], ALL_SETTINGS & ~0x04),
         ("unchanged_is_written_all_the_same", 0x10, ["audio-selector=on"], 0x10),
-        ("all_four", 0x00, [f"{name}=on" for name in NAMES], 0x17),
+        ("all", 0x00, [f"{name}=on" for name in SETTINGS], ALL_SETTINGS),
         ("the_last_word_holds", 0x00, ["performance=on", "performance=off"], 0x00),
     )
     def test_changed(self, before, words, after):
@@ -82,8 +80,7 @@ class Settings(CliTest):
     def test_json(self):
         words = ["settings", "SIM00001", "performance=on", "--json"]
         (object_,) = self.run_cli("device g\n product velk3", *words).objects
-        self.assertEqual(object_["settings"], {
-            "input-resolution": False, "aspect-ratio": False, "performance": True, "audio-selector": False})
+        self.assertEqual(object_["settings"], {name: name == "performance" for name in SETTINGS})
         self.assertEqual(object_["device"]["serial"], "SIM00001")
 
 

@@ -38,9 +38,11 @@ public:
     // What was asked since the last call.
     QStringList takeAsked();
 
+    // The dialog's object that takes the answers to this request.
+    ConfigDeviceAction *actionFor(uint8_t request);
+
     DeviceScanner *scanner;
     UpdateTask *updateTask;
-    // Each takes the answers to its own request codes.
     ConfigDeviceAction *flags;
     ConfigDeviceAction *inputStatus;
     ConfigDeviceAction *modes;
@@ -50,6 +52,5 @@ public:
     QStringList asked;
 
 private:
-    ConfigDeviceAction *actionFor(uint8_t request);
     void takeOver(ConfigDeviceAction *action);
 };

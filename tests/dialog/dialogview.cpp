@@ -84,6 +84,15 @@ void DialogView::setCheckBoxes(const QString &names)
     }
 }
 
+QString DialogView::pageTexts()
+{
+    QStringList texts;
+    for (const QLabel *label : tabs()->currentWidget()->findChildren<QLabel *>()) {
+        texts.append(label->text());
+    }
+    return texts.join('|');
+}
+
 QString DialogView::userModes()
 {
     QStringList modes;

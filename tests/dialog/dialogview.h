@@ -38,6 +38,9 @@ public:
     // Checks these and no others.
     void setCheckBoxes(const QString &names);
 
+    // What the labels of the page that is shown say, from top to bottom, with bars between them.
+    QString pageTexts();
+
     // "1280x720 on, 0x0 off, ..." for the three user modes.
     QString userModes();
     void setUserMode(int mode, int width, int height, bool on);

@@ -5,6 +5,7 @@
 // ends, the device's answer is as short.
 
 #include "acceptingusb.h"
+#include "flagboxes.h"
 #include "fuzzing.h"
 #include "updaterepair.h"
 
@@ -122,11 +123,11 @@ unsigned numberAt(const std::string &records, std::size_t at, int bytes)
 
 void requireFlags(const Screen &screen, unsigned flags)
 {
-    const auto shows = [&](const char *box) { return screen.find<QCheckBox>(box)->isChecked(); };
-    require(shows("reenumerateCheckBox") == ((flags & 0x01) != 0), "bit 0");
-    require(shows("keepAspectRatioCheckBox") == ((flags & 0x02) != 0), "bit 1");
-    require(shows("performanceModeCheckBox") == ((flags & 0x04) != 0), "bit 2");
-    require(shows("audioSelectorCheckBox") == ((flags & 0x10) != 0), "bit 4");
+    for (const FlagBox &box : allFlagBoxes()) {
+        const QByteArray name = QByteArray(box.name) + "CheckBox";
+        const bool set = (flags & unsigned(box.bit)) != 0;
+        require(screen.find<QCheckBox>(name.constData())->isChecked() == set, box.name);
+    }
 }
 
 void requireMode(const Screen &screen, int mode, const std::string &records)

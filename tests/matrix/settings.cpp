@@ -51,20 +51,20 @@ QByteArray statusRecord(const char *info, const char *name, quint32 rate, const 
 
 // ---- the transfers of the five operations
 
-void addRead(Script &script, Role role, int code, int index, const QByteArray &record)
+void addRead(Script &script, int code, int index, const QByteArray &record)
 {
-    script.add(role, {Direction::In, code, 0, index, record.size()}, record);
+    script.add(Role::Configuration, {Direction::In, code, 0, index, record.size()}, record);
 }
 
-void addWrite(Script &script, Role role, int code, int index, const QByteArray &record)
+void addWrite(Script &script, int code, int index, const QByteArray &record)
 {
-    script.add(role, {Direction::Out, code, 0, index, record.size()}, record);
+    script.add(Role::Configuration, {Direction::Out, code, 0, index, record.size()}, record);
 }
 
 Script readFlags(int flags)
 {
     Script script;
-    addRead(script, Role::ReadFlags, 0xE2, 0, QByteArray(1, char(flags)));
+    addRead(script, 0xE2, 0, QByteArray(1, char(flags)));
     script.steps.back().wrong = QByteArray(1, char(s_wrongFlags));
     return script;
 }
@@ -72,7 +72,7 @@ Script readFlags(int flags)
 Script writeFlags(int flags)
 {
     Script script;
-    addWrite(script, Role::WriteFlags, 0xE3, 0, QByteArray(1, char(flags)));
+    addWrite(script, 0xE3, 0, QByteArray(1, char(flags)));
     return script;
 }
 
@@ -80,7 +80,7 @@ Script readModes(const QStringList &modes)
 {
     Script script;
     for (int i = 0; i < modes.size(); ++i) {
-        addRead(script, Role::ReadMode, 0xB3, i, modeRecord(modes[i]));
+        addRead(script, 0xB3, i, modeRecord(modes[i]));
     }
     return script;
 }
@@ -89,7 +89,7 @@ Script writeModes(const QStringList &modes)
 {
     Script script;
     for (int i = 0; i < modes.size(); ++i) {
-        addWrite(script, Role::WriteMode, 0xB3, i, modeRecord(modes[i]));
+        addWrite(script, 0xB3, i, modeRecord(modes[i]));
     }
     return script;
 }
@@ -97,7 +97,7 @@ Script writeModes(const QStringList &modes)
 Script readStatus()
 {
     Script script;
-    addRead(script, Role::ReadStatus, 0xB2, 0, statusRecord("RGB", "HDMI", 60000, "8007380400"));
+    addRead(script, 0xB2, 0, statusRecord("RGB", "HDMI", 60000, "8007380400"));
     script.steps.back().wrong = statusRecord("YUV", "VGA", 25000, "0005d00201");
     return script;
 }

@@ -35,11 +35,7 @@ enum class Role {
     SerialString,
     VersionString,
     Ping,
-    ReadFlags,
-    WriteFlags,
-    ReadMode,
-    WriteMode,
-    ReadStatus,
+    Configuration, // a record that is read or written
 };
 
 // A value of the progress bar. Within an image it counts the bytes that went through.

@@ -18,7 +18,6 @@ private slots:
     void userModeIsWrittenToItsBytes();
     void numbersAreLittleEndianAtTheirLimits();
     void recordsMayStandAtAnyAddress();
-    void flagsHaveTheirBits();
     void requestsHaveTheirCodes();
 };
 
@@ -103,14 +102,6 @@ void TestConfigRecords::recordsMayStandAtAnyAddress()
 {
     QCOMPARE(alignof(InputStatusInfo), std::size_t(1));
     QCOMPARE(alignof(UserMode), std::size_t(1));
-}
-
-void TestConfigRecords::flagsHaveTheirBits()
-{
-    QCOMPARE(int(UseInputResolution), 0x01);
-    QCOMPARE(int(KeepAspectRatio), 0x02);
-    QCOMPARE(int(PerformanceMode), 0x04);
-    QCOMPARE(int(AudioSelector), 0x10);
 }
 
 void TestConfigRecords::requestsHaveTheirCodes()

@@ -423,7 +423,7 @@ void TestUpdate::aRefusedRawCompletionEndsTheUpdate()
 void TestUpdate::anUnknownBitstreamProtocolIsNotGuessed()
 {
     ProductCatalogue catalogue = s_products;
-    catalogue.at("sorn3").fpgaVersion = 2;
+    catalogue.at("sorn3").fpgaVersion = 99;
     const PackageContent images = smallContent(sorn3);
     UpdateRun run;
     run.catalogue = &catalogue;

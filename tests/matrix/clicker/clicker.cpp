@@ -249,6 +249,7 @@ void Clicker::logWhatIsSeen()
                           {"signal", user.statusLine()},
                           {"flags", user.checkBoxes()},
                           {"modes", user.userModes()},
+                          {"page", user.pageTexts()},
                           {"modesPage", user.find<QWidget>("tabUserMode")->isEnabled()},
                           {"filesLeftOpen", filesLeftOpen()},
                       });
