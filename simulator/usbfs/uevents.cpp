@@ -30,25 +30,25 @@ struct MonitorHeader
 // MurmurHash2 with seed 0, by which listeners filter for subsystem and device type.
 uint32_t murmurHash2(const std::string &text)
 {
-    constexpr uint32_t s_mix = 0x5BD1E995;
+    constexpr uint32_t mix = 0x5BD1E995;
     uint32_t hash = static_cast<uint32_t>(text.size());
     size_t at = 0;
     for (; text.size() - at >= 4; at += 4) {
         uint32_t word = 0;
         std::memcpy(&word, &text[at], sizeof word);
-        word *= s_mix;
+        word *= mix;
         word ^= word >> 24;
-        word *= s_mix;
-        hash = hash * s_mix ^ word;
+        word *= mix;
+        hash = hash * mix ^ word;
     }
     const size_t rest = text.size() - at;
     for (size_t i = rest; i > 0; --i) {
         hash ^= static_cast<uint32_t>(static_cast<uint8_t>(text[at + i - 1])) << (8 * (i - 1));
     }
     if (rest > 0) {
-        hash *= s_mix;
+        hash *= mix;
     }
-    hash = (hash ^ hash >> 13) * s_mix;
+    hash = (hash ^ hash >> 13) * mix;
     return hash ^ hash >> 15;
 }
 

@@ -10,9 +10,10 @@ tidy=$(pinned_tool clang-tidy) || tool_is_missing clang-tidy
 runner=run-$tidy
 command -v "$runner" >/dev/null || tool_is_missing clang-tidy
 
+# The build is gcc's: what clang alone warns of in a strict one (-Werror) is nobody's concern here.
 code=0
 output=$("$runner" -clang-tidy-binary "$(command -v "$tidy")" -quiet -p "$1" -j "${CAPSO_TIDY_JOBS:-2}" \
-    "^$PWD/(src|simulator|tests)/.*\\.cpp$" 2>&1) || code=$?
+    -extra-arg=-Wno-error "^$PWD/(src|simulator|tests)/.*\\.cpp$" 2>&1) || code=$?
 
 # The size of a function is a warning, which does not make clang-tidy fail: the tables of Qt Test's _data() may be as
 # long as they are.
