@@ -171,8 +171,9 @@ void TestImages::microcodeFillsItsShareFrom10To40()
     writeFile(path, zipArchive({{"a.img", patternBytes(10000)}}));
     Zip zip(path.toStdString());
     ScriptedUsb bus;
+    libusb_device *device = libusb_ref_device(bus.plug("a", velk3.runningId));
     libusb_device_handle *handle = nullptr;
-    QCOMPARE(libusb_open(bus.plug("a", velk3.runningId), &handle), 0);
+    QCOMPARE(libusb_open(device, &handle), 0);
     QCOMPARE(libusb_claim_interface(handle, 0), 0);
     QList<int> progress;
     const UpdateReport report{[&](int percent) { progress.append(percent); },
@@ -181,6 +182,7 @@ void TestImages::microcodeFillsItsShareFrom10To40()
     QVERIFY(ImageWriter(s_fx3Image, handle, report, ready).write(10, 40, "a.img", zip) >= 0);
     libusb_release_interface(handle, 0);
     libusb_close(handle);
+    libusb_unref_device(device);
     // 10 + 30 * 4096 / 10000, 10 + 30 * 8192 / 10000, 40
     QCOMPARE(progress, (QList<int>{22, 34, 40}));
 }
