@@ -182,6 +182,7 @@ const Expected s_expected[] = {
     {s_cli, "it might be taken for the device at %1, which runs its repair firmware on a port of "
             "the same number: unplug that one first"},
     {s_cli, "it is not a file"},
+    {s_cli, "it is too long"},
     {s_cli, "no copy of it can be made: %1"},
     {s_cli, "another program holds it; close that program"},
     {s_cli, "it is lent to another machine"},
