@@ -45,7 +45,12 @@ class TestFirmwareTab : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { prepareWithoutUsb(); }
+    void initTestCase()
+    {
+        // The file dialog of the system has no widgets for a test to find.
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+        prepareWithoutUsb();
+    }
     void updateButtonFollowsTheFileName();
     void chosenFileGoesIntoTheLine();
     void cancelledChoiceLeavesTheLine();

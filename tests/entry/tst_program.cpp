@@ -5,6 +5,7 @@
 // leaves NAME.ready in the folder and goes on when that file is gone.
 
 #include "brokendevice.h"
+#include "devicescanner.h"
 #include "messageboxes.h"
 #include "products.h"
 #include "scriptedlibusb.h"
@@ -22,6 +23,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSemaphore>
+#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTabBar>
 #include <QTabWidget>
@@ -133,6 +135,7 @@ private slots:
     void packageForAnotherDeviceIsRefused();
     void failureIsSaidAndTheNextUpdateWorks();
     void brokenDeviceIsRepaired();
+    void deviceWithoutADriverIsListedWhereOneCanBeInstalled();
 
 private:
     // Runs the program, does the steps in it, and closes its window. Returns its exit code.
@@ -410,6 +413,46 @@ void TestProgram::brokenDeviceIsRepaired()
     QCOMPARE(withoutPolls(usb),
              loadingRequests(sections) + startRequests(ram) + microcodeRequests(*images.fx3) +
                  bitstreamRequests(velk3, *images.fpga) + edidRequests(edidBlocks(2)));
+}
+
+// Where a libwdi.dll lies beside this program, a double that writes down what it is asked, the
+// device can be opened as soon as that has been asked for an installation. Elsewhere nobody can
+// install a driver, and the device is not listed.
+void TestProgram::deviceWithoutADriverIsListedWhereOneCanBeInstalled()
+{
+    QString beside;
+    const auto installations = [&beside] {
+        QFile calls(beside + QStringLiteral("/libwdi.dll.calls"));
+        return calls.open(QIODevice::ReadOnly) ? calls.readAll().count("install_driver") : 0;
+    };
+    ScriptedUsb usb;
+    libusb_device *device = usb.plug("loader", 0x04B4, 0x00F3);
+    device->strings = {{2, "WestBridge"}};
+    QSemaphore scanMayBegin;
+    usb.onCall([&](const QString &call) {
+        if (call == QLatin1String("get_device_list")) {
+            scanMayBegin.tryAcquire(1, s_patience);
+            scanMayBegin.release();
+        } else if (call == QLatin1String("open loader")) {
+            beside = QCoreApplication::applicationDirPath();
+            device->openResult = installations() > 0 ? 0 : LIBUSB_ERROR_NOT_FOUND;
+        }
+    });
+    const int result = run([&] {
+        QSignalSpy scanned(dialog->findChild<DeviceScanner *>(), &DeviceScanner::complete);
+        scanMayBegin.release();
+        QTRY_COMPARE_WITH_TIMEOUT(scanned.count(), 1, s_patience);
+        QVERIFY(boxes->shown.empty());
+        if (QFile::exists(beside + QStringLiteral("/libwdi.dll"))) {
+            QCOMPARE(rows(), QStringList{"WestBridge (FFFFFFFF, ) [04b4:00f3] (Hard Repair Mode)"});
+            QCOMPARE(installations(), 1);
+        } else {
+            QCOMPARE(rows(), QStringList());
+        }
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
 }
 
 // The program makes its own application object.

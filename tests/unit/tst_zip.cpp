@@ -1,5 +1,6 @@
 #include "libziptexts.h"
 #include "packagebuilder.h"
+#include "unreadablefile.h"
 #include "zipcalls.h"
 
 #include "ziparchive.h"
@@ -154,17 +155,21 @@ void TestZip::aFailedOpenKeepsTheErrno()
     zipcalls::leaveErrno(ENOTTY);
     const Zip zip(path("missing").toStdString());
     zip.errorStr();
+#ifdef Q_OS_WIN
+    const int kept = ENOENT; // there libzip's error has the code, and not errno
+#else
+    const int kept = ENOTTY;
+#endif
     QCOMPARE(zipcalls::log().last(),
-             QStringLiteral("zip_error_to_str %1 %2").arg(ZIP_ER_NOENT).arg(ENOTTY));
+             QStringLiteral("zip_error_to_str %1 %2").arg(ZIP_ER_NOENT).arg(kept));
 }
 
 void TestZip::aFileThatCannotBeOpenedIsReportedWithItsErrno()
 {
-    // Nobody can open this one; permissions would not stop root.
-    QVERIFY(QFile::link(path("loop.fw"), path("loop.fw")));
-    const LibzipRefusal refusal = libzipRefusal(path("loop.fw"));
+    const UnreadableFile file(path("locked.fw"));
+    const LibzipRefusal refusal = libzipRefusal(path("locked.fw"));
     QVERIFY(refusal.code != 0);
-    const Zip zip(path("loop.fw").toStdString());
+    const Zip zip(path("locked.fw").toStdString());
     QCOMPARE(zip.error(), refusal.code);
     QCOMPARE(QString::fromStdString(zip.errorStr()), libzipText(refusal.code, refusal.systemCode));
     QCOMPARE(zipcalls::log().last(),

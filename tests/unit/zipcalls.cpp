@@ -57,7 +57,11 @@ void zipcalls::failClose()
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
+#ifdef Q_OS_WIN
+zip_t *__real_zip_open_from_source(zip_source_t *source, int flags, zip_error_t *error);
+#else
 zip_t *__real_zip_open(const char *path, int flags, int *error);
+#endif
 int __real_zip_close(zip_t *archive);
 void __real_zip_discard(zip_t *archive);
 zip_int64_t __real_zip_get_num_entries(zip_t *archive, zip_flags_t flags);
@@ -69,10 +73,17 @@ zip_int64_t __real_zip_fread(zip_file_t *file, void *buffer, zip_uint64_t length
 int __real_zip_fclose(zip_file_t *file);
 int __real_zip_error_to_str(char *text, zip_uint64_t size, int error, int systemError);
 
+#ifdef Q_OS_WIN
+zip_t *__wrap_zip_open_from_source(zip_source_t *source, int flags, zip_error_t *error)
+{
+    s_log.append(QStringLiteral("zip_open flags %1").arg(flags));
+    zip_t *archive = __real_zip_open_from_source(source, flags, error);
+#else
 zip_t *__wrap_zip_open(const char *path, int flags, int *error)
 {
     s_log.append(QStringLiteral("zip_open flags %1").arg(flags));
     zip_t *archive = __real_zip_open(path, flags, error);
+#endif
     if (s_errnoOfOpen) {
         errno = *s_errnoOfOpen;
     }

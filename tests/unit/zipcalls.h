@@ -7,7 +7,8 @@
 #include <functional>
 
 // The program's calls of libzip, seen at the link (--wrap): each is logged and passed on, and a few
-// can be made to fail in ways that no archive file brings about.
+// can be made to fail in ways that no archive file brings about. On Windows an archive is opened
+// with zip_open_from_source; the log calls that zip_open too.
 namespace zipcalls {
 
 void reset();

@@ -2,6 +2,7 @@
 """The Windows programs on a screen that nobody sees, under wine.
 
     on_screen.py --build BUILD program      the program as it is shipped starts, finds no device and ends
+    on_screen.py --build BUILD driver       a device without a driver gets one from the libwdi.dll beside the program, a double
     on_screen.py --build BUILD dialog       the tests of the dialog, on Windows' platform of Qt
     on_screen.py --build BUILD pictures     an update, an error, a repair and the three pages, into BUILD/pictures
 
@@ -38,6 +39,10 @@ FONT_FOLDER = pathlib.Path("/usr/share/fonts/truetype")
 DIALOG_TESTS = [
     "accessibility", "devicelist", "emptylist", "firmwaretab", "form", "keyboard", "overlap", "settingstab",
     "usermodestab", "workers",
+]
+LIBWDI_DOUBLE = ROOT / "tests" / "unit" / "driver" / "libwdi" / "libwdidouble.c"
+LIBWDI_CALLS = [
+    "set_log_level", "create_list", "destroy_list", "prepare_driver", "create_list", "install_driver", "destroy_list",
 ]
 PICTURES = {
     "pagesShowWhatTheDeviceHolds": ["firmware", "settings", "user-modes"],
@@ -122,6 +127,38 @@ def program(windows):
         raise DemoError(f"the program ended with {code}; its log is {log_file}")
 
 
+def driver(windows):
+    folder = windows.build / "with libwdi"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    for file in [windows.build / "tst_program.exe", *windows.build.glob("*.dll")]:
+        shutil.copy(file, folder)
+    for plugins in ["platforms", "styles"]:
+        shutil.copytree(windows.build / plugins, folder / plugins)
+    library = folder / "libwdi.dll"
+    subprocess.run(["x86_64-w64-mingw32-gcc-posix", "-shared", "-static", "-o", library, LIBWDI_DOUBLE], check=True)
+    listing = ["list 0", r"device 4b4 f3 0 WestBridge|USB\1|USB\VID_04B4&PID_00F3"]
+    (folder / "libwdi.dll.script").write_bytes("".join(line + "\n" for line in listing * 2).encode())
+    output = folder / "output.log"
+    with open(output, "wb") as log:
+        process = windows.start(
+            folder / "tst_program.exe", "deviceWithoutADriverIsListedWhereOneCanBeInstalled", log=log
+        )
+        try:
+            code = process.wait(120)
+        finally:
+            process.kill()
+    said = output.read_text(encoding="utf-8", errors="replace").splitlines()
+    expected = [
+        "Set device desc: WestBridge", "WDI driver prepare: Success", "Installing driver(s)...",
+        r"Found device: USB\VID_04B4&PID_00F3: Install status: Success (0)",
+    ]
+    missing = [line for line in expected if line not in said]
+    calls = [line.split(" ")[0] for line in (folder / "libwdi.dll.calls").read_text().splitlines()]
+    if code != 0 or missing or calls != LIBWDI_CALLS:
+        raise DemoError(f"ended with {code}, did not print {missing}, called {calls}; see {output}")
+
+
 def dialog(windows):
     failed = []
     for name in DIALOG_TESTS:
@@ -171,7 +208,7 @@ def pictures(windows):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, required=True)
-    tasks = {"program": program, "dialog": dialog, "pictures": pictures}
+    tasks = {"program": program, "driver": driver, "dialog": dialog, "pictures": pictures}
     parser.add_argument("task", choices=tasks)
     arguments = parser.parse_args()
     build = arguments.build.resolve()
