@@ -63,6 +63,10 @@ function(capso_qt_test name)
     set(wrapper ${TEST_WRAPPER} ${CMAKE_CROSSCOMPILING_EMULATOR})
     string(REPLACE ";" "|" wrapper "${wrapper}")
     set(environment QT_QPA_PLATFORM=offscreen ${CAPSO_SANITIZER_ENVIRONMENT} ${TEST_ENVIRONMENT})
+    if(WIN32 AND CMAKE_CROSSCOMPILING)
+        # Without a console Qt Test talks to the debugger; without a screen Qt does not ask Windows for fonts.
+        list(APPEND environment QT_FORCE_STDERR_LOGGING=1 QT_QPA_FONTDIR=Z:/usr/share/fonts/truetype/liberation)
+    endif()
     string(REPLACE ";" "|" environment "${environment}")
     string(REPLACE ";" "|" labels "${TEST_LABELS}")
     add_custom_command(TARGET ${name} POST_BUILD

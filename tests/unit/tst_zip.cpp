@@ -260,7 +260,9 @@ void TestZip::whatIsNoArchiveDoesNotOpen()
     QVERIFY(!zip);
     QCOMPARE(zip.fileName(), std::string());
     QCOMPARE(zip.error(), error);
-    QCOMPARE(QString::fromStdString(zip.errorStr()), libzipTextOfOpening(file));
+    const bool absent = error == ZIP_ER_NOENT; // of which a Windows libzip knows one code of three
+    QCOMPARE(QString::fromStdString(zip.errorStr()),
+             absent ? libzipText(ZIP_ER_NOENT) : libzipTextOfOpening(file));
 }
 
 void TestZip::anArchiveWithoutEntriesOpensAndCountsZero()

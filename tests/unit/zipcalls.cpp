@@ -11,6 +11,22 @@ std::function<void(zip_stat_t &)> s_change;
 std::optional<int> s_errnoOfOpen;
 bool s_countFails = false;
 bool s_closeFails = false;
+int s_depth = 0; // a libzip that is linked statically calls its own functions through these, too
+
+// A call of libzip, logged if it is the program's.
+class Call
+{
+public:
+    explicit Call(const QString &line)
+    {
+        if (s_depth++ == 0) {
+            s_log.append(line);
+        }
+    }
+    ~Call() { --s_depth; }
+    Call(const Call &) = delete;
+    Call &operator=(const Call &) = delete;
+};
 
 } // namespace
 
@@ -76,12 +92,12 @@ int __real_zip_error_to_str(char *text, zip_uint64_t size, int error, int system
 #ifdef Q_OS_WIN
 zip_t *__wrap_zip_open_from_source(zip_source_t *source, int flags, zip_error_t *error)
 {
-    s_log.append(QStringLiteral("zip_open flags %1").arg(flags));
+    const Call call(QStringLiteral("zip_open flags %1").arg(flags));
     zip_t *archive = __real_zip_open_from_source(source, flags, error);
 #else
 zip_t *__wrap_zip_open(const char *path, int flags, int *error)
 {
-    s_log.append(QStringLiteral("zip_open flags %1").arg(flags));
+    const Call call(QStringLiteral("zip_open flags %1").arg(flags));
     zip_t *archive = __real_zip_open(path, flags, error);
 #endif
     if (s_errnoOfOpen) {
@@ -92,25 +108,25 @@ zip_t *__wrap_zip_open(const char *path, int flags, int *error)
 
 int __wrap_zip_close(zip_t *archive)
 {
-    s_log.append(QStringLiteral("zip_close"));
+    const Call call(QStringLiteral("zip_close"));
     return s_closeFails ? -1 : __real_zip_close(archive);
 }
 
 void __wrap_zip_discard(zip_t *archive)
 {
-    s_log.append(QStringLiteral("zip_discard"));
+    const Call call(QStringLiteral("zip_discard"));
     __real_zip_discard(archive);
 }
 
 zip_int64_t __wrap_zip_get_num_entries(zip_t *archive, zip_flags_t flags)
 {
-    s_log.append(QStringLiteral("zip_get_num_entries"));
+    const Call call(QStringLiteral("zip_get_num_entries"));
     return s_countFails ? -1 : __real_zip_get_num_entries(archive, flags);
 }
 
 int __wrap_zip_stat(zip_t *archive, const char *name, zip_flags_t flags, zip_stat_t *stat)
 {
-    s_log.append(QStringLiteral("zip_stat ") + QString::fromUtf8(name));
+    const Call call(QStringLiteral("zip_stat ") + QString::fromUtf8(name));
     const int result = __real_zip_stat(archive, name, flags, stat);
     if (result == 0 && s_change) {
         s_change(*stat);
@@ -120,7 +136,7 @@ int __wrap_zip_stat(zip_t *archive, const char *name, zip_flags_t flags, zip_sta
 
 int __wrap_zip_stat_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags, zip_stat_t *stat)
 {
-    s_log.append(QStringLiteral("zip_stat_index %1").arg(index));
+    const Call call(QStringLiteral("zip_stat_index %1").arg(index));
     // An index far past the end is how libzip itself comes to fail, with its error set.
     const bool fails = s_failingStat && *s_failingStat == index;
     const int result =
@@ -133,31 +149,31 @@ int __wrap_zip_stat_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags,
 
 zip_file_t *__wrap_zip_fopen(zip_t *archive, const char *name, zip_flags_t flags)
 {
-    s_log.append(QStringLiteral("zip_fopen ") + QString::fromUtf8(name));
+    const Call call(QStringLiteral("zip_fopen ") + QString::fromUtf8(name));
     return __real_zip_fopen(archive, name, flags);
 }
 
 zip_file_t *__wrap_zip_fopen_index(zip_t *archive, zip_uint64_t index, zip_flags_t flags)
 {
-    s_log.append(QStringLiteral("zip_fopen_index %1").arg(index));
+    const Call call(QStringLiteral("zip_fopen_index %1").arg(index));
     return __real_zip_fopen_index(archive, index, flags);
 }
 
 zip_int64_t __wrap_zip_fread(zip_file_t *file, void *buffer, zip_uint64_t length)
 {
-    s_log.append(QStringLiteral("zip_fread"));
+    const Call call(QStringLiteral("zip_fread"));
     return __real_zip_fread(file, buffer, length);
 }
 
 int __wrap_zip_fclose(zip_file_t *file)
 {
-    s_log.append(QStringLiteral("zip_fclose"));
+    const Call call(QStringLiteral("zip_fclose"));
     return __real_zip_fclose(file);
 }
 
 int __wrap_zip_error_to_str(char *text, zip_uint64_t size, int error, int systemError)
 {
-    s_log.append(QStringLiteral("zip_error_to_str %1 %2").arg(error).arg(systemError));
+    const Call call(QStringLiteral("zip_error_to_str %1 %2").arg(error).arg(systemError));
     return __real_zip_error_to_str(text, size, error, systemError);
 }
 

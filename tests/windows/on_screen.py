@@ -57,7 +57,7 @@ class Windows:
 
     def __init__(self, build):
         self.build = build
-        self.prefix = build / "wine-screen"
+        self.prefix = build.parent / "wine-screen"
 
     def __enter__(self):
         self.screen = Screen()
@@ -93,6 +93,10 @@ class Windows:
                     raise DemoError(f"{file} is missing: tools/install-dependencies windows")
                 shutil.copy(file, self.prefix / "drive_c" / "windows" / "Fonts")
             self.run("reg", "add", r"HKCU\Software\Wine\Fonts\Replacements", "/v", name, "/d", family, "/f")
+
+    def start_test(self, program, *arguments, log, **environment):
+        """Qt Test talks to the debugger where there is no console."""
+        return self.start(program, *arguments, log=log, QT_FORCE_STDERR_LOGGING="1", **environment)
 
     def start(self, *command, log=subprocess.DEVNULL, **environment):
         return subprocess.Popen(
@@ -141,7 +145,7 @@ def driver(windows):
     (folder / "libwdi.dll.script").write_bytes("".join(line + "\n" for line in listing * 2).encode())
     output = folder / "output.log"
     with open(output, "wb") as log:
-        process = windows.start(
+        process = windows.start_test(
             folder / "tst_program.exe", "deviceWithoutADriverIsListedWhereOneCanBeInstalled", log=log
         )
         try:
@@ -164,7 +168,7 @@ def dialog(windows):
     for name in DIALOG_TESTS:
         log_file = windows.build / f"screen-{name}.log"
         with open(log_file, "wb") as log:
-            process = windows.start(windows.build / f"tst_{name}.exe", "-silent", log=log)
+            process = windows.start_test(windows.build / f"tst_{name}.exe", "-silent", log=log)
             try:
                 code = process.wait(300)
             finally:
@@ -186,7 +190,7 @@ def pictures(windows):
             (folder / f"{name}.png").unlink(missing_ok=True)
         log_file = windows.build / f"pictures-{function}.log"
         with open(log_file, "wb") as log:
-            process = windows.start(
+            process = windows.start_test(
                 windows.build / "tst_program.exe", function, log=log, CAPSO_PICTURES=f"Z:{folder}"
             )
             try:
