@@ -328,6 +328,12 @@ void addUserModes(std::vector<Property> &properties)
     properties.push_back({"userMode1", "title", "User mode 1"});
     properties.push_back({"userMode2", "title", "User mode 2"});
     properties.push_back({"userMode3", "title", "User mode 3"});
+    for (const char *label : {"label_3", "label_5", "label_7"}) {
+        properties.push_back({label, "text", "Width:"});
+    }
+    for (const char *label : {"label_4", "label_6", "label_8"}) {
+        properties.push_back({label, "text", "Height:"});
+    }
     for (const char *group : {"userMode1", "userMode2", "userMode3"}) {
         properties.push_back({group, "checkable", true});
         properties.push_back({group, "checked", false});
@@ -393,12 +399,6 @@ std::vector<Property> expectedProperties()
         {"inputSignalLabel", "sizePolicy", policy(QSizePolicy::Expanding, QSizePolicy::Preferred)},
         // Filled as soon as the first scan starts.
         {"inputSignalLabel", "text", "device not selected"},
-        {"label_3", "text", "Width:"},
-        {"label_4", "text", "Height:"},
-        {"label_5", "text", "Width:"},
-        {"label_6", "text", "Height:"},
-        {"label_7", "text", "Width:"},
-        {"label_8", "text", "Height:"},
     };
     addUserModes(properties);
     for (const Property &name : expectedNames()) {

@@ -67,28 +67,28 @@ void plugGrabber(ScriptedUsb &usb)
 // What such a device answers to the requests of the settings and of the input signal.
 std::optional<int> configuration(const ScriptedTransfer &transfer)
 {
-    static const QByteArray signal = QByteArray::fromHex("524742000000000000000000" // "RGB"
-                                                         "48444d4900000000"         // "HDMI"
-                                                         "60ea0000" // 60.000 frames per second
-                                                         "80073804" // 1920x1080
-                                                         "00");     // progressive
-    static const QByteArray flags = QByteArray::fromHex("03");
-    static const QByteArray modes[] = {QByteArray::fromHex("0005d00200"),  // 1280x720
-                                       QByteArray::fromHex("20035802 00"), // 800x600
-                                       QByteArray::fromHex("0000000001")}; // off
+    static const QByteArray s_signal = QByteArray::fromHex("524742000000000000000000" // "RGB"
+                                                           "48444d4900000000"         // "HDMI"
+                                                           "60ea0000" // 60.000 frames per second
+                                                           "80073804" // 1920x1080
+                                                           "00");     // progressive
+    static const QByteArray s_flags = QByteArray::fromHex("03");
+    static const QByteArray s_modes[] = {QByteArray::fromHex("0005d00200"),  // 1280x720
+                                         QByteArray::fromHex("20035802 00"), // 800x600
+                                         QByteArray::fromHex("0000000001")}; // off
     if (!transfer.isIn()) {
         return {};
     }
     QByteArray bytes;
     switch (transfer.request) {
     case 0xB2:
-        bytes = signal;
+        bytes = s_signal;
         break;
     case 0xE2:
-        bytes = flags;
+        bytes = s_flags;
         break;
     case 0xB3:
-        bytes = modes[transfer.index % 3];
+        bytes = s_modes[transfer.index % 3];
         break;
     default:
         return {};

@@ -32,10 +32,12 @@ struct ProductFacts
     const char *sandboxId;
 };
 
+// NOLINTBEGIN(readability-identifier-naming): called as the products are
 extern const ProductFacts velk3;
 extern const ProductFacts sorn3;
 extern const ProductFacts velk3_4k;
 extern const ProductFacts legacyVelk3; // the first product, by a package of the oldest kind
+// NOLINTEND(readability-identifier-naming)
 
 // The products, without the legacy package; and with it, as the last.
 const std::vector<const ProductFacts *> &allProducts();

@@ -291,20 +291,20 @@ void ScriptedUsb::note(const QString &line)
 
 QStringList ScriptedUsb::handleCalls() const
 {
-    static const QStringList unwanted{QStringLiteral("init"),
-                                      QStringLiteral("exit"),
-                                      QStringLiteral("set_debug"),
-                                      QStringLiteral("get_device_list"),
-                                      QStringLiteral("free_device_list"),
-                                      QStringLiteral("ref_device"),
-                                      QStringLiteral("unref_device"),
-                                      QStringLiteral("get_device_descriptor"),
-                                      QStringLiteral("get_bus_number"),
-                                      QStringLiteral("get_device_address"),
-                                      QStringLiteral("get_port_number")};
+    static const QStringList s_unwanted{QStringLiteral("init"),
+                                        QStringLiteral("exit"),
+                                        QStringLiteral("set_debug"),
+                                        QStringLiteral("get_device_list"),
+                                        QStringLiteral("free_device_list"),
+                                        QStringLiteral("ref_device"),
+                                        QStringLiteral("unref_device"),
+                                        QStringLiteral("get_device_descriptor"),
+                                        QStringLiteral("get_bus_number"),
+                                        QStringLiteral("get_device_address"),
+                                        QStringLiteral("get_port_number")};
     QStringList lines;
     for (const QString &line : calls()) {
-        if (!unwanted.contains(line.section(QLatin1Char(' '), 0, 0))) {
+        if (!s_unwanted.contains(line.section(QLatin1Char(' '), 0, 0))) {
             lines.append(line);
         }
     }
@@ -712,7 +712,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle *handle, uint8_t re
 
 const char *LIBUSB_CALL libusb_error_name(int code)
 {
-    static const std::map<int, const char *> names{
+    static const std::map<int, const char *> s_names{
         {0, "LIBUSB_SUCCESS / LIBUSB_TRANSFER_COMPLETED"},
         {-1, "LIBUSB_ERROR_IO"},
         {-2, "LIBUSB_ERROR_INVALID_PARAM"},
@@ -733,8 +733,8 @@ const char *LIBUSB_CALL libusb_error_name(int code)
     if (usb.nullTexts) {
         return nullptr;
     }
-    const auto found = names.find(code);
-    return found != names.end() ? found->second : "**UNKNOWN**";
+    const auto found = s_names.find(code);
+    return found != s_names.end() ? found->second : "**UNKNOWN**";
 }
 
 const char *LIBUSB_CALL libusb_strerror(int code)
