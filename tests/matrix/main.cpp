@@ -9,7 +9,12 @@
 //
 //   capso-matrix sample SEED [AT-ONCE]     runs some: each request with each of its faults, once
 //
+//   capso-matrix cli SEED [AT-ONCE]        the updates and repairs of that sample, through
+//   capso-cli
+//
 //   capso-matrix cell OPERATION TITLE      runs one, and prints what program and device said
+//
+//   capso-matrix cli-cell OPERATION TITLE  the same through capso-cli
 
 #include "matrix.h"
 #include "runner.h"
@@ -65,7 +70,8 @@ int printList(const std::vector<Operation> &operations)
 int usage()
 {
     std::fputs("usage: capso-matrix size | list | run GROUP|OPERATION|all [AT-ONCE] | "
-               "sample SEED [AT-ONCE] | cell OPERATION TITLE\n",
+               "sample SEED [AT-ONCE] | cli SEED [AT-ONCE] | cell OPERATION TITLE | "
+               "cli-cell OPERATION TITLE\n",
                stderr);
     return 2;
 }
@@ -86,8 +92,14 @@ int runCommand(const QStringList &words, const std::vector<Operation> &operation
     if (command == "sample" && words.size() > 1 && atOnce > 0) {
         return runCells(sampleCells(operations, words[1].toUInt()), atOnce);
     }
+    if (command == "cli" && words.size() > 1 && atOnce > 0) {
+        return runCells(throughCli(sampleCells(operations, words[1].toUInt())), atOnce);
+    }
     if (command == "cell" && words.size() == 3) {
         return showCell(operations, words[1], words[2]);
+    }
+    if (command == "cli-cell" && words.size() == 3) {
+        return showCell(operations, words[1], words[2], true);
     }
     return usage();
 }

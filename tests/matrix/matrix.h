@@ -5,6 +5,7 @@
 #include "simrun.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -14,12 +15,16 @@ struct Cell
 {
     QString title;
     QByteArray scene;
-    QStringList operations; // capso-clicker's
+    QStringList operations; // the program's
     // What is wrong with the run; empty if nothing is.
     std::function<QString(const SimRun &run)> check;
     int request = -1; // the code of the transfer that is struck; -1 without a fault
     bool in = false;  // its direction
     std::optional<Fault> fault;
+    QString program = CAPSO_CLICKER; // that runs the operations
+    // The same operation with the same fault through the command line's program; null where it has
+    // none.
+    std::shared_ptr<const Cell> throughCli = nullptr;
 };
 
 // All cells of one operation. The first one is without a fault.

@@ -44,7 +44,7 @@ private:
     {
         for (std::size_t at = next++; at < cells.size(); at = next++) {
             const ChosenCell &chosen = cells[at];
-            SimRun run(chosen.cell->scene, chosen.cell->operations, CAPSO_CLICKER);
+            SimRun run(chosen.cell->scene, chosen.cell->operations, chosen.cell->program);
             const QString problem = problemOf(*chosen.cell, run);
             if (!problem.isEmpty()) {
                 report(chosen, problem);
@@ -121,21 +121,33 @@ std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, un
     return chosen;
 }
 
+std::vector<ChosenCell> throughCli(const std::vector<ChosenCell> &cells)
+{
+    std::vector<ChosenCell> chosen;
+    for (const ChosenCell &cell : cells) {
+        if (cell.cell->throughCli) {
+            chosen.push_back({cell.operation, cell.cell->throughCli.get()});
+        }
+    }
+    return chosen;
+}
+
 int runCells(const std::vector<ChosenCell> &cells, int atOnce)
 {
     return Runner(cells, atOnce).run();
 }
 
 int showCell(const std::vector<Operation> &operations, const QString &operation,
-             const QString &title)
+             const QString &title, bool cli)
 {
-    for (const ChosenCell &chosen : selectCells(operations, operation)) {
+    const std::vector<ChosenCell> selected = selectCells(operations, operation);
+    for (const ChosenCell &chosen : cli ? throughCli(selected) : selected) {
         if (chosen.cell->title != title) {
             continue;
         }
         std::printf("%s", chosen.cell->scene.constData());
         std::printf("operations: %s\n", qPrintable(chosen.cell->operations.join(' ')));
-        SimRun run(chosen.cell->scene, chosen.cell->operations, CAPSO_CLICKER);
+        SimRun run(chosen.cell->scene, chosen.cell->operations, chosen.cell->program);
         const QString problem = problemOf(*chosen.cell, run);
         std::printf("%s\n", qPrintable(run.standardError()));
         for (const QString &line : run.transcript().texts("g")) {

@@ -16,10 +16,13 @@ std::vector<ChosenCell> selectCells(const std::vector<Operation> &operations, co
 // once; reading and writing under one code are two requests. The same seed makes the same choice.
 std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, unsigned seed);
 
+// The same cells through the command line's program, those that have no such cell left out.
+std::vector<ChosenCell> throughCli(const std::vector<ChosenCell> &cells);
+
 // Runs them, so many at a time, and prints what failed and a summary for each operation. Returns 0
 // if all were good.
 int runCells(const std::vector<ChosenCell> &cells, int atOnce);
 
 // Runs one cell and prints all that can be known of it.
 int showCell(const std::vector<Operation> &operations, const QString &operation,
-             const QString &title);
+             const QString &title, bool cli = false);

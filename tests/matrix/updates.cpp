@@ -3,6 +3,7 @@
 
 #include "expectation.h"
 #include "matrix.h"
+#include "updateplan.h"
 #include "wiremodel.h"
 
 #include <QDir>
@@ -26,23 +27,6 @@ enum {
     StateAfter,
     Cycle,
     End
-};
-
-enum class Mode { Normal, Soft, Hard };
-
-struct Plan
-{
-    const ProductFacts *product;
-    Mode mode;
-    Images images; // of the package that is cut
-    QString package;
-    Images recovery; // of the package that brings the device back
-    QString recoveryPackage;
-    int busyPolls;
-    Script script;
-    QByteArray scene;
-
-    bool repairing() const { return mode != Mode::Normal; }
 };
 
 // ---- the rows of the list
@@ -72,17 +56,6 @@ QString versionAt(const Plan &plan, Stage stage)
     return !plan.images.fx3.isEmpty() && stage >= Stage::Fx3Done ? "7.8.9" : "1.0.0";
 }
 
-// A device whose image was not completed falls back to its second boot loader; one that had none
-// stays in the boot loader that it was in.
-Mode modeAfterPowerCycle(const Plan &plan, const Expectation &expected)
-{
-    if (expected.stage == Stage::Fx3Open || expected.stage == Stage::FpgaOpen) {
-        return Mode::Soft;
-    }
-    const bool whole = expected.stage == Stage::Done && expected.sandboxRuns;
-    return whole ? Mode::Normal : plan.mode;
-}
-
 QStringList rowsAfterTheOperation(const Plan &plan, const Expectation &expected)
 {
     if (expected.gone) {
@@ -92,24 +65,6 @@ QStringList rowsAfterTheOperation(const Plan &plan, const Expectation &expected)
         return {sandboxRow(*plan.product)};
     }
     return {rowOf(*plan.product, plan.mode, versionAt(plan, expected.stage))};
-}
-
-QStringList probeWire(Mode mode, int firstPoll = 1)
-{
-    return healthyProbe(mode == Mode::Normal, firstPoll);
-}
-
-// A device that runs is updated, and one that does not is repaired.
-Expectation expectRescue(const Plan &plan, const Expectation &expected)
-{
-    const bool repairing = modeAfterPowerCycle(plan, expected) != Mode::Normal;
-    Script script(plan.busyPolls);
-    if (repairing) {
-        script.repair(*plan.product, plan.recovery);
-    } else {
-        script.regularUpdate(*plan.product, plan.recovery, 2);
-    }
-    return expectUpdate(script, repairing);
 }
 
 QStringList scenarioWire(const Plan &plan, const Expectation &expected)
@@ -171,36 +126,6 @@ QString checkDialog(const QJsonObject &seen, const QStringList &errors, const QS
 }
 
 // "complete 4100 89abcdef" of each memory that the package is for.
-QStringList memoriesOf(const QJsonObject &state, const Images &images)
-{
-    QStringList texts;
-    const std::pair<const char *, const QByteArray *> memories[] = {
-        {"microcode", &images.fx3}, {"fpga", &images.fpga}, {"edid", &images.edid}};
-    for (const auto &[name, image] : memories) {
-        if (!image->isEmpty()) {
-            const QJsonObject memory = state[QLatin1String(name)].toObject();
-            texts.append(QString("%1 %2 %3")
-                             .arg(memory["state"].toString())
-                             .arg(memory["size"].toInt())
-                             .arg(memory["crc32"].toString()));
-        }
-    }
-    return texts;
-}
-
-QStringList memoriesHolding(const Images &images)
-{
-    QStringList texts;
-    for (const QByteArray *image : {&images.fx3, &images.fpga, &images.edid}) {
-        if (!image->isEmpty()) {
-            texts.append(QString("complete %1 %2")
-                             .arg(image->size())
-                             .arg(crc32Of(*image), 8, 16, QChar('0')));
-        }
-    }
-    return texts;
-}
-
 // Never a word of success that is not true.
 QString checkSuccess(const SimRun &run, const Plan &plan, const Expectation &expected)
 {
@@ -298,6 +223,7 @@ Cell cellOf(const std::shared_ptr<const Plan> &plan, const Expectation &expected
     cell.check = [plan, expected](const SimRun &run) {
         return checkScenario(run, *plan, expected);
     };
+    cell.throughCli = std::make_shared<Cell>(cliCellOf(plan, expected, title, fault));
     return cell;
 }
 
@@ -379,9 +305,10 @@ Operation repairOf(const QString &folder, const QString &name, const ProductFact
 
 // A repair that finds no sandbox to load: nothing is done, and that is called a success.
 Operation repairWithNothing(const QString &folder, const QString &name, const QByteArray &package,
-                            const Images &images, const char *reason)
+                            const Images &images, const char *reason, const char *cliRefusal)
 {
     auto plan = makePlan(velk3, Mode::Soft, 0);
+    plan->cliRefusal = cliRefusal;
     plan->images = images;
     plan->package = save(folder, name, package);
     plan->recoveryPackage = save(folder, "velk3", makePackage(velk3, plan->recovery));
@@ -398,7 +325,8 @@ Operation repairWithoutSandbox(const QString &folder)
     Images images;
     images.edid = edidBlocks(2);
     return repairWithNothing(folder, "without a sandbox", makeEdidPackage(velk3, images.edid),
-                             images, "the package has no sandbox to repair with");
+                             images, "the package has no sandbox to repair with",
+                             "the package holds an EDID only and repairs no device");
 }
 
 Operation repairWithSealedSandbox(const QString &folder)
@@ -409,7 +337,8 @@ Operation repairWithSealedSandbox(const QString &folder)
         entry.encrypted = entry.name == velk3.sandboxName;
     }
     return repairWithNothing(folder, "with a sandbox that cannot be opened", zipArchive(package),
-                             images, "the package's sandbox cannot be opened");
+                             images, "the package's sandbox cannot be opened",
+                             "the sandbox cannot be opened: ");
 }
 
 // The length of a transfer has 16 bits, and so 65536 bytes are sent as none.
