@@ -52,9 +52,9 @@ QString yesOrNo(bool yes)
 // The program as a shell would call it.
 QString quotedProgram()
 {
-    static const QRegularExpression special(QStringLiteral("[^A-Za-z0-9_./+-]"));
+    static const QRegularExpression s_special(QStringLiteral("[^A-Za-z0-9_./+-]"));
     QString path = QCoreApplication::applicationFilePath();
-    if (!path.contains(special)) {
+    if (!path.contains(s_special)) {
         return path;
     }
     path.replace(QLatin1Char('\''), QLatin1String("'\\''"));

@@ -97,8 +97,8 @@ Selection noneFits(const Devices &devices)
 // Of "1-2.3" the 3: all that a repair looks at.
 QString lastPort(const QString &portPath)
 {
-    static const QRegularExpression separator(QStringLiteral("[-.]"));
-    return portPath.section(separator, -1);
+    static const QRegularExpression s_separator(QStringLiteral("[-.]"));
+    return portPath.section(s_separator, -1);
 }
 
 bool isInGroup(const std::set<ProductId> &ids, ProductId id)
