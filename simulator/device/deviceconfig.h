@@ -39,6 +39,8 @@ struct ReturnRule
     bool denied = false;
     std::optional<unsigned> bus;   // unless its own
     std::optional<unsigned> speed; // unless its own
+    // So long after it has come back it leaves again, and comes back at once at another address.
+    std::optional<unsigned> againMs;
 };
 
 // What a scene says of a device.

@@ -294,6 +294,8 @@ void readReturn(WordReader &words, DeviceConfig &config, const Context &)
             rule.bus = words.number("bus", 1, 255);
         } else if (words.accept("speed")) {
             rule.speed = speed(words);
+        } else if (words.accept("again")) {
+            rule.againMs = milliseconds(words);
         } else if (words.accept("denied")) {
             rule.denied = true;
         } else {

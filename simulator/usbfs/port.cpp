@@ -202,16 +202,21 @@ void Port::afterTransfer(const Completion &completion)
                          [this, wanted = completion.replugAddress] { plug(wanted); });
         }
     } else if (departure) {
-        startCode(*departure, completion.delayMs);
+        startCode(*departure, completion);
     }
 }
 
-// The request is answered after answerMs, and then the code runs.
-void Port::startCode(const CaptureDevice::Departure &departure, unsigned answerMs)
+// The request is answered, and then the code runs; if the answer is lost, it runs at once.
+void Port::startCode(const CaptureDevice::Departure &departure, const Completion &answer)
 {
+    const unsigned answerMs = answer.delayMs;
     event(address(), "start",
           JsonObject().add("entry", departure.entry).add("accepted", departure.accepted));
-    leaving.start(answerMs + s_startTakesMs, [this] { leave(); });
+    if (answer.outcome.status == Status::Ok) {
+        leaving.start(answerMs + s_startTakesMs, [this] { leave(); });
+    } else {
+        leave();
+    }
     if (!departure.accepted || device.config().comeback.never) {
         return;
     }
@@ -225,6 +230,18 @@ void Port::comeBack()
     leaving.cancel();
     leave();
     plugIn(device.config().comeback.address);
+    returning = false;
+    if (device.config().comeback.againMs) {
+        coming.start(*device.config().comeback.againMs, [this] { comeBackAgain(); });
+    }
+}
+
+// As a device does that has reset itself.
+void Port::comeBackAgain()
+{
+    returning = true;
+    leave();
+    plugIn(std::nullopt);
     returning = false;
 }
 

@@ -75,8 +75,9 @@ private:
     void plugIn(std::optional<unsigned> address);
     std::string portPath() const; // "2.1.4"
     void leave();
-    void startCode(const CaptureDevice::Departure &departure, unsigned answerMs);
+    void startCode(const CaptureDevice::Departure &departure, const Completion &answer);
     void comeBack();
+    void comeBackAgain();
     void checkAccess();
     bool isDenied() const;
     bool isMissing() const;

@@ -66,7 +66,8 @@ void TestSimScene::wholeSceneIsRead()
               "  version \"9.9\"\n  interfaces 3\n  kernel-driver uvcvideo\n  "
               "kernel-driver snd-usb-audio interface 2\n  access denied\n  busy-polls 7\n"
               "  latency 4\n  flags 0x17\n  user-mode 1 1280x720 off\n"
-              "  speed 480\n  return after 9 as e5c1:364f bus 7 address 40 speed 10000 denied\n  "
+              "  speed 480\n  return after 9 as e5c1:364f bus 7 address 40 speed 10000 again 30 "
+              "denied\n  "
               "bad-ram 0x40000000\n"
               "  bad-ram 1\n  power-cycle-when-idle 250\n");
     QCOMPARE(scene.title, std::string("A title"));
@@ -99,6 +100,7 @@ void TestSimScene::wholeSceneIsRead()
     QCOMPARE(config.comeback.address.value(), 40u);
     QVERIFY(config.comeback.denied);
     QCOMPARE(config.comeback.bus.value(), 7u);
+    QCOMPARE(config.comeback.againMs.value(), 30u);
     QCOMPARE(config.comeback.speed.value(), 10000u);
     QCOMPARE(config.speed, 480u);
     QCOMPARE(config.badRam, (std::vector<uint32_t>{0x40000000, 1}));
