@@ -4,6 +4,8 @@
 #include "simtranscript.h"
 #include "wiremodel.h"
 
+#include <algorithm>
+
 // ---- the table: what each transfer's failure is called, and how far the images are by then
 
 namespace {
@@ -14,29 +16,30 @@ struct RoleFacts
 {
     Role role;
     Stage stage;
+    Stage afterTheDeed; // the stage when the device has done it
     Wording wording;
     const char *text;
 };
 
 // clang-format off
 const RoleFacts s_roles[] = {
-    {Role::PieceWrite,   Stage::Nothing,  Wording::Name,     "Error: failed to write microcode: %1"},
-    {Role::PieceRead,    Stage::Nothing,  Wording::Name,     "Error: failed to write microcode: %1"},
-    {Role::SandboxStart, Stage::Nothing,  Wording::Name,     "Error: failed to start microcode: %1"},
-    {Role::Fx3Start,     Stage::Nothing,  Wording::Sentence, "Error: failed to start microcode reflashing: %1"},
-    {Role::Fx3Poll,      Stage::Fx3Open,  Wording::Name,     "Error: failed to connect to FPGA: %1"},
-    {Role::Fx3Block,     Stage::Fx3Open,  Wording::Sentence, "Error: failed to write microcode block: %1"},
-    {Role::Fx3Complete,  Stage::Fx3Open,  Wording::Sentence, "Error: failed to complete microcode reflash: %1"},
-    {Role::FpgaStart,    Stage::Fx3Done,  Wording::Name,     "Error: failed to start FPGA reflashing: %1"},
-    {Role::FpgaPoll,     Stage::FpgaOpen, Wording::Name,     "Error: failed to connect to FPGA: %1"},
-    {Role::FpgaHeader,   Stage::FpgaOpen, Wording::Name,     "Error: failed to write FPGA header block:  %1"},
-    {Role::FpgaBlock,    Stage::FpgaOpen, Wording::Name,     "Error: failed to write FPGA block:  %1"},
-    {Role::FpgaRawBlock, Stage::FpgaOpen, Wording::Name,     "Error: failed to write FPGA block:  %1"},
-    {Role::FpgaCrc,      Stage::FpgaOpen, Wording::Name,     "Error: failed FPGA CRC check: %1"},
-    {Role::FpgaComplete, Stage::FpgaOpen, Wording::Name,     "Error: failed to complete FPGA reflash: %1"},
-    {Role::EdidStart,    Stage::Done,     Wording::Number,   "Can't initiate EDID IO access (err: %1)"},
-    {Role::EdidData,     Stage::Done,     Wording::Number,   "Can't send EDID data to the device (err: %1)"},
-    {Role::EdidComplete, Stage::Done,     Wording::Number,   "Can't finalize EDID IO access (err: %1)"},
+    {Role::PieceWrite,   Stage::Nothing,  Stage::Nothing,  Wording::Name,     "Error: failed to write microcode: %1"},
+    {Role::PieceRead,    Stage::Nothing,  Stage::Nothing,  Wording::Name,     "Error: failed to write microcode: %1"},
+    {Role::SandboxStart, Stage::Nothing,  Stage::Nothing,  Wording::Name,     "Error: failed to start microcode: %1"},
+    {Role::Fx3Start,     Stage::Nothing,  Stage::Fx3Open,  Wording::Sentence, "Error: failed to start microcode reflashing: %1"},
+    {Role::Fx3Poll,      Stage::Fx3Open,  Stage::Fx3Open,  Wording::Name,     "Error: failed to connect to FPGA: %1"},
+    {Role::Fx3Block,     Stage::Fx3Open,  Stage::Fx3Open,  Wording::Sentence, "Error: failed to write microcode block: %1"},
+    {Role::Fx3Complete,  Stage::Fx3Open,  Stage::Fx3Done,  Wording::Sentence, "Error: failed to complete microcode reflash: %1"},
+    {Role::FpgaStart,    Stage::Fx3Done,  Stage::FpgaOpen, Wording::Name,     "Error: failed to start FPGA reflashing: %1"},
+    {Role::FpgaPoll,     Stage::FpgaOpen, Stage::FpgaOpen, Wording::Name,     "Error: failed to connect to FPGA: %1"},
+    {Role::FpgaHeader,   Stage::FpgaOpen, Stage::FpgaOpen, Wording::Name,     "Error: failed to write FPGA header block:  %1"},
+    {Role::FpgaBlock,    Stage::FpgaOpen, Stage::FpgaOpen, Wording::Name,     "Error: failed to write FPGA block:  %1"},
+    {Role::FpgaRawBlock, Stage::FpgaOpen, Stage::FpgaOpen, Wording::Name,     "Error: failed to write FPGA block:  %1"},
+    {Role::FpgaCrc,      Stage::FpgaOpen, Stage::FpgaOpen, Wording::Name,     "Error: failed FPGA CRC check: %1"},
+    {Role::FpgaComplete, Stage::FpgaOpen, Stage::Done,     Wording::Name,     "Error: failed to complete FPGA reflash: %1"},
+    {Role::EdidStart,    Stage::Done,     Stage::Done,     Wording::Number,   "Can't initiate EDID IO access (err: %1)"},
+    {Role::EdidData,     Stage::Done,     Stage::Done,     Wording::Number,   "Can't send EDID data to the device (err: %1)"},
+    {Role::EdidComplete, Stage::Done,     Stage::Done,     Wording::Number,   "Can't finalize EDID IO access (err: %1)"},
 };
 
 // A part of a block arrives, the device takes it for the whole, and so does libusb: the update goes
@@ -81,12 +84,23 @@ bool isPoll(Role role)
     return role == Role::Fx3Poll || role == Role::FpgaPoll;
 }
 
+// How the program is told of it. A device that has started the sandbox is off the bus before anyone
+// has waited for its answer.
+Fault toldAs(const Step &step, Fault fault)
+{
+    const bool left = step.role == Role::SandboxStart && fault == Fault::SilenceAfter;
+    return left ? Fault::DisconnectAfter : fault;
+}
+
 } // namespace
 
 // ---- one transfer
 
 bool applies(const Step &step, Fault fault)
 {
+    if (isAfterTheDeed(fault)) {
+        return step.role < Role::LanguageString || step.role > Role::Ping;
+    }
     if (fault == Fault::Short) {
         return !step.data.isEmpty();
     }
@@ -125,7 +139,7 @@ QString struckLine(const Step &step, Fault fault)
 {
     if (!step.in) {
         const QString taken = QString(" short %1").arg(shortened(step.data).size());
-        return step.line + (fault == Fault::Short ? taken : factsOf(fault).wire);
+        return step.line + (fault == Fault::Short ? taken : factsOf(toldAs(step, fault)).wire);
     }
     const QString request = step.line.section(' ', 0, 4); // less the answer
     if (fault == Fault::Short) {
@@ -165,7 +179,7 @@ public:
         const Step &step = script.steps[at];
         reach(step);
         if (isError(fault)) {
-            strike(step, fault);
+            strike(at, fault);
         } else if (isPoll(step.role)) {
             answerPoll(at, fault);
         } else if (step.in) {
@@ -233,35 +247,63 @@ private:
 
     void giveBack()
     {
-        expected.wire += expected.gone ? QStringList{"release 0 no-device", "close"}
-                                       : WireModel().giveBack().lines();
+        const bool away = expected.gone || expected.left;
+        expected.wire +=
+            away ? QStringList{"release 0 no-device", "close"} : WireModel().giveBack().lines();
     }
 
-    void strike(const Step &step, Fault fault)
+    void strike(std::size_t at, Fault fault)
     {
+        const Step &step = script.steps[at];
+        const bool done = isAfterTheDeed(fault);
         expected.wire += struckLine(step, fault);
-        expected.gone = fault == Fault::Disconnect;
+        expected.gone = isDeparture(fault);
+        expected.left = done && !expected.gone && step.role == Role::SandboxStart;
         if (step.role == Role::FpgaCrc) {
-            loseCrc(step, fault);
+            loseCrc(at, fault);
             return;
         }
-        // A device that was busy when the poll got lost is as busy afterwards.
-        const bool busy = step.role == Role::Fx3Poll && step.data[0] == 0;
-        expected.firstPoll = busy ? 0 : 1;
-        fail(step, errorText(step.role, fault));
+        expected.firstPoll = pollAfter(at, done);
+        fail(step, errorText(step.role, toldAs(step, fault)));
+        if (done) {
+            expected.stage = factsOf(step.role).afterTheDeed;
+        }
+        if (expected.stage == Stage::Fx3Open) {
+            expected.microcodeTaken = microcodeUpTo(done ? at + 1 : at);
+        }
     }
 
-    // Whether the CRC matters is the device's decision: it is asked whether it is ready, which it
-    // is since it has got nothing to do, and to complete, which it refuses without a CRC.
-    void loseCrc(const Step &step, Fault fault)
+    // A device that was busy when the poll got lost is as busy afterwards; one that has begun, or
+    // has taken a block, says so when it is asked next.
+    int pollAfter(std::size_t at, bool done) const
+    {
+        const Step &asked = script.steps[std::min(done ? at + 1 : at, script.steps.size() - 1)];
+        return asked.role == Role::Fx3Poll && asked.data[0] == 0 ? 0 : 1;
+    }
+
+    qint64 microcodeUpTo(std::size_t end) const
+    {
+        qint64 bytes = 0;
+        for (std::size_t i = 0; i < end; ++i) {
+            bytes += script.steps[i].role == Role::Fx3Block ? script.steps[i].data.size() : 0;
+        }
+        return bytes;
+    }
+
+    // Whether the CRC matters is the device's decision: it is asked whether it is ready, and told
+    // to complete. If it has not got the CRC, it has got nothing to do and refuses.
+    void loseCrc(std::size_t at, Fault fault)
     {
         error(errorText(Role::FpgaCrc, fault));
         if (expected.gone) {
-            fail(step, errorText(Role::FpgaPoll, fault));
-            return;
+            fail(script.steps[at], errorText(Role::FpgaPoll, fault));
+        } else if (isAfterTheDeed(fault)) {
+            through(at + 1, script.steps.size());
+            succeed();
+        } else {
+            expected.wire += WireModel().poll(0xC4, 1).lines();
+            refuseCompletion();
         }
-        expected.wire += WireModel().poll(0xC4, 1).lines();
-        refuseCompletion();
     }
 
     void refuseCompletion()

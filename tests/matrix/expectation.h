@@ -13,7 +13,9 @@ struct Expectation
     QStringList signalLines; // "progress 34", "error TEXT", "complete"
     QStringList errors;      // the texts alone
     Stage stage = Stage::Done;
-    bool gone = false; // the device has left the bus
+    qint64 microcodeTaken = 0; // bytes, when its writing was cut short
+    bool gone = false;         // the device has left the bus
+    bool left = false;         // the same, since the sandbox has started: it comes back by itself
     bool sandboxRuns = false;
     int firstPoll = 1;             // what a status poll is answered afterwards
     const char *differs = nullptr; // why a success does not mean that the package is in the device
@@ -24,8 +26,8 @@ struct Expectation
 Expectation expectUpdate(const Script &script, bool repairing);
 Expectation expectUpdate(const Script &script, bool repairing, std::size_t at, Fault fault);
 
-// Whether the fault can happen to this transfer: nothing shorter than nothing can arrive, and only
-// an answer can be a wrong one.
+// Whether the fault can happen to this transfer: nothing shorter than nothing can arrive, only an
+// answer can be a wrong one, and reading a string or a ping is no deed.
 bool applies(const Step &step, Fault fault);
 
 // The words of a scene for it.

@@ -15,13 +15,23 @@
 //   capso-matrix cell OPERATION TITLE      runs one, and prints what program and device said
 //
 //   capso-matrix cli-cell OPERATION TITLE  the same through capso-cli
+//
+//   capso-matrix twice size                how many pairs of faults there are, one after another
+//
+//   capso-matrix twice sample SEED LEAST [AT-ONCE]
+//                                          runs some: each pair of requests, and so many at least
+//
+//   capso-matrix twice run PART/PARTS [AT-ONCE]
+//                                          runs a part of them, "1/1" is all
 
 #include "matrix.h"
 #include "runner.h"
+#include "twice.h"
 
 #include <QCoreApplication>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -29,7 +39,8 @@ namespace {
 std::vector<Operation> allOperations(const QString &packages)
 {
     std::vector<Operation> all = scanOperations();
-    for (std::vector<Operation> more : {updateOperations(packages), settingsOperations()}) {
+    for (std::vector<Operation> more :
+         {updateOperations(packages), settingsOperations(), hostOperations(packages)}) {
         for (Operation &operation : more) {
             all.push_back(std::move(operation));
         }
@@ -67,13 +78,58 @@ int printList(const std::vector<Operation> &operations)
     return 0;
 }
 
+// So many at a time are held in memory.
+constexpr int s_twiceAtATime = 2000;
+
+int printTwice(const TwiceMatrix &twice)
+{
+    std::printf("%d pairs of faults, %d pairs of requests\n", twice.size(), twice.requestPairs());
+    return 0;
+}
+
+int runTwice(const TwiceMatrix &twice, const QString &part, int atOnce)
+{
+    const int parts = part.section('/', 1, 1).toInt();
+    const int number = part.section('/', 0, 0).toInt();
+    if (parts < 1 || number < 1 || number > parts) {
+        return 2;
+    }
+    const qint64 size = twice.size();
+    const int end = int(size * number / parts);
+    int failed = 0;
+    for (int from = int(size * (number - 1) / parts); from < end; from += s_twiceAtATime) {
+        const std::vector<Operation> some{twice.part(from, std::min(end, from + s_twiceAtATime))};
+        failed |= runCells(selectCells(some, "all"), atOnce);
+    }
+    return failed;
+}
+
 int usage()
 {
     std::fputs("usage: capso-matrix size | list | run GROUP|OPERATION|all [AT-ONCE] | "
                "sample SEED [AT-ONCE] | cli SEED [AT-ONCE] | cell OPERATION TITLE | "
-               "cli-cell OPERATION TITLE\n",
+               "cli-cell OPERATION TITLE | twice size | "
+               "twice sample SEED LEAST [AT-ONCE] | twice run PART/PARTS [AT-ONCE]\n",
                stderr);
     return 2;
+}
+
+int twiceCommand(const QStringList &words, const QString &packages)
+{
+    const TwiceMatrix twice(packages);
+    const QString command = words.value(0);
+    if (command == "size") {
+        return printTwice(twice);
+    }
+    if (command == "sample" && words.size() > 2) {
+        printTwice(twice);
+        const std::vector<Operation> some{twice.sample(words[1].toUInt(), words[2].toInt())};
+        return runCells(selectCells(some, "all"), words.value(3, "8").toInt());
+    }
+    if (command == "run" && words.size() > 1) {
+        return runTwice(twice, words[1], words.value(2, "8").toInt());
+    }
+    return usage();
 }
 
 int runCommand(const QStringList &words, const std::vector<Operation> &operations)
@@ -111,5 +167,9 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen"); // the dialog needs no screen
     const QTemporaryDir packages("/tmp/capso-XXXXXX");
-    return runCommand(QCoreApplication::arguments().mid(1), allOperations(packages.path()));
+    const QStringList words = QCoreApplication::arguments().mid(1);
+    if (words.value(0) == "twice") {
+        return twiceCommand(words.mid(1), packages.path());
+    }
+    return runCommand(words, allOperations(packages.path()));
 }

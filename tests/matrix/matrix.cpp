@@ -7,8 +7,6 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
-namespace {
-
 QString cellTitle(const Script &script, std::size_t at, Fault fault)
 {
     return QString("%1 at %2 of %3: %4")
@@ -24,8 +22,6 @@ QString faultCommand(std::size_t at, const Step &step, Fault fault)
            QString::fromLatin1(sceneWords(step, fault));
 }
 
-} // namespace
-
 void addStruckCells(Operation &operation, const Script &script, const MakeCell &make)
 {
     for (std::size_t at = 0; at < script.steps.size(); ++at) {
@@ -34,8 +30,7 @@ void addStruckCells(Operation &operation, const Script &script, const MakeCell &
             if (!applies(step, fault)) {
                 continue;
             }
-            Cell cell =
-                make(at, fault, cellTitle(script, at, fault), faultCommand(at, step, fault));
+            Cell cell = make(at, fault, cellTitle(script, at, fault));
             cell.request = step.request.code;
             cell.in = step.in;
             cell.fault = fault;

@@ -30,7 +30,7 @@ struct Cell
 // All cells of one operation. The first one is without a fault.
 struct Operation
 {
-    QString group; // "scan", "update", "repair", "settings"
+    QString group; // "scan", "update", "repair", "settings", ...
     QString title;
     std::vector<Cell> cells;
 };
@@ -39,15 +39,19 @@ struct Operation
 std::vector<Operation> scanOperations();
 std::vector<Operation> updateOperations(const QString &packages);
 std::vector<Operation> settingsOperations();
+std::vector<Operation> hostOperations(const QString &packages);
 
 // ---- what the scenarios share
 
 // Adds a cell for every fault of every transfer of the script. `make` is called with the number of
-// the transfer that is struck (counted from 0) and how, the cell's title ("stall at 5 of 27: > c7
-// v0 i0 0") and the command that sets the fault.
-using MakeCell =
-    std::function<Cell(std::size_t at, Fault fault, const QString &title, const QString &command)>;
+// the transfer that is struck (counted from 0) and how, and the cell's title ("stall at 5 of 27: >
+// c7 v0 i0 0").
+using MakeCell = std::function<Cell(std::size_t at, Fault fault, const QString &title)>;
 void addStruckCells(Operation &operation, const Script &script, const MakeCell &make);
+
+QString cellTitle(const Script &script, std::size_t at, Fault fault);
+// The command that sets the fault.
+QString faultCommand(std::size_t at, const Step &step, Fault fault);
 
 // What stands in the event "seen" after an operation (from 1).
 QJsonObject seenAfter(const SimRun &run, int operation);

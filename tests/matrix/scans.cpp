@@ -295,10 +295,10 @@ Operation scanOf(const Kind &kind)
     well.rows = QStringList{rowOf(kind, textsOf(kind))};
     well.wire = probeWire(kind);
     operation.cells.push_back(cellOf(kind, well, "no fault", "clear-faults g"));
-    addStruckCells(operation, script,
-                   [&](std::size_t at, Fault fault, const QString &title, const QString &command) {
-                       return cellOf(kind, expectScan(kind, script, at, fault), title, command);
-                   });
+    addStruckCells(operation, script, [&](std::size_t at, Fault fault, const QString &title) {
+        return cellOf(kind, expectScan(kind, script, at, fault), title,
+                      faultCommand(at, script.steps[at], fault));
+    });
     return operation;
 }
 

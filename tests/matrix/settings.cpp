@@ -165,7 +165,7 @@ QStringList wireUpTo(const Script &script, std::size_t at, Fault fault)
     QStringList wire;
     for (std::size_t i = 0; i <= at; ++i) {
         const Step &step = script.steps[i];
-        const bool gone = i == at && fault == Fault::Disconnect;
+        const bool gone = i == at && isDeparture(fault);
         wire += WireModel().openForWork().lines();
         wire += i == at ? struckLine(step, fault) : step.line;
         wire += gone ? QStringList{"release 0 no-device", "close"} : WireModel().giveBack().lines();
@@ -203,7 +203,7 @@ SettingsExpectation expectWriteFlags(Fault fault)
         expected.box = true;
     }
     expected.shown = boxesOf(s_otherFlags); // as the user has set them
-    expected.held = "5";                    // nothing has arrived
+    expected.held = isAfterTheDeed(fault) ? "18" : "5";
     return expected;
 }
 
@@ -241,11 +241,13 @@ SettingsExpectation expectWriteModes(std::size_t at, Fault fault)
 {
     SettingsExpectation expected;
     QStringList held = s_otherModes;
-    held[int(at)] = s_modes[int(at)];
+    if (!isAfterTheDeed(fault)) {
+        held[int(at)] = s_modes[int(at)];
+    }
     if (isError(fault)) {
         expected.errors = QStringList{writeError(fault)};
         expected.box = true;
-        for (int i = int(at); i < 3; ++i) {
+        for (int i = int(at) + 1; i < 3; ++i) {
             held[i] = s_modes[i];
         }
     }
@@ -296,7 +298,7 @@ QStringList signalsOf(const Script &script, std::size_t struck, const QStringLis
 SettingsExpectation expectStruck(const Scenario &scenario, std::size_t at, Fault fault)
 {
     SettingsExpectation expected = scenario.expect(at, fault);
-    expected.gone = fault == Fault::Disconnect;
+    expected.gone = isDeparture(fault);
     expected.wire = wireUpTo(scenario.script, at, fault);
     expected.signalLines = signalsOf(scenario.script, at, expected.errors);
     if (!isError(fault)) {
@@ -565,8 +567,9 @@ Operation operationOf(const Scenario &one)
     well.signalLines = signalsOf(scenario->script, 0, {});
     operation.cells.push_back(cellOf(scenario, well, "no fault", "clear-faults g"));
     addStruckCells(operation, scenario->script,
-                   [&](std::size_t at, Fault fault, const QString &title, const QString &command) {
-                       return cellOf(scenario, expectStruck(*scenario, at, fault), title, command);
+                   [&](std::size_t at, Fault fault, const QString &title) {
+                       return cellOf(scenario, expectStruck(*scenario, at, fault), title,
+                                     faultCommand(at, scenario->script.steps[at], fault));
                    });
     return operation;
 }

@@ -1,7 +1,7 @@
 // Updates and repairs through the unmodified program of the command line: the cells of the dialog
 // once more, with what is expected from the same tables.
 
-#include "updateplan.h"
+#include "plan.h"
 
 #include <QJsonArray>
 #include <QRegularExpression>
@@ -17,17 +17,18 @@ int transfersOf(const QStringList &probe)
     return int(probe.filter(s_transfer).size());
 }
 
-QByteArray sceneWith(const Plan &plan, const QString &fault)
+QByteArray sceneWith(const Plan &plan, const Try &first)
 {
     static const QRegularExpression s_number("nth ([0-9]+)");
-    const QRegularExpressionMatch match = s_number.match(fault);
+    const QByteArray scene = sceneOf(tell(plan, first));
+    const QRegularExpressionMatch match = s_number.match(first.fault);
     if (!match.hasMatch()) {
-        return plan.scene; // without a fault
+        return scene; // without a fault
     }
-    const int number = match.captured(1).toInt() + transfersOf(probeWire(plan.mode));
-    QString moved = fault;
+    const int number = match.captured(1).toInt() + transfersOf(healthyProbe(plan.device.runs()));
+    QString moved = first.fault;
     moved.replace(s_number, QString("nth %1").arg(number));
-    return plan.scene + "\n" + moved.toLatin1() + "\n";
+    return scene + "\n" + moved.toLatin1() + "\n";
 }
 
 // The program tells of the first percentage in each ten.
@@ -143,19 +144,22 @@ QString checkStruck(const SimRun &run, const Plan &plan, const Expectation &expe
     });
 }
 
-QStringList wholeWire(const Plan &plan, const Expectation &expected)
+QStringList wholeWire(const Story &story, bool begins)
 {
-    QStringList wire = probeWire(plan.mode);
-    if (plan.cliRefusal.isEmpty()) {
-        wire += expected.wire;
+    const Try &first = story.tries[0];
+    QStringList wire = healthyProbe(story.device.runs());
+    if (begins) {
+        wire += first.expected.wire;
     }
-    return wire + probeWire(modeAfterPowerCycle(plan, expected)) +
-           expectRescue(plan, expected).wire;
+    const DeviceModel then = deviceBeforeNext(story.device, first);
+    return wire + healthyProbe(then.runs()) + story.tries[1].expected.wire;
 }
 
-QString check(const SimRun &run, const Plan &plan, const Expectation &expected)
+QString check(const SimRun &run, const Plan &plan, const Try &first)
 {
-    const Expectation rescue = expectRescue(plan, expected);
+    const Story story = tell(plan, first);
+    const Expectation &expected = first.expected;
+    const Expectation &rescue = story.tries[1].expected;
     return firstOf({
         [&] { return checkStruck(run, plan, expected); },
         [&] { return compareTexts("the rescue", resultOf(run, Rescue), expectedResult(rescue)); },
@@ -168,7 +172,10 @@ QString check(const SimRun &run, const Plan &plan, const Expectation &expected)
                                 memoriesOf(stateAfter(run, Rescue), plan.recovery),
                                 memoriesHolding(plan.recovery));
         },
-        [&] { return compareLists("the wire", wireOf(run), wholeWire(plan, expected)); },
+        [&] {
+            return compareLists("the wire", wireOf(run),
+                                wholeWire(story, plan.cliRefusal.isEmpty()));
+        },
         [&] { return run.transcript().unbalanced("g"); },
         [&] { return checkPatience(run); },
         [&] { return checkFiles(run); },
@@ -177,15 +184,14 @@ QString check(const SimRun &run, const Plan &plan, const Expectation &expected)
 
 } // namespace
 
-Cell cliCellOf(const std::shared_ptr<const Plan> &plan, const Expectation &expected,
-               const QString &title, const QString &fault)
+Cell cliCellOf(const std::shared_ptr<const Plan> &plan, const Try &first, const QString &title)
 {
     Cell cell;
     cell.title = title;
-    cell.scene = sceneWith(*plan, fault);
+    cell.scene = sceneWith(*plan, first);
     cell.program = CAPSO_THROUGH_CLI;
     cell.operations = QStringList{CAPSO_CLI, CAPSO_SIM, plan->package, plan->recoveryPackage,
-                                  expected.gone ? QString("replug") : QString("power-cycle")};
-    cell.check = [plan, expected](const SimRun &run) { return check(run, *plan, expected); };
+                                  first.expected.gone ? QString("replug") : QString("power-cycle")};
+    cell.check = [plan, first](const SimRun &run) { return check(run, *plan, first); };
     return cell;
 }

@@ -151,6 +151,10 @@ bool Clicker::runOperation(const QString &operation, QStringList &words)
     if (operation == "poll") {
         return awaitPoll();
     }
+    if (operation == "await") {
+        const QString device = next();
+        return awaitMode(device, next());
+    }
     if (operation == "apply-flags") {
         return applyFlags(next());
     }
@@ -200,6 +204,19 @@ bool Clicker::awaitPoll()
 {
     const int before = pollsAnswered;
     return waitFor([this, before] { return pollsAnswered > before; });
+}
+
+// Without handling events, as between operations.
+bool Clicker::awaitMode(const QString &device, const QString &mode)
+{
+    for (int i = 0; i < s_operationMs / 10; ++i) {
+        const QJsonObject state = simulation::state(device);
+        if (state["plugged"].toBool() && state["mode"].toString() == mode) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
 }
 
 // The boxes to check, in the words of flagboxes.h; the others are not checked then.

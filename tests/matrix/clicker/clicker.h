@@ -39,6 +39,7 @@ private:
     bool select(const QString &serial);
     bool openTab(int tab);
     bool awaitPoll();
+    static bool awaitMode(const QString &device, const QString &mode);
     bool applyFlags(const QString &boxes);
     bool applyModes(const QStringList &modes);
 

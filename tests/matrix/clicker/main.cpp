@@ -12,6 +12,8 @@
 //
 //   poll                          wait for the next answer to a status poll
 //
+//   await DEVICE MODE             wait until the simulated device is plugged in, in this mode
+//
 //   apply-flags "BOX BOX"         check these boxes of the Settings page only, and press Apply
 //
 //   apply-modes MODE MODE MODE    the same with the user modes: "1280x720 on"
