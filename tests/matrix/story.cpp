@@ -39,6 +39,7 @@ struct Course
     explicit Course(const Story &story)
     {
         DeviceModel device = story.device;
+        begin = operations.control("state g");
         for (const Try &one : story.tries) {
             const DeviceModel next = deviceBeforeNext(device, one);
             places.push_back(tryOnce(one, next));
@@ -76,6 +77,7 @@ struct Course
     }
 
     Operations operations;
+    int begin = 0; // the operation that asks what the device is at first
     std::vector<Places> places;
 };
 
@@ -194,6 +196,19 @@ QString checkTries(const SimRun &run, const Story &story)
 {
     const Course course(story);
     DeviceModel device = story.device;
+    const QString found = firstOf(
+        {[&] {
+             return compareLists("the first rows", listIn(seenAfter(run, course.begin), "rows"),
+                                 {device.row()});
+         },
+         [&] {
+             return compareTexts("the device at first",
+                                 DeviceModel::memoriesOf(stateAt(run, course.begin)),
+                                 device.memories());
+         }});
+    if (!found.isEmpty()) {
+        return found;
+    }
     for (std::size_t i = 0; i < story.tries.size(); ++i) {
         const QString problem = checkTry(run, course.places[i], device, story.tries[i]);
         if (!problem.isEmpty()) {
