@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace sim {
@@ -24,6 +25,23 @@ std::string format(const char *text, unsigned first, unsigned second)
     char buffer[64];
     std::snprintf(buffer, sizeof buffer, text, first, second);
     return buffer;
+}
+
+// umockdev 0.19 announces a device that it has just removed, and complains on standard error, which
+// is the simulated program's too, that there is no such device.
+void removeQuietly(UMockdevTestbed *bed, const std::string &path)
+{
+    const int standardError = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (standardError >= 0 && nowhere >= 0) {
+        dup2(nowhere, STDERR_FILENO);
+    }
+    umockdev_testbed_remove_device(bed, path.c_str());
+    if (standardError >= 0) {
+        dup2(standardError, STDERR_FILENO);
+    }
+    close(nowhere);
+    close(standardError);
 }
 
 std::string hubPath(unsigned bus)
@@ -161,10 +179,9 @@ void TestBed::add(const SysfsEntry &entry)
 void TestBed::remove(const SysfsEntry &entry)
 {
     for (unsigned interface = 0; interface < entry.interfaces; ++interface) {
-        umockdev_testbed_remove_device(bed.get(),
-                                       ("/sys" + interfacePath(entry, interface)).c_str());
+        removeQuietly(bed.get(), "/sys" + interfacePath(entry, interface));
     }
-    umockdev_testbed_remove_device(bed.get(), ("/sys" + sysPath(entry)).c_str());
+    removeQuietly(bed.get(), "/sys" + sysPath(entry));
     // umockdev leaves the link by number, and would stumble over it when the address is used again.
     unlink((rootDirectory + format("/sys/dev/char/%u:%u", s_usbMajor, minorOf(entry))).c_str());
     notify("remove", entry);
