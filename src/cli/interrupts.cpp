@@ -55,9 +55,11 @@ bool isIgnored(int number)
 Interrupts::Interrupts()
 {
     // A reader of standard output that goes away, or a terminal that objects to being written to
-    // from the background, must not end or stop an update.
+    // from the background, or a limit on the size of the file that the output goes to, must not end
+    // or stop an update.
     handle(SIGPIPE, SIG_IGN);
     handle(SIGTTOU, SIG_IGN);
+    handle(SIGXFSZ, SIG_IGN);
     if (pipe(s_pipe.data()) != 0) {
         return; // then the signals end the program at once, as they do by default
     }

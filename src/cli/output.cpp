@@ -199,6 +199,14 @@ void Output::progressLine(const QString &text)
     progressShown = !text.isEmpty();
 }
 
+void Output::lookForReader()
+{
+    pollfd file{STDOUT_FILENO, 0, 0};
+    if (outputError == 0 && poll(&file, 1, 0) == 1 && (file.revents & POLLERR) != 0) {
+        outputError = EPIPE;
+    }
+}
+
 void Output::reportFailure()
 {
     if (outputError != 0 && outputError != EPIPE) {

@@ -48,6 +48,8 @@ public:
 
     // Whether standard output has refused something: a full disk, a reader that has gone.
     bool hasFailed() const { return outputError != 0; }
+    // Notices that the reader of standard output has gone, before the next write would.
+    void lookForReader();
     // Says why standard output failed, unless its reader has gone, who will not miss the rest.
     void reportFailure();
 

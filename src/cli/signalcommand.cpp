@@ -95,6 +95,7 @@ ExitStatus watch(Session &session, Configuration &configuration, const ListedDev
             shown = now;
             session.output.result(status.text(), now);
         }
+        session.output.lookForReader();
         if (session.output.hasFailed()) {
             return ExitStatus::Failed;
         }

@@ -252,7 +252,11 @@ const Command s_updateCommand{
             ->excludes(devices);
         app.add_option("--unless-version", arguments->unlessVersion,
                        "Leave out devices that report this version")
-            ->type_name("V");
+            ->type_name("V")
+            ->check([](const std::string &version) {
+                // The option takes any word: the next one where a script's variable is empty.
+                return version.front() == '-' ? "'" + version + "' is no version" : std::string();
+            });
         return [arguments](Session &session) { return update(session, *arguments); };
     },
 };

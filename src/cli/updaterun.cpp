@@ -87,7 +87,10 @@ UpdateResult updateDevice(Session &session, const ListedDevice &device, const QS
     QEventLoop loop;
     QObject::connect(&task, &UpdateTask::progress, &loop, [&](int value) {
         percent = value;
-        report.show(value);
+        // A repair that has failed comes to its 100 percent all the same.
+        if (result.error.isEmpty()) {
+            report.show(value);
+        }
     });
     QObject::connect(&task, &UpdateTask::error, &loop, [&](const QString &text) {
         // Where several things go wrong, the first is what the others come from.

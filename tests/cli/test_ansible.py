@@ -42,11 +42,13 @@ class Ansible(CliTest):
             "ANSIBLE_RETRY_FILES_ENABLED": "0",
             "ANSIBLE_LOCAL_TEMP": str(self.folder / "tmp"),
         }
+        package = pathlib.Path(self.package("velk3"))
+        environment["PWD"] = str(package.parent)
         words = [
-            "ansible-playbook", "-i", str(inventory), str(PLAYBOOK), "-e", f"package={self.package('velk3')}",
+            "ansible-playbook", "-i", str(inventory), str(PLAYBOOK), "-e", f"package={package.name}",
             "-e", "version=2.0.0",
         ]
-        ran = subprocess.run(words, capture_output=True, text=True, env=environment, timeout=500)
+        ran = subprocess.run(words, capture_output=True, text=True, env=environment, cwd=package.parent, timeout=500)
         self.assertIn("{", ran.stdout, ran.stderr)
         return ran, json.loads(ran.stdout[ran.stdout.index("{"):])
 
@@ -62,6 +64,7 @@ class Ansible(CliTest):
         self.assertEqual({host for host in HOSTS if stats[host]["changed"]}, set(HOSTS) - FAILING)
         reports = self.messages(first, "Report")
         for host in HOSTS:
+            self.assertEqual(list((self.folder / host).glob("*.capso")), [], "the package was left behind")
             kept = self.folder / host / "kept" / "grabber"
             if host in FAILING:
                 self.assertIn(f"{host.upper()} at 1-1 failed: Error: failed to write FPGA block:", reports[host])

@@ -4,7 +4,7 @@ import json
 import os
 import subprocess
 
-from support import PRODUCTS, CliTest, table, with_tables
+from support import PATIENCE, PRODUCTS, CliTest, table, with_tables
 
 COMMANDS = ("list", "update", "settings", "modes", "signal", "package", "doctor")
 VELK3 = object()  # stands for the package's path
@@ -73,6 +73,7 @@ class Usage(CliTest):
         ("command", ["frobnicate"], "frobnicate"),
         ("option", ["list", "--loud"], "--loud"),
         ("no_package", ["update"], "PACKAGE"),
+        ("version_left_out", ["update", "x.fw", "--unless-version", "--all"], "'--all' is no version"),
         ("all_and_named", ["update", "x.fw", "S1", "--all"], "--all"),
         ("list_of_one", ["list", "S1"], "S1"),
         ("two_devices", ["signal", "S1", "S2"], "DEVICE"),
@@ -193,6 +194,12 @@ class Outputs(CliTest):
         with open(writer, "w") as pipe:
             result = self.run_words(["signal", "--watch"], stdout=pipe)
         self.assert_code(result, 1)
+
+    def test_reader_that_goes_ends_watching(self):
+        running = self.start("velk3", "signal", "--watch")
+        self.assertNotEqual(running.process.stdout.readline(), "")
+        running.process.stdout.close()
+        self.assertEqual(running.process.wait(PATIENCE), 1)
 
     @table(*EACH_COMMAND)
     def test_no_locale(self, words, _writes):

@@ -107,22 +107,33 @@ class ClosedFiles(CliTest):
     @table(*[(name, redirection) for name, redirection in CLOSED.items() if name != "none"])
     def test_no_file_takes_their_place(self, redirection):
         """While the program waits, what stands in their place can be neither read nor written."""
-        shell = f'exec "{self.cli}" signal --watch {redirection}'
-        running = self.start("velk3", program=["sh", "-c", shell])
-        running.wait_for_request("INPUT_STATUS")
+        shell = f'exec "{self.cli}" signal {redirection}'
+        # It ends once it has something to say that nobody can get.
+        slow = "device g\n product velk3\nfault g FX3_STATUS every delay 900"
+        running = self.start(slow, program=["sh", "-c", shell])
+        running.wait_for_event("open")
         pid = running.pid_file.read_text().strip()
         for number, closing, refusing in ((0, "<&-", os.O_WRONLY), (1, " >&-", os.O_RDONLY), (2, "2>&-", os.O_RDONLY)):
             if closing in " " + redirection:
                 facts = pathlib.Path(f"/proc/{pid}/fdinfo/{number}").read_text()
                 flags = int(facts.split("flags:")[1].split()[0], 8)
                 self.assertEqual(flags & os.O_ACCMODE, refusing, os.readlink(f"/proc/{pid}/fd/{number}"))
-        running.signal(15)
         running.finish()
 
     def test_a_result_that_nobody_can_get_is_a_failure(self):
         result = self.run_cli("velk3", program=["sh", "-c", f'exec "{self.cli}" list >&-'])
         self.assert_code(result, 1)
         self.assertEqual(result.err, "capso-cli: cannot write standard output: Bad file descriptor\n")
+
+
+class FileSizeLimit(CliTest):
+    def test_it_is_said_and_nothing_is_written(self):
+        """A limit that the copy of the package reaches would end the program, in the middle of a later update too."""
+        shell = f'ulimit -f 1; exec "{self.cli}" update "{self.package("velk3")}"'
+        result = self.run_cli("velk3", program=["sh", "-c", shell])
+        self.assert_code(result, 1)
+        self.assertIn("File too large", result.err)
+        self.assertEqual(self.written_devices(result), set())
 
 
 class SlowReader(CliTest):

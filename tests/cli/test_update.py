@@ -26,6 +26,14 @@ class Update(CliTest):
         self.assertEqual(result.out, "SIM00001: Update Completed\n")
         self.assert_updated(result, product, product)
 
+    def test_repair_that_fails_is_not_done(self):
+        scene = "device g\n product velk3\n mode soft\nfault g FPGA_WRITE nth 2 stall"
+        result = self.run_cli(scene, "update", self.package("velk3"), "SIM00001", "--json")
+        self.assert_code(result, 1)
+        progress = [row for row in result.objects if row.get("event") == "progress"]
+        self.assertNotEqual(progress, [])
+        self.assertLess(max(row["percent"] for row in progress), 100)
+
     def test_oldest_packages(self):
         result = self.run_cli("velk3", "update", self.package("legacy"))
         self.assert_code(result, 0)

@@ -155,7 +155,7 @@ class Look:
         On a busy machine the program needs its time to show it.
         """
         path = pathlib.Path(f"{self.prefix}-{stage}.png")
-        now = self.screen.photograph_when_still(self.window, path, unlike=self.before)
+        now = self.screen.photograph_when_still(self.window, path, unlike=[self.before])
         if now == self.before:
             raise DemoError(f"the picture {path.name} shows nothing new")
         self.before = now

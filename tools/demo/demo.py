@@ -113,12 +113,12 @@ class Visit:
 
     def picture(self, stage, text):
         path = self.pictures / f"{len(self.taken) + 1:02}-{stage}.png"
-        self.window.photograph_when_still(path)
+        picture = self.window.photograph_when_still(path, unlike=self.taken.values())
         if self.window.fewest_colours_of_a_row(path) < FEWEST_COLOURS:
             raise DemoError(f"the picture {path.name} shows an empty list")
-        if path.read_bytes() in self.taken.values():
+        if picture in self.taken.values():
             raise DemoError(f"the picture {path.name} shows nothing new")
-        self.taken[path.name] = path.read_bytes()
+        self.taken[path.name] = picture
         say(f"  {text} ({path.name})")
 
     def wait_for(self, what, condition):
