@@ -83,10 +83,10 @@ SimLine eventLine(const QJsonObject &object)
 
 // The simulator notices a close by the end of a connection, a moment after the file that the
 // program opened next has made itself known. Puts it back in front of that file's first line. A
-// close that comes much later is what it seems to be.
+// close that comes as late as the shortest pause of an update is what it seems to be.
 void putCloseInPlace(QVector<SimLine> &lines, int close)
 {
-    constexpr double noticedWithinMs = 500;
+    constexpr double noticedWithinMs = 950;
     const int file = lines[close].file;
     int target = close;
     for (int i = close - 1; i >= 0 && lines[i].file != file; --i) {
