@@ -31,12 +31,16 @@ QByteArray sceneWith(const Plan &plan, const Try &first)
     return scene + "\n" + moved.toLatin1() + "\n";
 }
 
-// The program tells of the first percentage in each ten.
+// The program tells of the first percentage in each ten, and of none after an error: a repair that
+// has failed comes to its 100 percent all the same.
 QStringList tensOf(const QStringList &signalLines)
 {
     QStringList tens;
     int shown = -1;
     for (const QString &line : signalLines) {
+        if (line.startsWith("error ")) {
+            break;
+        }
         if (!line.startsWith("progress ")) {
             continue;
         }
