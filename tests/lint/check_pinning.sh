@@ -32,7 +32,8 @@ check() {
 fresh() {
     rm -rf "$work/bin"
     mkdir -p "$work/bin" "$work/tree"
-    for needed in bash sh env dirname find xargs; do
+    echo '[]' >"$work/tree/compile_commands.json"
+    for needed in bash sh env dirname find xargs mktemp rm python3; do
         ln -s "$(command -v "$needed")" "$work/bin/$needed"
     done
 }
