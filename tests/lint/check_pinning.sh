@@ -32,8 +32,9 @@ check() {
 fresh() {
     rm -rf "$work/bin"
     mkdir -p "$work/bin" "$work/tree"
+    ln -s "$(python3 -c 'import sys; print(sys.executable)')" "$work/bin/python3" # itself, not what may stand for it
     echo '[]' >"$work/tree/compile_commands.json"
-    for needed in bash sh env dirname find xargs mktemp rm python3; do
+    for needed in bash sh env dirname find xargs mktemp rm; do
         ln -s "$(command -v "$needed")" "$work/bin/$needed"
     done
 }
