@@ -63,7 +63,7 @@ Finding denied(const usbview::SystemDevice &device, const Node &node, const Mach
         return {because(Cli::tr("join the group plugdev, and log in again")), join()};
     }
     if (!machine.isMemberNow) {
-        return {because(Cli::tr("this session is older than the user's place in the group plugdev; "
+        return {because(Cli::tr("the user has joined the group plugdev since this login; "
                                 "log in again, or begin a shell that knows of it")),
                 QStringLiteral("newgrp %1").arg(QLatin1String(Machine::Group))};
     }

@@ -24,7 +24,7 @@ struct Machine
     QString program;                                // how a shell calls this program
     bool hasGroup = false;                          // there is a group plugdev,
     bool isMember = false;                          // the user is entered as a member of it,
-    bool isMemberNow = false;                       // and was so when this session began
+    bool isMemberNow = false;                       // and was so at the time of this login
     static constexpr const char *Group = "plugdev"; // the rules' group
 };
 

@@ -139,8 +139,8 @@ void TestCliSystem::whatMendsADenial_data()
         [](Machine &machine) { machine.isMember = machine.isMemberNow = false; }, true,
         "join the group plugdev", "sudo usermod -aG plugdev $USER");
     add(
-        "in the group, session older", [](Machine &machine) { machine.isMemberNow = false; }, true,
-        "log in again", "newgrp plugdev");
+        "joined since the login", [](Machine &machine) { machine.isMemberNow = false; }, true,
+        "since this login", "newgrp plugdev");
     add(
         "in the group, and still", [](Machine &) {}, true, "what else forbids it",
         "getfacl /dev/bus/usb/001/002");

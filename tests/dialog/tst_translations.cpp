@@ -173,8 +173,8 @@ const Expected s_expected[] = {
     {s_cli, "this user may not open it: %1"},
     {s_cli, "there is no group plugdev; make it, join it, and log in again"},
     {s_cli, "join the group plugdev, and log in again"},
-    {s_cli, "this session is older than the user's place in the group plugdev; log in again, or "
-            "begin a shell that knows of it"},
+    {s_cli, "the user has joined the group plugdev since this login; log in again, or begin a "
+            "shell that knows of it"},
     {s_cli, "it was plugged in before the udev rules were installed"},
     {s_cli, "although its group may; look for what else forbids it"},
     {s_cli, "the udev rules are masked by %1"},
