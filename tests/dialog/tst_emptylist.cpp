@@ -3,6 +3,7 @@
 
 #include "dialogdriver.h"
 #include "emptylisthint.h"
+#include "emptylisttexts.h"
 
 #include <QAccessible>
 #include <QImage>
@@ -17,14 +18,6 @@ using View = std::optional<std::vector<SystemDevice>>;
 
 View s_view = View::value_type(); // what the system says
 int s_asked = 0;                  // how often it was asked
-
-constexpr char s_notFound[] = "No capture device found. Plug it in and press the round arrow.";
-constexpr char s_denied[] =
-    "A capture device is connected, but you have no right to use it.\n"
-    "Install the package capso-config-udev, then unplug the device and plug it in again.";
-constexpr char s_held[] = "A capture device is connected, but another program is using it.";
-constexpr char s_silent[] =
-    "A capture device is connected, but it does not answer. Unplug it and plug it in again.";
 
 SystemDevice silentDevice()
 {

@@ -1,6 +1,7 @@
 // Why the list is empty, on simulated devices: the scan finds nothing, and the system knows why.
 // Each text is photographed, light and dark, into pictures/ in the build folder.
 
+#include "emptylisttexts.h"
 #include "simulateddialog.h"
 
 #include <QDir>
@@ -11,14 +12,6 @@
 #include <memory>
 
 namespace {
-
-constexpr char s_notFound[] = "No capture device found. Plug it in and press the round arrow.";
-constexpr char s_denied[] =
-    "A capture device is connected, but you have no right to use it.\n"
-    "Install the package capso-config-udev, then unplug the device and plug it in again.";
-constexpr char s_held[] = "A capture device is connected, but another program is using it.";
-constexpr char s_silent[] =
-    "A capture device is connected, but it does not answer. Unplug it and plug it in again.";
 
 QPalette darkPalette()
 {
