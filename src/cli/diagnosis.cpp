@@ -36,6 +36,9 @@ QString installRules(const Machine &machine)
 
 QString wrongWithRules(const Machine &machine)
 {
+    if (machine.rules.differs) {
+        return Cli::tr("the udev rules in %1 are not this version's").arg(machine.rules.file);
+    }
     return machine.rules.masked ? Cli::tr("the udev rules are masked by %1").arg(machine.rules.file)
                                 : Cli::tr("the udev rules are not installed");
 }
@@ -45,7 +48,8 @@ Finding denied(const usbview::SystemDevice &device, const Node &node, const Mach
     const auto because = [](const QString &reason) {
         return Cli::tr("this user may not open it: %1").arg(reason);
     };
-    if (!machine.rules.work()) {
+    const bool mayBeTheRules = machine.rules.differs && !node.isGroups;
+    if (!machine.rules.work() || mayBeTheRules) {
         return {because(wrongWithRules(machine)), installRules(machine)};
     }
     if (!machine.hasGroup) {
@@ -122,9 +126,20 @@ std::vector<Finding> findingsOf(const usbview::SystemDevice &device, const Node 
     return findings;
 }
 
+QString rulesLine(const UdevRules &rules)
+{
+    if (rules.masked) {
+        return Cli::tr("udev rules: masked by %1").arg(rules.file);
+    }
+    if (rules.differs) {
+        return Cli::tr("udev rules: %1, which are not this version's").arg(rules.file);
+    }
+    return Cli::tr("udev rules: %1").arg(rules.work() ? rules.file : Cli::tr("not installed"));
+}
+
 std::vector<Finding> findingsOf(const Machine &machine)
 {
-    if (machine.rules.work()) {
+    if (machine.rules.work() && !machine.rules.differs) {
         return {};
     }
     return {{wrongWithRules(machine), installRules(machine)}};

@@ -39,5 +39,7 @@ QString nodeOf(const usbview::SystemDevice &device); // "/dev/bus/usb/001/002"
 // What keeps the device from being used, and what slows it down.
 std::vector<Finding> findingsOf(const usbview::SystemDevice &device, const Node &node,
                                 const Machine &machine);
+// "udev rules: FILE", or what is wrong with them in few words.
+QString rulesLine(const UdevRules &rules);
 // What is wrong with the rules.
 std::vector<Finding> findingsOf(const Machine &machine);

@@ -148,18 +148,15 @@ public:
     ExitStatus conclude()
     {
         const auto findings = findingsOf(around.machine);
-        const QString &file = around.machine.rules.file;
-        if (findings.empty()) {
-            output.line(Cli::tr("udev rules: %1").arg(file));
-        } else {
-            output.line(around.machine.rules.masked ? Cli::tr("udev rules: masked by %1").arg(file)
-                                                    : Cli::tr("udev rules: not installed"));
-            showCommand(findings.front().command);
+        output.line(rulesLine(around.machine.rules));
+        for (const Finding &finding : findings) {
+            showCommand(finding.command);
         }
-        output.object({{"devices", devices},
-                       {"rules", around.machine.rules.work() ? file : QString()},
-                       {"problems", toJson(findings)},
-                       {"status", int(status)}});
+        output.object(
+            {{"devices", devices},
+             {"rules", around.machine.rules.work() ? around.machine.rules.file : QString()},
+             {"problems", toJson(findings)},
+             {"status", int(status)}});
         return status;
     }
 

@@ -2,7 +2,18 @@
 
 #include "udevrulestext.h"
 
+#include <QFile>
 #include <QFileInfo>
+
+namespace {
+
+bool differsFromOurs(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && file.readAll() != udevRulesText();
+}
+
+} // namespace
 
 UdevRules installedUdevRules(const QString &root)
 {
@@ -13,7 +24,8 @@ UdevRules installedUdevRules(const QString &root)
             root + QLatin1String(folder) + QStringLiteral("/udev/rules.d/70-capso-config.rules");
         const QFileInfo facts(file);
         if (facts.exists() || facts.isSymLink()) {
-            return {file, !facts.exists() || facts.size() == 0}; // or a link that leads nowhere
+            const bool masked = !facts.exists() || facts.size() == 0; // or a link to nowhere
+            return {file, masked, !masked && differsFromOurs(file)};
         }
     }
     return {};

@@ -10,6 +10,8 @@ struct UdevRules
     // An empty file or a link to /dev/null, by which udev is told to forget the file of that name
     // that a package has installed.
     bool masked = false;
+    // It can be read, and is not what this program carries: another version's, or edited.
+    bool differs = false;
 
     bool work() const { return !file.isEmpty() && !masked; }
 };

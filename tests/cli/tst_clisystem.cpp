@@ -95,6 +95,9 @@ private slots:
     void whatMendsADenial();
     void aMaskedFileIsNoRules_data();
     void aMaskedFileIsNoRules();
+    void rulesOfAnotherVersion_data();
+    void rulesOfAnotherVersion();
+    void whatIsSaidOfTheRules();
     void rulesThatAreMissing();
     void wellIsWell();
     void signalsAfterTheEndChangeNothing_data();
@@ -125,6 +128,16 @@ void TestCliSystem::whatMendsADenial_data()
         },
         false, "are masked by /etc/udev/rules.d/70-capso-config.rules",
         "sudo rm /etc/udev/rules.d/70-capso-config.rules && " + s_install);
+    add(
+        "another version's rules", [](Machine &machine) { machine.rules.differs = true; }, false,
+        "rules in /usr/lib/udev/rules.d/70-capso-config.rules are not this version's", s_install);
+    add(
+        "another version's rules, which gave the group its right",
+        [](Machine &machine) {
+            machine.rules.differs = true;
+            machine.isMember = machine.isMemberNow = false;
+        },
+        true, "join the group plugdev", "sudo usermod -aG plugdev $USER");
     add(
         "no group",
         [](Machine &machine) { machine.hasGroup = machine.isMember = machine.isMemberNow = false; },
@@ -199,6 +212,54 @@ void TestCliSystem::aMaskedFileIsNoRules()
     QCOMPARE(installedUdevRules(root.path()).file, etc);
     QCOMPARE(installedUdevRules(root.path()).masked, masked);
     QCOMPARE(installedUdevRules(root.path()).work(), !masked);
+}
+
+// An update of the program may bring rules for more devices, which an older file in /etc hides.
+void TestCliSystem::rulesOfAnotherVersion_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("after");
+    QTest::addColumn<bool>("differs");
+    QTest::newRow("the same") << QByteArray() << QByteArray() << false;
+    QTest::newRow("a line more") << QByteArray() << QByteArray("# mine\n") << true;
+    QTest::newRow("a line before") << QByteArray("# mine\n") << QByteArray() << true;
+}
+
+void TestCliSystem::rulesOfAnotherVersion()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, after);
+    QFETCH(bool, differs);
+    const QTemporaryDir root;
+    QVERIFY(QDir().mkpath(root.path() + "/etc/udev/rules.d"));
+    QFile file(root.path() + "/etc/udev/rules.d/70-capso-config.rules");
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(before + QByteArray(udevRulesText()) + after);
+    file.close();
+    const UdevRules rules = installedUdevRules(root.path());
+    QCOMPARE(rules.file, file.fileName());
+    QVERIFY(rules.work());
+    QCOMPARE(rules.differs, differs);
+}
+
+void TestCliSystem::whatIsSaidOfTheRules()
+{
+    Machine machine = goodMachine();
+    QCOMPARE(rulesLine(machine.rules),
+             QStringLiteral("udev rules: /usr/lib/udev/rules.d/70-capso-config.rules"));
+    machine.rules.differs = true;
+    QCOMPARE(rulesLine(machine.rules),
+             QStringLiteral("udev rules: /usr/lib/udev/rules.d/70-capso-config.rules, "
+                            "which are not this version's"));
+    const std::vector<Finding> findings = findingsOf(machine);
+    QCOMPARE(findings.size(), std::size_t(1));
+    QCOMPARE(findings.front().text,
+             QStringLiteral("the udev rules in /usr/lib/udev/rules.d/70-capso-config.rules are not "
+                            "this version's"));
+    QCOMPARE(findings.front().command, s_install);
+    machine.rules = {QStringLiteral("/etc/x.rules"), true};
+    QCOMPARE(rulesLine(machine.rules), QStringLiteral("udev rules: masked by /etc/x.rules"));
+    QCOMPARE(rulesLine({}), QStringLiteral("udev rules: not installed"));
 }
 
 void TestCliSystem::rulesThatAreMissing()
