@@ -84,6 +84,11 @@ QString detailsOf(const InspectedEntry &entry)
                            .arg(QString::number(section.length), hexText(section.address));
         }
     }
+    if (!entry.remark.isEmpty()) {
+        details += Cli::tr("begins like a boot image: %1 (an update writes it all the same, and "
+                           "the device decides)")
+                       .arg(entry.remark);
+    }
     return details.join(QStringLiteral("; "));
 }
 
@@ -124,6 +129,9 @@ QJsonObject toJson(const InspectedEntry &entry)
     }
     if (!entry.failure.isEmpty()) {
         object.insert("failure", entry.failure);
+    }
+    if (!entry.remark.isEmpty()) {
+        object.insert("remark", entry.remark);
     }
     return object;
 }

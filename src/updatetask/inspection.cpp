@@ -88,7 +88,10 @@ void inspectMicrocode(Zip &archive, ZipFile &file, InspectedEntry &entry)
         entry.failure = UpdateTexts::tr("the microcode is empty, or not as long as is stated");
     } else {
         ZipFile again = archive.fopen(entry.name.toStdString());
-        readBootImage(again, entry);
+        const QString broken = readBootImage(again, entry);
+        if (broken != UpdateTexts::foreignBootImage()) {
+            entry.remark = broken;
+        }
     }
 }
 

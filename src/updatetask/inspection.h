@@ -43,6 +43,9 @@ struct InspectedEntry
 
     // What is wrong with it: the text with which an update ends, where an update would notice.
     QString failure;
+    // What is odd about microcode although an update would write it: it begins like a boot image
+    // and is no whole one.
+    QString remark;
 };
 
 struct Inspection

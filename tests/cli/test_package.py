@@ -95,6 +95,25 @@ class Package(CliTest):
             f"  sandbox: velk3-sandbox.img, {len(GOOD_SANDBOX)} bytes, CRC {crc}; boot image of 2 sections, "
             "entry 0x40003000, sum right; 8 bytes at 0x40003000; 4 bytes at 0x00000100", lines)
 
+    @table(
+        ("whole", GOOD_SANDBOX, None),
+        ("no_boot_image", b"code", None),
+        ("wrong_sum", boot_image([(0, bytes(4))], 0, True), "FX3 checksum error"),
+        ("cut", GOOD_SANDBOX[:-4], "FX3 checksum error"),
+    )
+    def test_microcode_that_begins_like_a_boot_image(self, code, remark):
+        """A device takes what it is given, so it is no reason to refuse the package, but worth a word."""
+        path = self.write(velk3(code=code))
+        (package,) = json.loads(self.inspect(path).out)["packages"]
+        self.assertTrue(package["good"])
+        (entry,) = [entry for entry in package["entries"] if entry["role"] == "microcode"]
+        self.assertEqual(entry.get("remark"), remark)
+        self.assertEqual("entryAddress" in entry, code == GOOD_SANDBOX)
+        text = self.inspect(path, as_json=False)
+        self.assertEqual((text.code, text.err), (0, ""))
+        said = "; begins like a boot image: FX3 checksum error (an update writes it all the same, and the device decides)"
+        self.assertEqual(said in text.out, remark is not None, text.out)
+
     def test_an_edid_alone_repairs_nothing(self):
         for name, repairs in (("edid-only", False), ("velk3", True)):
             text = self.inspect(self.package(name), as_json=False).out
