@@ -3,8 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
+#include <regex>
 #include <sstream>
 
 namespace {
@@ -54,9 +54,14 @@ CommandLine ended(const CLI::App &app, const CLI::ParseError &reason)
 // same.
 Output::Form formOf(const std::vector<std::string> &arguments)
 {
-    return std::find(arguments.begin(), arguments.end(), "--json") == arguments.end()
-               ? Output::Form::Text
-               : Output::Form::Json;
+    // CLI11 takes a flag with a value as well: "--json=true", "--json=1", and what denies it.
+    static const std::regex s_asked("--json(=(?!(false|off|no|disable|0|f|n|-)$).*)?",
+                                    std::regex::icase);
+    const auto asksForJson = [](const std::string &word) {
+        return std::regex_match(word, s_asked);
+    };
+    return std::any_of(arguments.begin(), arguments.end(), asksForJson) ? Output::Form::Json
+                                                                        : Output::Form::Text;
 }
 
 // A script's variable that is not set leaves a word empty, which must not pass for one left out.

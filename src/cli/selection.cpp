@@ -25,7 +25,7 @@ Selection nothing(ExitStatus status, const QString &error)
 
 bool isPortPath(const QString &name)
 {
-    static const QRegularExpression s_path(QStringLiteral("^[0-9]+-[0-9]+([.][0-9]+)*$"));
+    static const QRegularExpression s_path(QStringLiteral("^[0-9]+-[0-9]+([.][0-9]+)*\\z"));
     return s_path.match(name).hasMatch();
 }
 

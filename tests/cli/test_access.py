@@ -55,6 +55,7 @@ class Access(HoldingTest):
         self.refused(result, "there is no device 'SIM00001' among those that can be used; these cannot", 4)
         self.assertIn("[e5c1:3601] at 1-1: no right to open it", result.err)
         self.refused(self.run_cli(DENIED, "signal", "1-7"), "there is no device '1-7'", 3)
+        self.refused(self.run_cli(DENIED, "signal", "1-7\n"), "among those that can be used; these cannot", 4)
 
     def test_all_but_the_denied_one(self):
         scene = DENIED + "\ndevice b\n product velk3"

@@ -94,6 +94,7 @@ class Usage(CliTest):
         ("list_of_nothing", ["settings", "[]", "performance=on"], "'[]'"),
         ("list_of_one_device", ["update", VELK3, "[SIM00001]"], "'[SIM00001]'"),
         ("no_object", ["update", VELK3, "{}"], "'{}'"),
+        ("mode_and_a_line", ["modes", "1=800x600\n"], "is not N=WIDTHxHEIGHT"),
         ("mode_too_wide", ["modes", "S1", "1=65536x1"], "'1=65536x1' is not N=WIDTHxHEIGHT"),
     )
     def test_wrong(self, words, said):
@@ -113,7 +114,7 @@ class Usage(CliTest):
         ("mode", ["modes", "4=on"], "'4=on' is not N=WIDTHxHEIGHT"),
     )
     def test_wrong_for_a_script(self, words, said):
-        for arguments in (["--json", *words], [*words, "--json"]):
+        for arguments in (["--json", *words], [*words, "--json"], [*words, "--json=true"], ["--json=1", *words]):
             ran = subprocess.run([self.cli, *arguments], capture_output=True, text=True)
             self.assertEqual(ran.returncode, 2)
             (line,) = ran.stdout.splitlines()
@@ -122,6 +123,11 @@ class Usage(CliTest):
             self.assertIn(said, told["error"])
             self.assertNotIn("\n", told["error"])
             self.assertTrue(ran.stderr.startswith("capso-cli: "), ran.stderr)
+
+    @table(("not_asked", []), ("denied", ["--json=false"]))
+    def test_wrong_for_a_person(self, words):
+        ran = subprocess.run([self.cli, *words, "frobnicate"], capture_output=True, text=True)
+        self.assertEqual((ran.returncode, ran.stdout), (2, ""))
 
     def test_help_of_each_command_has_an_example(self):
         for command in COMMANDS:
