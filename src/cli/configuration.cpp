@@ -1,5 +1,6 @@
 #include "configuration.h"
 
+#include "cli.h"
 #include "devicedescription.h"
 
 #include <QEventLoop>
@@ -9,9 +10,30 @@
 Answer Configuration::read(const DeviceDescription &device, uint8_t request, int size,
                            uint16_t index)
 {
+    return readOver(0, device, request, size, index);
+}
+
+// Of an answer that is too short the record keeps its end as it was filled before. A device whose
+// record ends like that by chance is asked once more over another filling.
+Answer Configuration::readWhole(const DeviceDescription &device, uint8_t request, int size,
+                                uint16_t index)
+{
+    for (const auto filling : {quint8(0xA5), quint8(0x5A)}) {
+        const Answer answer = readOver(filling, device, request, size, index);
+        if (!answer.succeeded() || quint8(answer.record.back()) != filling) {
+            return answer;
+        }
+    }
+    return {{}, Cli::tr("the device's answer to request %1 is too short").arg(request)};
+}
+
+Answer Configuration::readOver(quint8 filling, const DeviceDescription &device, uint8_t request,
+                               int size, uint16_t index)
+{
     return ask([&] {
-        emit task.getConfigDeviceData(device, request, makeConfigDeviceData(std::size_t(size)),
-                                      uint16_t(size), index, 0);
+        const ConfigDeviceDataPtr data = makeConfigDeviceData(std::size_t(size));
+        std::memset(data.data(), filling, std::size_t(size));
+        emit task.getConfigDeviceData(device, request, data, uint16_t(size), index, 0);
     });
 }
 

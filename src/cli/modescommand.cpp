@@ -10,6 +10,7 @@
 
 #include <QJsonArray>
 #include <QRegularExpression>
+#include <QStringList>
 
 #include <CLI/CLI.hpp>
 
@@ -40,7 +41,7 @@ using Modes = std::array<UserMode, s_modeCount>;
 
 std::optional<Size> parseSize(const QString &text)
 {
-    static const QRegularExpression s_pattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})$"));
+    static const QRegularExpression s_pattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})\\z"));
     const QRegularExpressionMatch match = s_pattern.match(text);
     bool widthFits = false;
     bool heightFits = false;
@@ -106,7 +107,7 @@ QString readModes(Session &session, Configuration &configuration, const ListedDe
 {
     for (std::size_t i = 0; i < modes.size(); ++i) {
         const Answer answer =
-            configuration.read<UserMode>(device.description, USER_MODE, uint16_t(i));
+            configuration.readWhole<UserMode>(device.description, USER_MODE, uint16_t(i));
         session.interrupts.safePoint();
         if (!answer.succeeded()) {
             return answer.error;
@@ -116,10 +117,35 @@ QString readModes(Session &session, Configuration &configuration, const ListedDe
     return {};
 }
 
+// What the writing came to: the numbers of the modes that the device has taken, and the module's
+// text where the next one could not be written.
+struct Written
+{
+    QStringList modes;
+    QString error;
+
+    // How a person is told that half of it was done.
+    QString text() const
+    {
+        return modes.isEmpty() ? error
+                               : Cli::tr("%1 (modes written before: %2)")
+                                     .arg(error, modes.join(QStringLiteral(", ")));
+    }
+    QJsonArray toJson() const
+    {
+        QJsonArray numbers;
+        for (const QString &mode : modes) {
+            numbers.append(mode.toInt());
+        }
+        return numbers;
+    }
+};
+
 // Writes those that are to change, as far as the first that cannot be written.
-QString writeModes(Session &session, Configuration &configuration, const ListedDevice &device,
+Written writeModes(Session &session, Configuration &configuration, const ListedDevice &device,
                    const Changes &changes, Modes &modes)
 {
+    Written written;
     for (std::size_t i = 0; i < modes.size(); ++i) {
         if (!changes[i].isWanted()) {
             continue;
@@ -130,10 +156,12 @@ QString writeModes(Session &session, Configuration &configuration, const ListedD
         const Answer answer =
             configuration.write(device.description, USER_MODE, record, uint16_t(i));
         if (!answer.succeeded()) {
-            return answer.error;
+            written.error = answer.error;
+            break;
         }
+        written.modes += QString::number(i + 1);
     }
-    return {};
+    return written;
 }
 
 ExitStatus modes(Session &session, const TargetArguments &arguments)
@@ -149,12 +177,14 @@ ExitStatus modes(Session &session, const TargetArguments &arguments)
     }
     return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
         Modes modes{};
-        QString error = readModes(session, configuration, device, modes);
-        if (error.isEmpty()) {
-            error = writeModes(session, configuration, device, changes, modes);
-        }
+        const QString error = readModes(session, configuration, device, modes);
         if (!error.isEmpty()) {
             return requestFailed(session.output, device, error);
+        }
+        const Written written = writeModes(session, configuration, device, changes, modes);
+        if (!written.error.isEmpty()) {
+            return requestFailed(session.output, device, written.text(),
+                                 {{"written", written.toJson()}});
         }
         show(session.output, device, modes);
         return ExitStatus::Done;

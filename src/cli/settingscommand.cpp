@@ -90,7 +90,7 @@ ExitStatus settings(Session &session, const TargetArguments &arguments)
         }
     }
     return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
-        const Answer read = configuration.read<quint8>(device.description, GET_DEVICE_FLAGS);
+        const Answer read = configuration.readWhole<quint8>(device.description, GET_DEVICE_FLAGS);
         session.interrupts.safePoint();
         if (!read.succeeded()) {
             return requestFailed(output, device, read.error);

@@ -62,7 +62,9 @@ ExitStatus withTarget(Session &session, const TargetArguments &arguments, const 
     return work(configuration, *selection.devices.front());
 }
 
-ExitStatus requestFailed(Output &output, const ListedDevice &device, const QString &text)
+ExitStatus requestFailed(Output &output, const ListedDevice &device, const QString &text,
+                         const QJsonObject &details)
 {
-    return output.failure(statusNow(device), QStringLiteral("%1: %2").arg(nameOf(device), text));
+    return output.failure(statusNow(device), QStringLiteral("%1: %2").arg(nameOf(device), text),
+                          details);
 }

@@ -65,6 +65,22 @@ class Settings(CliTest):
         self.assertEqual(result.err, f"capso-cli: SIM00001: {text}\n")
         self.assertEqual(result.out, "")
 
+    @table(("shown", []), ("changed", ["performance=on"]))
+    def test_no_answer_is_no_settings(self, words):
+        """A device that answers with nothing at all has not said that all is off."""
+        scene = "device g\n product velk3\n flags 0x17\nfault g GET_DEVICE_FLAGS every short 0"
+        result = self.run_cli(scene, "settings", "SIM00001", *words)
+        self.assert_code(result, 1)
+        self.assert_nothing_written(result)
+        self.assertEqual(result.err, "capso-cli: SIM00001: the device's answer to request 226 is too short\n")
+        self.assertEqual(result.out, "")
+
+    @table(("a5", 0xA5), ("5a", 0x5A))
+    def test_every_answer_is_one(self, flags):
+        result = self.run_cli(f"device g\n product velk3\n flags {flags}", "settings", "SIM00001", "performance=on")
+        self.assert_code(result, 0)
+        self.assertEqual(result.state("g")["flags"], flags & ALL_SETTINGS | 0x04)
+
     def test_failed_write(self):
         scene = "device g\n product velk3\nfault g SET_DEVICE_FLAGS stall"
         result = self.run_cli(scene, "settings", "SIM00001", "performance=on")
@@ -117,6 +133,24 @@ class Modes(CliTest):
         self.assert_code(result, 1)
         self.assert_nothing_written(result)
         self.assertIn(f"Error retreiving config device data: req=179, status: {STALL}", result.err)
+
+    @table(("nothing", "every short 0", []), ("a_part", "index 2 every short 4", ["1=off"]))
+    def test_an_answer_that_is_too_short(self, fault, words):
+        scene = f"device g\n product velk3{MODES}\nfault g USER_MODE in {fault}"
+        result = self.run_cli(scene, "modes", "SIM00001", *words)
+        self.assert_code(result, 1)
+        self.assert_nothing_written(result)
+        self.assertEqual(result.err, "capso-cli: SIM00001: the device's answer to request 179 is too short\n")
+        self.assertEqual(result.out, "")
+
+    def test_what_was_written_before_a_failure_is_said(self):
+        scene = f"device g\n product velk3{MODES}\nfault g USER_MODE out index 2 stall"
+        result = self.run_cli(scene, "modes", "SIM00001", "1=off", "2=on", "3=off", "--json")
+        self.assert_code(result, 1)
+        text = f"SIM00001: Error setting device flags: {STALL} (modes written before: 1, 2)"
+        self.assertEqual(result.err, f"capso-cli: {text}\n")
+        self.assertEqual(result.objects, [{"error": text, "status": 1, "written": [1, 2]}])
+        self.assertEqual([mode["disabled"] for mode in result.state("g")["userModes"]], [1, 0, 0])
 
     def test_failed_write(self):
         scene = f"device g\n product velk3{MODES}\nfault g USER_MODE out stall"
