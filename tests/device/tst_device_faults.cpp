@@ -1,27 +1,20 @@
 #include "devicetest.h"
-#include "libusbtexts.h"
 
 #include <QRegularExpression>
 #include <QTest>
 
-#include <libusb.h>
-
-// Updates of a running device that go wrong: what the user reads, what the device still sees, and
-// that the device is given back.
+// Updates of a device that is slow, or that cannot be opened: what the user reads, what the device
+// still sees, and that it is given back.
 class TestFaults : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void lostAnswerToTheCrcIsReportedAndTheUpdateGoesOn();
     void answersThatTakeFourFifthsOfTheirTimeAreWaitedFor();
     void deviceAtAnotherAddressIsNotTaken();
     void deviceOnAnotherPortIsNotTaken();
     void deniedDeviceIsNotOpened();
     void claimedInterfaceLeavesNoFileOpen();
-
-private:
-    static QStringList opsWithFault(const QString &fault, const QString &package);
 };
 
 namespace {
@@ -29,12 +22,6 @@ namespace {
 const QStringList s_cannotAccess{
     "progress 1", "progress 2",
     "error Cannot Access Device. Administrative privilegies may be required", "complete"};
-
-const Images &smallImages()
-{
-    static const Images s_images = makeImages(velk3, 8192, 4100);
-    return s_images;
-}
 
 // Empty when the number of milliseconds is between the two.
 QString within(double value, double low, double high)
@@ -45,25 +32,6 @@ QString within(double value, double low, double high)
 }
 
 } // namespace
-
-// The fault is set after the scan, so that it counts from the first request of the update.
-QStringList TestFaults::opsWithFault(const QString &fault, const QString &package)
-{
-    return {"scan", "control", "fault g " + fault, "update", "S1", package};
-}
-
-void TestFaults::lostAnswerToTheCrcIsReportedAndTheUpdateGoesOn()
-{
-    const Images &images = smallImages();
-    SimRun run(sceneOf(velk3),
-               opsWithFault("FPGA_WRITE nth 4 stall performed", save("p", velk3, images)));
-    RUN(run);
-    COMPARE_LINES(run.errorsOf(3),
-                  QStringList({"Error: failed FPGA CRC check: LIBUSB_ERROR_PIPE"}));
-    COMPARE_LINES(run.signalsOf(3).mid(run.signalsOf(3).size() - 3),
-                  QStringList({"progress 96", "progress 100", "complete"}));
-    COMPARE_MEMORIES(run, images);
-}
 
 // Every answer, those to the scan included, comes after 80 percent of the time that it has.
 void TestFaults::answersThatTakeFourFifthsOfTheirTimeAreWaitedFor()

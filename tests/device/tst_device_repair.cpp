@@ -12,7 +12,6 @@ private slots:
     void legacyPackageFromSoftRepair();
     void deviceUnderItsOtherRepairIdentity();
     void secondIdentityIsTriedAfterTheFirst();
-    void foreignIdentityIsNotTaken();
     void deviceThatNeverComesBack();
     void deviceThatComesBackLateIsRepairedByASecondPress();
     void deviceThatComesBackDenied();
@@ -134,23 +133,6 @@ void TestRepair::secondIdentityIsTriedAfterTheFirst()
     // Looked for as 363f, in vain, and then as 364f.
     QCOMPARE(run.standardError().count("\nNo device\n"), 1);
     QCOMPARE(run.standardError().count("\nOpen device by adressing info\n"), 3);
-}
-
-void TestRepair::foreignIdentityIsNotTaken()
-{
-    const Images images = tinyImages(velk3);
-    SimRun run(sceneOf(velk3, "mode soft\nreturn after 300 as e5c1:362f"),
-               {"scan", "update", "S1", save("p", velk3, images)});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(2),
-                  failedAfterLoading({4, 5}, "Error: Failed to install driver", false));
-    COMPARE_LINES(withoutScan(run), WireModel()
-                                        .openForWork()
-                                        .loadSandbox(images)
-                                        .startAt(images.entry)
-                                        .line("release 0 no-device")
-                                        .line("close")
-                                        .lines());
 }
 
 void TestRepair::deviceThatNeverComesBack()

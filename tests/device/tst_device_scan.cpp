@@ -11,12 +11,7 @@ class TestScan : public DeviceTest
     Q_OBJECT
 
 private slots:
-    void emptyBusCompletes();
-    void runningDeviceIsDescribed();
     void everyRecognisedIdentityIsListed();
-    void unknownIdentitiesAreLeftAlone();
-    void stalledPingMakesASecondPassAndNoRow();
-    void failingDeviceBesideAGoodOneGetsNoSecondPass();
     void deniedDeviceIsNotListedAndNotComplainedAbout();
     void deniedDeviceBesideAGoodOne();
     void deniedBootLoaderIsTriedTwice();
@@ -61,24 +56,6 @@ const QStringList s_completeOnly{"complete"};
 
 } // namespace
 
-void TestScan::emptyBusCompletes()
-{
-    SimRun run("", {"scan"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(1), s_completeOnly);
-}
-
-void TestScan::runningDeviceIsDescribed()
-{
-    SimRun run("device g\nproduct velk3\nserial \"A1B2C3D4\"\nproduct-string \"Grabber\"\n"
-               "version \"1.2.3\"\nbus 1\nport 3\naddress 41\n",
-               {"scan"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(1), QStringList({"device A1B2C3D4", "complete"}));
-    QCOMPARE(show(run.devicesOf(1).at(0)),
-             show(row(0xE5C1, 0x3601, 1, 3, 41, 0, "", "Grabber", "A1B2C3D4", "1.2.3")));
-}
-
 void TestScan::everyRecognisedIdentityIsListed()
 {
     QByteArray scene;
@@ -108,41 +85,6 @@ void TestScan::everyRecognisedIdentityIsListed()
     }
     COMPARE_LINES(sorted(found), sorted(expected));
     QCOMPARE(run.signalsOf(1).count("complete"), 1);
-}
-
-void TestScan::unknownIdentitiesAreLeftAlone()
-{
-    SimRun run("device a\nproduct other\nid e5c1:3602\ndevice b\nproduct other\nid 1234:5678\n"
-               "device c\nproduct velk3\nid 5555:3600\n",
-               {"scan"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(1), s_completeOnly);
-    for (const char *name : {"a", "b", "c"}) {
-        COMPARE_LINES(run.transcript().work(name), QStringList());
-    }
-}
-
-void TestScan::stalledPingMakesASecondPassAndNoRow()
-{
-    SimRun run(sceneOf(velk3) + "fault g FX3_STATUS every stall\n", {"scan"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(1), s_completeOnly);
-    WireModel wire;
-    for (int pass = 0; pass < 2; ++pass) {
-        wire.openForWork().line("< c8 v0 i0 1 stall").giveBack();
-    }
-    COMPARE_LINES(run.transcript().work("g"), wire.lines());
-}
-
-void TestScan::failingDeviceBesideAGoodOneGetsNoSecondPass()
-{
-    SimRun run(sceneOf(velk3) + "fault g FX3_STATUS every stall\n"
-                                "device other\nproduct sorn3\nserial \"S2\"\n",
-               {"scan"});
-    RUN(run);
-    COMPARE_LINES(run.signalsOf(1), QStringList({"device S2", "complete"}));
-    QCOMPARE(run.transcript().work("g").count("open"), 1);
-    QCOMPARE(run.transcript().work("other").count("open"), 1);
 }
 
 // Where nothing can install a driver, a device without access rights counts as failed: it is tried

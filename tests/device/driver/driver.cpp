@@ -38,8 +38,8 @@ int argumentCount(const QString &operation)
         const char *name;
         int count;
     } s_operations[] = {
-        {"update", 1},   {"get-flags", 0},  {"set-flags", 1}, {"get-mode", 1},
-        {"set-mode", 2}, {"get-status", 0}, {"get", 4},       {"set", 4},
+        {"update", 1},   {"get-flags", 0}, {"set-flags", 1},
+        {"get-mode", 1}, {"set-mode", 2},  {"get-status", 0},
     };
     for (const auto &known : s_operations) {
         if (operation == QLatin1String(known.name)) {
@@ -166,7 +166,10 @@ bool Driver::runOperation(const QString &operation, QStringList &words)
     for (int i = 0; i < count; ++i) {
         arguments.append(words.takeFirst());
     }
-    return device && runOnDevice(operation, *device, arguments);
+    if (device) {
+        runOnDevice(operation, *device, arguments);
+    }
+    return device != nullptr;
 }
 
 void Driver::scan()
@@ -176,23 +179,20 @@ void Driver::scan()
     awaitCompletion();
 }
 
-bool Driver::runOnDevice(const QString &operation, const DeviceDescription &device,
-                         QStringList &arguments)
+void Driver::runOnDevice(const QString &operation, const DeviceDescription &device,
+                         const QStringList &arguments)
 {
     if (operation == "update") {
         emit updateTask.start(device, arguments.first());
-        awaitCompletion();
-        return true;
+    } else if (operation.startsWith("get")) {
+        readRecord(operation, device, arguments);
+    } else {
+        writeRecord(operation, device, arguments);
     }
-    const bool asked = operation.startsWith("get") ? readRecord(operation, device, arguments)
-                                                   : writeRecord(operation, device, arguments);
-    if (asked) {
-        awaitCompletion();
-    }
-    return asked;
+    awaitCompletion();
 }
 
-bool Driver::readRecord(const QString &operation, const DeviceDescription &device,
+void Driver::readRecord(const QString &operation, const DeviceDescription &device,
                         const QStringList &arguments)
 {
     if (operation == "get-flags") {
@@ -201,42 +201,31 @@ bool Driver::readRecord(const QString &operation, const DeviceDescription &devic
     } else if (operation == "get-status") {
         asking = &statusAction;
         statusAction.requestConfigDeviceData<InputStatusInfo>(device, 178, 0, 0);
-    } else if (operation == "get-mode") {
+    } else {
         asking = &modeAction;
         modeAction.requestConfigDeviceData<UserMode>(device, 179, number(arguments[0]), 0);
-    } else {
-        asking = &configTask;
-        const uint16_t size = number(arguments[1]);
-        emit configTask.getConfigDeviceData(device, uint8_t(number(arguments[0])),
-                                            makeConfigDeviceData(size), size, number(arguments[2]),
-                                            number(arguments[3]));
     }
-    return true;
 }
 
-bool Driver::writeRecord(const QString &operation, const DeviceDescription &device,
+void Driver::writeRecord(const QString &operation, const DeviceDescription &device,
                          const QStringList &arguments)
 {
     const auto bytes = [&](int at) { return QByteArray::fromHex(arguments[at].toLatin1()); };
     if (operation == "set-flags") {
-        send(flagsAction, device, 227, bytes(0), 0, 0);
-    } else if (operation == "set-mode") {
-        send(modeAction, device, 179, bytes(1), number(arguments[0]), 0);
+        send(flagsAction, device, 227, bytes(0), 0);
     } else {
-        send(configTask, device, uint8_t(number(arguments[0])), bytes(1), number(arguments[2]),
-             number(arguments[3]));
+        send(modeAction, device, 179, bytes(1), number(arguments[0]));
     }
-    return true;
 }
 
 void Driver::send(ConfigDeviceBase &front, const DeviceDescription &device, uint8_t request,
-                  const QByteArray &bytes, uint16_t index, uint16_t value)
+                  const QByteArray &bytes, uint16_t index)
 {
     asking = &front;
     const auto size = uint16_t(bytes.size());
     const ConfigDeviceDataPtr data = makeConfigDeviceData(size);
     std::memcpy(data.data(), bytes.constData(), size);
-    emit front.setConfigDeviceData(device, request, data, size, index, value);
+    emit front.setConfigDeviceData(device, request, data, size, index, 0);
 }
 
 // A device of the last scan: "#0" is the first that it found, anything else a serial number.

@@ -33,15 +33,15 @@ private:
 
     void scan();
     bool runOperation(const QString &operation, QStringList &words);
-    bool runOnDevice(const QString &operation, const DeviceDescription &device,
-                     QStringList &arguments);
-    bool readRecord(const QString &operation, const DeviceDescription &device,
+    void runOnDevice(const QString &operation, const DeviceDescription &device,
+                     const QStringList &arguments);
+    void readRecord(const QString &operation, const DeviceDescription &device,
                     const QStringList &arguments);
-    bool writeRecord(const QString &operation, const DeviceDescription &device,
+    void writeRecord(const QString &operation, const DeviceDescription &device,
                      const QStringList &arguments);
     const DeviceDescription *find(const QString &target) const;
     void send(ConfigDeviceBase &front, const DeviceDescription &device, uint8_t request,
-              const QByteArray &bytes, uint16_t index, uint16_t value);
+              const QByteArray &bytes, uint16_t index);
     void awaitCompletion();
 
     EventLog log;

@@ -10,8 +10,6 @@
 //   get-status DEVICE
 //   set-flags DEVICE HEX                   write one
 //   set-mode DEVICE NUMBER HEX
-//   get DEVICE REQUEST SIZE INDEX VALUE    any read and any write, through the task itself
-//   set DEVICE REQUEST HEX INDEX VALUE
 //   control COMMAND                        tell the simulator to change something
 //
 // DEVICE is a serial number or #0, #1, ... in the order of the last scan.
