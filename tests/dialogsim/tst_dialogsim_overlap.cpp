@@ -1,38 +1,21 @@
 // What happens when the user asks for something while a device is still busy with something else.
 // The devices here are slow. That no request came while another one had the device is looked at
-// after every test: its claim would have been refused.
+// after every test: its claim would have been refused. One test for each pair that can meet; every
+// order of them is in the tables of the dialog's own tests, which need no device.
 
-#include "libusbtexts.h"
 #include "simulateddialog.h"
-
-#include <QRegularExpression>
-
-#include <libusb.h>
 
 class TestSimOverlap : public SimulatedTest
 {
     Q_OBJECT
 
 private slots:
-    void selectionDuringAReadLoadsTheOtherDevice();
-    void selectionDuringAUserModeSequenceLoadsTheOtherDevice();
-    void selectionDuringAWriteWritesTheFirstDevice();
-    void selectionDuringAFailingReadLoadsTheOtherDevice();
     void quickChangesOfSelectionEndWithTheSettingsOfTheSelectedDevice();
     void quickChangesOfSelectionEndWithTheModesOfTheSelectedDevice();
-    void tabChangeDuringAReadIsLoadedAfterwards();
-    void changeToTheFirmwarePageDuringAReadLoadsNothing();
     void rescanDuringAReadWaitsForIt();
-    void rescanDuringAWriteOfTheModesWaitsForAllThree();
-    void selectionDuringAScanIsLoadedAfterwards();
-
-    void settingsAskedForDuringAPoll();
     void applyDuringAPoll();
-    void userModesAskedForDuringAPoll();
     void rescanDuringAPollDoesNotShowItsAnswer();
-    void rescanDuringAFailingPollDoesNotShowItsAnswer();
     void updateDuringAPollWaitsForIt();
-    void requestDuringASilentPollWaitsForItsEnd();
 };
 
 namespace {
@@ -71,66 +54,6 @@ QStringList order(int since)
 }
 
 } // namespace
-
-SCENE(TestSimOverlap, selectionDuringAReadLoadsTheOtherDevice, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a GET_DEVICE_FLAGS delay 700");
-    const int before = simulation::mark();
-    user.clickTab(1);
-    QVERIFY(user.list()->isEnabled());
-    user.select("B");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(order(before), (QStringList{"a < e2", "b < e2"}));
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode audioSelector"));
-}
-
-SCENE(TestSimOverlap, selectionDuringAUserModeSequenceLoadsTheOtherDevice, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a USER_MODE every delay 300");
-    const int before = simulation::mark();
-    user.clickTab(2);
-    EVENTUALLY(simulation::configRequests("a").size() == 1);
-    user.select("B");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(order(before),
-             (QStringList{"a < b3", "a < b3", "a < b3", "b < b3", "b < b3", "b < b3"}));
-    QCOMPARE(user.userModes(), s_modesOfB);
-}
-
-SCENE(TestSimOverlap, selectionDuringAWriteWritesTheFirstDevice, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    QVERIFY(user.openTab(1));
-    user.click("keepAspectRatioCheckBox");
-    simulation::control("fault a SET_DEVICE_FLAGS delay 700");
-    user.click("updateSettingsButton");
-    user.select("B");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::state("a")["flags"].toInt(), 0x03);
-    QCOMPARE(simulation::state("b")["flags"].toInt(), 0x16);
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode audioSelector"));
-    QCOMPARE(simulation::configRequests("b"), QStringList{"< e2 v0 i0 1 16"});
-}
-
-SCENE(TestSimOverlap, selectionDuringAFailingReadLoadsTheOtherDevice, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a GET_DEVICE_FLAGS silence");
-    user.clickTab(1);
-    user.select("B");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode audioSelector"));
-    QCOMPARE(user.boxTexts(),
-             QStringList{"critical|Device Access Error|Error retreiving config device data: "
-                         "req=226, status: " +
-                         libusbText(LIBUSB_ERROR_TIMEOUT) + "|Ok"});
-}
 
 SCENE(TestSimOverlap, quickChangesOfSelectionEndWithTheSettingsOfTheSelectedDevice, s_twoDevices)
 {
@@ -190,33 +113,6 @@ SCENE(TestSimOverlap, quickChangesOfSelectionEndWithTheModesOfTheSelectedDevice,
     QCOMPARE(user.userModes(), s_modesOfB);
 }
 
-SCENE(TestSimOverlap, tabChangeDuringAReadIsLoadedAfterwards, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a GET_DEVICE_FLAGS delay 500");
-    const int before = simulation::mark();
-    user.clickTab(1);
-    user.showTab(2);
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(order(before), (QStringList{"a < e2", "a < b3", "a < b3", "a < b3"}));
-    QCOMPARE(user.userModes(), s_modesOfA);
-    QCOMPARE(user.checkBoxes(), QString("reenumerate"));
-}
-
-SCENE(TestSimOverlap, changeToTheFirmwarePageDuringAReadLoadsNothing, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a GET_DEVICE_FLAGS delay 500");
-    user.clickTab(1);
-    user.showTab(0);
-    EVENTUALLY(user.isUnlocked());
-    QTest::qWait(300);
-    QVERIFY(user.isUnlocked());
-    QCOMPARE(simulation::configRequests("a"), QStringList{"< e2 v0 i0 1 01"});
-}
-
 SCENE(TestSimOverlap, rescanDuringAReadWaitsForIt, s_twoDevices)
 {
     SimulatedDialog user;
@@ -242,62 +138,6 @@ SCENE(TestSimOverlap, rescanDuringAReadWaitsForIt, s_twoDevices)
     QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode audioSelector"));
 }
 
-SCENE(TestSimOverlap, rescanDuringAWriteOfTheModesWaitsForAllThree, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    QVERIFY(user.openTab(2));
-    simulation::control("fault a USER_MODE every delay 250");
-    const int before = simulation::mark();
-    user.click("updateUserModesButton");
-    user.click("rescanDevicesButton");
-    QVERIFY(user.waitForScan(2));
-    QStringList answered = order(before);
-    QCOMPARE(answered.mid(0, 3), (QStringList{"a > b3", "a > b3", "a > b3"}));
-    QCOMPARE(answered.size(), 5);
-    QCOMPARE(user.rows().size(), 2);
-    QCOMPARE(user.boxTexts(), QStringList());
-}
-
-SCENE(TestSimOverlap, selectionDuringAScanIsLoadedAfterwards, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    QVERIFY(user.openTab(1));
-    simulation::control("fault a FX3_STATUS delay 700");
-    simulation::control("fault b FX3_STATUS delay 700");
-    user.click("rescanDevicesButton");
-    QVERIFY(user.waitUntil([&] { return user.list()->count() > 0; }));
-    const QString expected =
-        user.rowOf("A") == 0 ? "reenumerate" : "keepAspectRatio performanceMode audioSelector";
-    user.clickRow(0);
-    QCOMPARE(user.scansEnded, 1);
-    QVERIFY(!user.isUnlocked());
-    const int before = simulation::mark();
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(user.checkBoxes(), expected);
-    QCOMPARE(order(before).filter("< e2").size(), 1);
-    QCOMPARE(order(before).indexOf(QRegularExpression(".* < e2")), order(before).size() - 1);
-}
-
-// ---- during a poll
-
-SCENE(TestSimOverlap, settingsAskedForDuringAPoll, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a INPUT_STATUS every delay 800");
-    QVERIFY(user.waitForPollUnderWay("a"));
-    const int before = simulation::mark();
-    user.clickTab(1);
-    QVERIFY(!user.isUnlocked());
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(order(before), (QStringList{"a < b2", "a < e2"}));
-    QCOMPARE(user.checkBoxes(), QString("reenumerate"));
-    QCOMPARE(user.statusLine(), QString("ONE 1920x1080p@60, X"));
-    QCOMPARE(user.boxTexts(), QStringList());
-}
-
 SCENE(TestSimOverlap, applyDuringAPoll, s_twoDevices)
 {
     SimulatedDialog user;
@@ -316,20 +156,6 @@ SCENE(TestSimOverlap, applyDuringAPoll, s_twoDevices)
     QCOMPARE(user.boxTexts(), QStringList());
 }
 
-SCENE(TestSimOverlap, userModesAskedForDuringAPoll, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a INPUT_STATUS every delay 800");
-    QVERIFY(user.waitForPollUnderWay("a"));
-    const int before = simulation::mark();
-    user.clickTab(2);
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(order(before), (QStringList{"a < b2", "a < b3", "a < b3", "a < b3"}));
-    QCOMPARE(user.userModes(), s_modesOfA);
-    QVERIFY(user.find<QWidget>("tabUserMode")->isEnabled());
-}
-
 SCENE(TestSimOverlap, rescanDuringAPollDoesNotShowItsAnswer, s_twoDevices)
 {
     SimulatedDialog user;
@@ -344,19 +170,6 @@ SCENE(TestSimOverlap, rescanDuringAPollDoesNotShowItsAnswer, s_twoDevices)
     QCOMPARE(user.statusLine(), QString("device not selected"));
     user.select("B");
     EVENTUALLY_EQUAL(user.statusLine(), QString("TWO 1280x720p@50, Y"));
-}
-
-SCENE(TestSimOverlap, rescanDuringAFailingPollDoesNotShowItsAnswer, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a INPUT_STATUS silence");
-    QVERIFY(user.waitForPollUnderWay("a"));
-    user.click("rescanDevicesButton");
-    QVERIFY(user.waitForScan(2));
-    QCOMPARE(user.statusLine(), QString("device not selected"));
-    QCOMPARE(user.rows().size(), 2);
-    QCOMPARE(user.boxTexts(), QStringList());
 }
 
 SCENE(TestSimOverlap, updateDuringAPollWaitsForIt, s_twoDevices)
@@ -374,21 +187,6 @@ SCENE(TestSimOverlap, updateDuringAPollWaitsForIt, s_twoDevices)
     QCOMPARE(user.barText(), QString("Update Completed"));
     QCOMPARE(order(before).mid(0, 2), (QStringList{"a < b2", "a > c5"}));
     QCOMPARE(simulation::memory("a", "fx3"), simulation::packagedImage("velk3", "fx3"));
-    QCOMPARE(user.boxTexts(), QStringList());
-}
-
-SCENE(TestSimOverlap, requestDuringASilentPollWaitsForItsEnd, s_twoDevices)
-{
-    SimulatedDialog user;
-    user.select("A");
-    simulation::control("fault a INPUT_STATUS silence");
-    QVERIFY(user.waitForPollUnderWay("a"));
-    const int before = simulation::mark();
-    user.clickTab(1);
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(order(before), (QStringList{"a < b2", "a < e2"}));
-    QCOMPARE(user.checkBoxes(), QString("reenumerate"));
-    QCOMPARE(user.statusLine(), QString("request not supported"));
     QCOMPARE(user.boxTexts(), QStringList());
 }
 
