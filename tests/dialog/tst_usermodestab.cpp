@@ -94,6 +94,7 @@ private slots:
     void pollNeitherLocksNorLogs();
     void noSecondPollWhileOneIsUnanswered();
     void timerPollsOnlyWhileUnlocked();
+    void withoutARowNothingIsPolled();
 };
 
 void TestUserModesTab::threeModesAreReadInTurn()
@@ -424,6 +425,15 @@ void TestUserModesTab::timerPollsOnlyWhileUnlocked()
     }
     driver.takeAsked();
     QTRY_COMPARE_WITH_TIMEOUT(driver.asked, QStringList{s_poll}, 30000);
+}
+
+void TestUserModesTab::withoutARowNothingIsPolled()
+{
+    DialogDriver driver;
+    driver.listDevices({"Grabber"});
+    driver.pollNow();
+    QCOMPARE(driver.takeAsked(), QStringList());
+    QCOMPARE(driver.statusLine(), QString("device not selected"));
 }
 
 QTEST_MAIN(TestUserModesTab)

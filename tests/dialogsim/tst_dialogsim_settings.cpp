@@ -1,4 +1,5 @@
-// The Settings page: what it shows after every kind of answer, and what it writes.
+// The Settings page of a device that cannot be opened: it is gone, denied, or claimed by another
+// program.
 
 #include "simulateddialog.h"
 
@@ -7,12 +8,6 @@ class TestSimSettings : public SimulatedTest
     Q_OBJECT
 
 private slots:
-    void boxesShowTheirBits();
-    void applyWritesTheBoxes();
-    void otherPagesSendNothingAndComingBackReadsAgain();
-    void selectionReadsTheOtherDevice();
-    void controlsAreLockedDuringARead();
-
     void readFromADeviceThatIsGone();
     void readFromADeviceThatCannotBeOpened();
     void readFromADeviceThatIsBusy();
@@ -40,93 +35,6 @@ const QString s_noAccessBox =
     "may be required.|Ok";
 
 } // namespace
-
-SCENE(TestSimSettings, boxesShowTheirBits, "device v\n product velk3\n flags 0x12\n")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio audioSelector"));
-    QCOMPARE(user.boxTexts(), QStringList());
-    QCOMPARE(simulation::configRequests("v"), QStringList{"< e2 v0 i0 1 12"});
-    QVERIFY(user.find<QWidget>("updateSettingsButton")->isEnabled());
-}
-
-SCENE(TestSimSettings, applyWritesTheBoxes, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(1));
-    user.click("reenumerateCheckBox");
-    user.click("keepAspectRatioCheckBox");
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode"));
-    QCOMPARE(simulation::state("v")["flags"].toInt(), 0x05); // not before Apply
-    user.click("updateSettingsButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::state("v")["flags"].toInt(), 0x06);
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode"));
-    // What was written is not read back.
-    QCOMPARE(simulation::configRequests("v"), (QStringList{"< e2 v0 i0 1 05", "> e3 v0 i0 1 06"}));
-}
-
-SCENE(TestSimSettings, otherPagesSendNothingAndComingBackReadsAgain, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QCOMPARE(simulation::configRequests("v"), QStringList());
-    QVERIFY(user.openTab(1));
-    QVERIFY(user.openTab(0));
-    QCOMPARE(simulation::configRequests("v"), QStringList{"< e2 v0 i0 1 05"});
-    simulation::control("set v flags 0x10");
-    QVERIFY(user.openTab(1));
-    QCOMPARE(simulation::configRequests("v"), (QStringList{"< e2 v0 i0 1 05", "< e2 v0 i0 1 10"}));
-    QCOMPARE(user.checkBoxes(), QString("audioSelector"));
-}
-
-SCENE(TestSimSettings, selectionReadsTheOtherDevice, R"(
-device a
-    product velk3
-    serial "A"
-    flags 0x01
-device b
-    product sorn3
-    serial "B"
-    flags 0x16
-)")
-{
-    SimulatedDialog user;
-    user.select("A");
-    QVERIFY(user.openTab(1));
-    QCOMPARE(user.checkBoxes(), QString("reenumerate"));
-    user.select("B");
-    QVERIFY(!user.isUnlocked());
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(user.checkBoxes(), QString("keepAspectRatio performanceMode audioSelector"));
-    user.click("reenumerateCheckBox");
-    user.click("updateSettingsButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::state("a")["flags"].toInt(), 0x01);
-    QCOMPARE(simulation::state("b")["flags"].toInt(), 0x17);
-    QCOMPARE(simulation::configRequests("a").size(), 1);
-}
-
-SCENE(TestSimSettings, controlsAreLockedDuringARead, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    simulation::control("fault v GET_DEVICE_FLAGS delay 700");
-    user.clickTab(1);
-    QVERIFY(!user.isUnlocked());
-    user.click("updateSettingsButton");
-    user.click("performanceModeCheckBox");
-    user.clickTab(0);
-    QCOMPARE(user.find<QTabWidget>("tabWidget")->currentIndex(), 1);
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(user.checkBoxes(), QString("reenumerate performanceMode"));
-    QCOMPARE(simulation::configRequests("v"), QStringList{"< e2 v0 i0 1 05"});
-}
-
-// ---- failures
 
 // Shows two boxes, then keeps the device from being opened for the next read: one box appears, and
 // in the end everything can be used again.

@@ -1,4 +1,5 @@
-// The User Modes page: three records, one request after another.
+// The User Modes page of a device that cannot be opened: it is gone, denied, or claimed by another
+// program between two of the three requests.
 
 #include "simulateddialog.h"
 
@@ -9,13 +10,6 @@ class TestSimUserModes : public SimulatedTest
     Q_OBJECT
 
 private slots:
-    void modesAreReadOneAfterAnother();
-    void modesThatAreSwitchedOffKeepTheirSizes();
-    void largestSizesAreShown();
-    void modesAreWrittenOneAfterAnother();
-    void uncheckedModesAreWrittenToo();
-    void switchingAModeOffWritesTheDisabledByte();
-
     void readFromADeviceThatIsGone();
     void readFromADeviceThatCannotBeOpened();
     void readFromADeviceThatIsBusy();
@@ -42,8 +36,6 @@ device v
 )";
 
 const QString s_asInTheScene = "1280x720 on, 1920x1080 off, 640x480 on";
-const QStringList s_threeReads = {"< b3 v0 i0 5 0005d00200", "< b3 v0 i1 5 8007380401",
-                                  "< b3 v0 i2 5 8002e00100"};
 const QString s_noAccess = "Cannot access USB. Administrative rights may be required.";
 
 QString heldModes()
@@ -59,101 +51,6 @@ QString heldModes()
 }
 
 } // namespace
-
-SCENE(TestSimUserModes, modesAreReadOneAfterAnother, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QCOMPARE(simulation::configRequests("v"), QStringList());
-    QVERIFY(user.openTab(2));
-    QCOMPARE(simulation::configRequests("v"), s_threeReads);
-    QCOMPARE(user.userModes(), s_asInTheScene);
-    QCOMPARE(user.boxTexts(), QStringList());
-    QVERIFY(user.find<QWidget>("userMode1Width")->isEnabled());
-    QVERIFY(!user.find<QWidget>("userMode2Width")->isEnabled());
-}
-
-SCENE(TestSimUserModes, modesThatAreSwitchedOffKeepTheirSizes, R"(
-device v
-    product velk3_4k
-    user-mode 0 1280x720 off
-    user-mode 1 1x2 off
-    user-mode 2 640x480 off
-)")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(2));
-    QCOMPARE(user.userModes(), QString("1280x720 off, 1x2 off, 640x480 off"));
-}
-
-SCENE(TestSimUserModes, largestSizesAreShown, R"(
-device v
-    product velk3
-    user-mode 0 65535x65535 on
-    user-mode 1 256x255 on
-    user-mode 2 0x0 on
-)")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(2));
-    QCOMPARE(user.userModes(), QString("65535x65535 on, 256x255 on, 0x0 on"));
-}
-
-SCENE(TestSimUserModes, modesAreWrittenOneAfterAnother, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(2));
-    user.setUserMode(0, 800, 600, true);
-    user.setUserMode(1, 65535, 258, true);
-    user.setUserMode(2, 0, 1, false);
-    const int before = simulation::mark();
-    user.click("updateUserModesButton");
-    QVERIFY(!user.isUnlocked());
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::configRequests("v", before),
-             (QStringList{"> b3 v0 i0 5 2003580200", "> b3 v0 i1 5 ffff020100",
-                          "> b3 v0 i2 5 0000010001"}));
-    QCOMPARE(heldModes(), QString("800x600 0, 65535x258 0, 0x1 1"));
-    QCOMPARE(user.boxTexts(), QStringList());
-    // Reading shows the same again.
-    QVERIFY(user.openTab(0));
-    QVERIFY(user.openTab(2));
-    QCOMPARE(user.userModes(), QString("800x600 on, 65535x258 on, 0x1 off"));
-}
-
-SCENE(TestSimUserModes, uncheckedModesAreWrittenToo, R"(
-device v
-    product velk3
-    user-mode 0 1280x720 off
-    user-mode 1 1920x1080 off
-    user-mode 2 640x480 off
-)")
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(2));
-    const int before = simulation::mark();
-    user.click("updateUserModesButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(simulation::configRequests("v", before),
-             (QStringList{"> b3 v0 i0 5 0005d00201", "> b3 v0 i1 5 8007380401",
-                          "> b3 v0 i2 5 8002e00101"}));
-}
-
-SCENE(TestSimUserModes, switchingAModeOffWritesTheDisabledByte, s_scene)
-{
-    SimulatedDialog user;
-    user.clickRow(0);
-    QVERIFY(user.openTab(2));
-    user.click("userMode1"); // the box in its title
-    QCOMPARE(user.userModes(), QString("1280x720 off, 1920x1080 off, 640x480 on"));
-    user.click("updateUserModesButton");
-    EVENTUALLY(user.isUnlocked());
-    QCOMPARE(heldModes(), QString("1280x720 1, 1920x1080 1, 640x480 0"));
-}
 
 // ---- failing reads
 
