@@ -2,6 +2,7 @@
 #include "command.h"
 #include "diagnosis.h"
 #include "output.h"
+#include "surroundings.h"
 #include "udevrules.h"
 #include "usbview.h"
 
@@ -12,13 +13,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <memory>
-
-#include <grp.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -61,64 +56,14 @@ QString quotedProgram()
     return QLatin1Char('\'') + path + QLatin1Char('\'');
 }
 
-bool names(char *const *members, const char *user)
-{
-    for (; *members; ++members) {
-        if (qstrcmp(*members, user) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool isGroupOfThisSession(gid_t group)
-{
-    std::vector<gid_t> groups(std::size_t(std::max(getgroups(0, nullptr), 0)));
-    const int count = getgroups(int(groups.size()), groups.data());
-    groups.resize(std::size_t(std::max(count, 0)));
-    return getegid() == group || std::count(groups.begin(), groups.end(), group) != 0;
-}
-
-// The machine, and the number of the rules' group on it.
-struct Surroundings
-{
-    Machine machine;
-    gid_t group = 0;
-};
-
-Surroundings lookAround()
-{
-    Surroundings around;
-    around.machine.rules = installedUdevRules();
-    around.machine.program = quotedProgram();
-    const passwd *user = getpwuid(getuid());
-    const QByteArray name = user ? user->pw_name : "";
-    const gid_t usualGroup = user ? user->pw_gid : getgid();
-    if (const group *plugdev = getgrnam(Machine::Group)) {
-        around.group = plugdev->gr_gid;
-        around.machine.hasGroup = true;
-        around.machine.isMember =
-            usualGroup == plugdev->gr_gid || names(plugdev->gr_mem, name.constData());
-        around.machine.isMemberNow = isGroupOfThisSession(plugdev->gr_gid);
-    }
-    return around;
-}
-
-Node lookAt(const usbview::SystemDevice &device, const Surroundings &around)
-{
-    constexpr mode_t readAndWrite = S_IRGRP | S_IWGRP;
-    struct stat facts = {};
-    Node node;
-    node.isGroups = around.machine.hasGroup && stat(qPrintable(nodeOf(device)), &facts) == 0 &&
-                    facts.st_gid == around.group && (facts.st_mode & readAndWrite) == readAndWrite;
-    return node;
-}
-
 // What one run finds. A command that mends several things is shown once.
 class Report
 {
 public:
-    explicit Report(Output &reportOutput) : output(reportOutput), around(lookAround()) {}
+    explicit Report(Output &reportOutput)
+        : output(reportOutput), machine(lookAround(quotedProgram()))
+    {
+    }
 
     // One device: what is so, and under it what is wrong.
     void examine(const usbview::SystemDevice &device)
@@ -126,7 +71,7 @@ public:
         const QString id = QStringLiteral("%1:%2")
                                .arg(device.id.vendorId, 4, 16, QLatin1Char('0'))
                                .arg(device.id.productId, 4, 16, QLatin1Char('0'));
-        const auto findings = findingsOf(device, lookAt(device, around), around.machine);
+        const auto findings = findingsOf(device, lookAt(device), machine);
         output.line(Cli::tr("%1 %2: %3, may be opened: %4, held: %5")
                         .arg(device.portPath, id, speedText(device.speed), yesOrNo(device.mayOpen),
                              yesOrNo(device.held)));
@@ -147,16 +92,15 @@ public:
 
     ExitStatus conclude()
     {
-        const auto findings = findingsOf(around.machine);
-        output.line(rulesLine(around.machine.rules));
+        const auto findings = findingsOf(machine);
+        output.line(rulesLine(machine.rules));
         for (const Finding &finding : findings) {
             showCommand(finding.command);
         }
-        output.object(
-            {{"devices", devices},
-             {"rules", around.machine.rules.work() ? around.machine.rules.file : QString()},
-             {"problems", toJson(findings)},
-             {"status", int(status)}});
+        output.object({{"devices", devices},
+                       {"rules", machine.rules.work() ? machine.rules.file : QString()},
+                       {"problems", toJson(findings)},
+                       {"status", int(status)}});
         return status;
     }
 
@@ -178,7 +122,7 @@ private:
     }
 
     Output &output;
-    Surroundings around;
+    const Machine machine;
     QStringList shownCommands;
     QJsonArray devices;
     ExitStatus status = ExitStatus::Done;
@@ -195,8 +139,10 @@ ExitStatus doctor(Session &session, bool rulesAlone)
     }
     const auto devices = usbview::recognisedDevices();
     if (!devices) {
-        return output.failure(ExitStatus::Failed,
-                              Cli::tr("this system does not show its USB devices"));
+        return output.failure(
+            ExitStatus::Failed,
+            Cli::tr("this system does not show its USB devices, so what keeps one from "
+                    "being used is not known"));
     }
     Report report(output);
     for (const usbview::SystemDevice &device : *devices) {

@@ -1,36 +1,32 @@
 #pragma once
 
+#include "packagefiles.h"
+
 #include <QString>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 
-// The bytes of a package as they were when the command began, in a file of this process's own that
-// has no name. What was judged is what each device of several is given, whatever becomes of the
+// The bytes of a package as they were when the command began, in a file of this process's own.
+// What was judged is what each device of several is given, whatever becomes of the
 // package meanwhile: somebody may put the next version in its place, and the stick or the share
 // that it lies on may go. To compare the file's identity before each device instead would notice
 // the one only between two devices, and be no help against the other.
 class PackageCopy
 {
 public:
-    // `path` is as the system has it, in whatever encoding.
+    // `path`: see PackageFile.
     explicit PackageCopy(const std::string &path);
 
-    // Where the copy can be opened while this object lives. ASCII.
+    // Where the copy can be opened while this object lives. UTF-8.
     std::string path() const;
     // Why there is no copy, as an update would say it (translated); empty: there is one.
     const QString &failure() const { return reason; }
 
 private:
-    struct Closer
-    {
-        void operator()(std::FILE *file) const { std::fclose(file); }
-    };
-
     QString copyFrom(const std::string &path);
 
-    std::unique_ptr<std::FILE, Closer> copy;
+    std::unique_ptr<PrivateFile> copy;
     QString reason;
 };
 

@@ -165,4 +165,7 @@ class Doctor(HoldingTest):
     def test_no_bus(self):
         result = self.run_cli("none", "doctor")
         self.assert_code(result, 1)
-        self.assertEqual(result.err, "capso-cli: this system does not show its USB devices\n")
+        self.assertEqual(
+            result.err,
+            "capso-cli: this system does not show its USB devices, so what keeps one from being used is not known\n",
+        )
