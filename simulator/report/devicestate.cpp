@@ -108,6 +108,7 @@ std::string stateJson(const CaptureDevice &device, const Presence &presence)
         .add("transfers", presence.transfers)
         .add("openFiles", presence.openFiles)
         .addRaw("calls", callsJson(presence.calls))
+        .add("lateMs", presence.lateMs)
         .addRaw("violations", violationsJson(device));
     return object.text();
 }

@@ -17,6 +17,7 @@ struct Presence
     unsigned transfers = 0;
     size_t openFiles = 0;
     std::map<std::string, unsigned> calls; // ioctls of all programs so far, by name
+    unsigned lateMs = 0; // the most by which a delayed answer was fetched too late
 };
 
 // state.json, in one line.

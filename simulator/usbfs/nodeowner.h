@@ -20,6 +20,9 @@ public:
     virtual int claimFault() = 0;
     // A transfer has been answered or given up.
     virtual void finished(unsigned address, const TransferRecord &record) = 0;
+    // A program has fetched the answer of a transfer that was to be delayed, or has given it up, so
+    // long after the answer was due.
+    virtual void late(unsigned ms) = 0;
     // The transfer just submitted takes the device off the bus, or code was started in it.
     virtual void afterTransfer(const Completion &completion) = 0;
     virtual void event(unsigned address, const char *name, const JsonObject &details) = 0;

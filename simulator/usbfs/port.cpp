@@ -328,6 +328,7 @@ std::string Port::state() const
     presence.transfers = transfers;
     presence.openFiles = node ? node->openFiles() : 0;
     presence.calls = calls;
+    presence.lateMs = lateMs;
     return stateJson(device, presence);
 }
 

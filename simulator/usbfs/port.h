@@ -5,6 +5,7 @@
 #include "timer.h"
 #include "usbnode.h"
 
+#include <algorithm>
 #include <functional>
 #include <list>
 #include <memory>
@@ -68,6 +69,7 @@ private:
     Completion control(const Setup &setup, const Bytes &out, bool claimed) override;
     int claimFault() override;
     void finished(unsigned address, const TransferRecord &record) override;
+    void late(unsigned ms) override { lateMs = std::max(lateMs, ms); }
     void afterTransfer(const Completion &completion) override;
     void event(unsigned address, const char *name, const JsonObject &details) override;
     void filesChanged() override;
@@ -96,6 +98,7 @@ private:
     unsigned transfers = 0;
     unsigned fileCount = 0;
     std::map<std::string, unsigned> calls; // ioctls by name, at all its addresses
+    unsigned lateMs = 0;                   // by how much the latest of the delayed answers was
     bool pulled = true;     // the plug is out; a device that left by itself is still plugged in
     bool returning = false; // comes back from a start, by its rule
     std::unique_ptr<UsbNode> node;

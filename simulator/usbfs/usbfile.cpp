@@ -117,6 +117,7 @@ void UsbFile::answer(Urb &urb, const Completion &completion)
     if (completion.delayMs == 0) {
         finish(urb, name.code, name.text);
     } else {
+        urb.due = std::chrono::steady_clock::now() + std::chrono::milliseconds(completion.delayMs);
         urb.delay.start(completion.delayMs,
                         [this, &urb, &name] { finish(urb, name.code, name.text); });
     }
@@ -145,6 +146,7 @@ int UsbFile::discard(uint64_t urbAddress)
         if (urb.urb.address() != urbAddress || urb.ready) {
             continue;
         }
+        noteLateness(urb);
         finish(urb, -ENOENT, "cancelled");
         return 0;
     }
@@ -163,6 +165,7 @@ int UsbFile::reap(const ClientMemory &pointer)
     if (ready == urbs.end()) {
         return EAGAIN;
     }
+    noteLateness(*ready);
     writeBack(*ready);
     pointer.writePointerTo(ready->urb);
     urbs.erase(ready);
@@ -176,6 +179,16 @@ void UsbFile::writeBack(const Urb &urb) const
     urb.buffer.write(s_setupSize, urb.outcome.data.data(), urb.outcome.data.size());
     urb.urb.write(offsetof(usbdevfs_urb, status), &urb.status, sizeof urb.status);
     urb.urb.write(offsetof(usbdevfs_urb, actual_length), &actual, sizeof actual);
+}
+
+// A machine that has too much to do is late in either of two places: here, or in the program.
+void UsbFile::noteLateness(const Urb &urb)
+{
+    using namespace std::chrono;
+    const auto now = steady_clock::now();
+    if (urb.due && now > *urb.due) {
+        owner.late(static_cast<unsigned>(duration_cast<milliseconds>(now - *urb.due).count()));
+    }
 }
 
 void UsbFile::disconnect()

@@ -4,8 +4,10 @@
 #include "nodeowner.h"
 #include "timer.h"
 
+#include <chrono>
 #include <functional>
 #include <list>
+#include <optional>
 #include <set>
 
 namespace sim {
@@ -42,12 +44,14 @@ private:
         TransferRecord record;
         Outcome outcome;
         bool ready = false;
-        int status = 0; // negative errno once ready
+        int status = 0;                                           // negative errno once ready
+        std::optional<std::chrono::steady_clock::time_point> due; // when it was to be delayed
         Timer delay;
     };
     void answer(Urb &urb, const Completion &completion);
     void finish(Urb &urb, int status, const char *statusText);
     void writeBack(const Urb &urb) const;
+    void noteLateness(const Urb &urb);
 
     NodeOwner &owner;
     unsigned address;

@@ -31,9 +31,57 @@ QString within(double value, double low, double high)
                : QString("%1 ms, expected %2 to %3").arg(value).arg(low).arg(high);
 }
 
+// A fifth of the second that a request has is little on a machine with much else to do: an answer
+// that is fetched so much later than it was due says nothing about the program.
+constexpr int s_lateMs = 50;
+constexpr int s_attempts = 4; // of 50 seconds
+
+struct SlowOperation
+{
+    QByteArray mode;
+    QList<int> progress;
+    int requests;
+};
+
+const SlowOperation s_slowOperations[] = {
+    // The ping, five requests for the microcode, eight for the bitstream, three for the EDID.
+    {"mode normal", {1, 2, 34, 66, 72, 78, 84, 90, 96, 100}, 17},
+    // One piece is written, read and started; 64 bytes of a sandbox image of 88.
+    {"mode soft", {1, 2, 11, 43, 71, 76, 81, 86, 91, 96, 100}, 19},
+};
+
+QString slownessMismatch(const SimRun &run, const SlowOperation &operation)
+{
+    int seen = 0;
+    double before = 0;
+    for (const SimLine &line : run.transcript().lines("g")) {
+        if (line.kind == SimLine::Vendor || line.kind == SimLine::Standard) {
+            const bool edid = line.text.contains(QRegularExpression("^> (cf|d2|d4) "));
+            const QString outside = within(line.time - before, edid ? 7950 : 795, 1e6);
+            if (!outside.isEmpty()) {
+                return line.text + ' ' + outside;
+            }
+            seen += line.kind == SimLine::Vendor ? 1 : 0;
+        }
+        before = line.time;
+    }
+    return seen == operation.requests ? QString() : QString("%1 requests").arg(seen);
+}
+
+// What is wrong with an update in which every answer takes so long; empty if nothing is.
+QString slowMismatch(const SimRun &run, const SlowOperation &operation, const Images &images)
+{
+    const QStringList reasons{run.failure(),
+                              firstDifference(run.signalsOf(2), goodUpdate(operation.progress)),
+                              memoryMismatch(run, images), slownessMismatch(run, operation),
+                              run.transcript().unbalanced("g")};
+    return reasons.filter(QRegularExpression(".")).value(0);
+}
+
 } // namespace
 
-// Every answer, those to the scan included, comes after 80 percent of the time that it has.
+// Every answer, those to the scan included, comes after 80 percent of the time that it has. A run
+// that fails is forgiven, and made once more, only if the simulator says that an answer was late.
 void TestFaults::answersThatTakeFourFifthsOfTheirTimeAreWaitedFor()
 {
     const QByteArray slow = "busy-polls 0\nlatency 800\nreturn after 300\n"
@@ -42,35 +90,28 @@ void TestFaults::answersThatTakeFourFifthsOfTheirTimeAreWaitedFor()
                             "fault g EDID_COMPLETE every delay 7200\n";
     const Images images = makeImages(velk3, 8, 8);
     const QString package = save("p", velk3, images);
-    const auto check = [images](SimRun &run, const QList<int> &progress, int requests) {
-        COMPARE_LINES(run.signalsOf(2), goodUpdate(progress));
-        COMPARE_MEMORIES(run, images);
-        int seen = 0;
-        double before = 0;
-        for (const SimLine &line : run.transcript().lines("g")) {
-            if (line.kind == SimLine::Vendor || line.kind == SimLine::Standard) {
-                const bool edid = line.text.contains(QRegularExpression("^> (cf|d2|d4) "));
-                const QString outside = within(line.time - before, edid ? 7950 : 795, 1e6);
-                QVERIFY2(outside.isEmpty(), qPrintable(line.text + ' ' + outside));
-                seen += line.kind == SimLine::Vendor ? 1 : 0;
-            }
-            before = line.time;
+    std::vector<SlowOperation> left(std::begin(s_slowOperations), std::end(s_slowOperations));
+    for (int attempt = 1; !left.empty(); ++attempt) {
+        std::vector<std::unique_ptr<SimRun>> runs;
+        for (const SlowOperation &operation : left) {
+            runs.push_back(std::make_unique<SimRun>(sceneOf(velk3, slow + operation.mode),
+                                                    QStringList{"scan", "update", "S1", package}));
+            runs.back()->start();
         }
-        QCOMPARE(seen, requests);
-        VERIFY_BALANCED(run);
-    };
-    SimBatch batch;
-    // The ping, five requests for the microcode, eight for the bitstream, three for the EDID.
-    batch.add("update", sceneOf(velk3, slow), {"scan", "update", "S1", package},
-              [check](SimRun &run) {
-                  check(run, {1, 2, 34, 66, 72, 78, 84, 90, 96, 100}, 17);
-              });
-    // One piece is written, read and started; 64 bytes of a sandbox image of 88.
-    batch.add("repair", sceneOf(velk3, slow + "mode soft"), {"scan", "update", "S1", package},
-              [check](SimRun &run) {
-                  check(run, {1, 2, 11, 43, 71, 76, 81, 86, 91, 96, 100}, 19);
-              });
-    batch.run(2);
+        std::vector<SlowOperation> again;
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            runs[i]->finish();
+            const QString mismatch = slowMismatch(*runs[i], left[i], images);
+            const int lateMs = runs[i]->state("g")["lateMs"].toInt();
+            const bool forgiven = lateMs > s_lateMs && attempt < s_attempts;
+            QVERIFY2(mismatch.isEmpty() || forgiven,
+                     qPrintable(mismatch + QString("; the latest answer %1 ms late").arg(lateMs)));
+            if (!mismatch.isEmpty()) {
+                again.push_back(left[i]);
+            }
+        }
+        left = again;
+    }
 }
 
 void TestFaults::deviceAtAnotherAddressIsNotTaken()

@@ -62,6 +62,7 @@ private slots:
     void twentyReplugsAreSeenAtOnce();
     void settingsCanBeChangedWhileTheProgramRuns();
     void callsAreCountedAtAllAddresses();
+    void lateFetchingOfADelayedAnswerIsTold();
     void controlChannelNamesWhatIsWrong();
 };
 
@@ -762,6 +763,20 @@ void TestSimUsb::callsAreCountedAtAllAddresses()
     const QJsonObject expected{
         {"GET_CAPABILITIES", 2}, {"CLAIMINTERFACE", 2}, {"SUBMITURB", 3}, {"REAPURBNDELAY", 6}};
     QCOMPARE(run.state("v")["calls"].toObject(), expected);
+}
+
+// 50 ms after its submission it was due, and 400 ms after it somebody asks. What is given up before
+// it is due is not late, and what is not to be delayed has no time at which it is due.
+void TestSimUsb::lateFetchingOfADelayedAnswerIsTold()
+{
+    const SimRun late(velk3With("fault v FX3_STATUS delay 50"),
+                      s_openAndClaim + QStringList{"submit 0xc8", "sleep 400", "in 0xe2 0 0 1"});
+    const int lateMs = late.state("v")["lateMs"].toInt();
+    QVERIFY2(lateMs >= 350, qPrintable(QString::number(lateMs)));
+    const SimRun early(velk3With("fault v FX3_STATUS delay 60000"),
+                       s_openAndClaim + QStringList{"in 0xc8 0 0 1", "in 0xe2 0 0 1"});
+    QCOMPARE(early.lines().mid(2), QStringList({"TIMEOUT", "1 00"}));
+    QCOMPARE(early.state("v")["lateMs"], QJsonValue(0));
 }
 
 void TestSimUsb::controlChannelNamesWhatIsWrong()
