@@ -51,9 +51,9 @@ void UpdateRepair::on_updateButton_clicked()
 void UpdateRepair::startUpdate(const DeviceDescription &desc)
 {
     updateError = false;
-    sessionHold = new platform::SessionHold(
-        winId(), tr("A device is being updated. It needs repair if the update is interrupted."),
-        this);
+    const QString reason =
+        tr("A device is being updated. It needs repair if the update is interrupted.");
+    sessionHold = new platform::SessionHold(winId(), reason, this);
     setEnabled(false);
     ui->updateProgress->show();
     ui->labelDoNotInterrupt->setText(doNotInterruptText());

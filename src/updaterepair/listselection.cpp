@@ -36,7 +36,7 @@ void ListSelection::highlightCurrentRow(int row)
 
 bool ListSelection::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == list && event->type() == QEvent::FocusIn && list->currentRow() < 0) {
+    if (event->type() == QEvent::FocusIn && list->currentRow() < 0) {
         takeFocus(event);
         return true;
     }

@@ -147,9 +147,7 @@ void UpdateRepair::endWork(Turns::Work work, const Show &show)
 {
     turns.ended(work);
     unlockWhenIdle();
-    if (show) {
-        show();
-    }
+    show();
     if (allowUserAccess && turns.takeRememberedLoad()) {
         tryLoadDeviceSettings();
     }

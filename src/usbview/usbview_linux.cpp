@@ -94,7 +94,8 @@ bool isDevice(const QByteArray &name)
 // while a device does not answer it.
 bool isInterfaceZero(const QByteArray &name, const QByteArray &device)
 {
-    return name.startsWith(device + ':') && name.endsWith(".0");
+    const QByteArray interfaces = device + ':';
+    return name.startsWith(interfaces) && name.endsWith(".0");
 }
 
 bool isRecognised(ProductId id)

@@ -67,6 +67,7 @@ private slots:
     void failureAtSomeProgressKeepsTheValue();
     void updateMayEndWhileItsErrorIsShown();
     void nextUpdateStartsAfresh();
+    void completionWithNoUpdateRunningUnlocksAndScans();
     void sessionIsHeldUntilTheUpdateHasEnded();
     void sessionIsHeldUntilTheUpdateOfAClosedWindowHasEnded();
 };
@@ -354,6 +355,18 @@ void TestFirmwareTab::nextUpdateStartsAfresh()
     emit driver.updateTask->complete();
     QCOMPARE(driver.progress->text(), QString("Update Completed"));
     QVERIFY(driver.label->isHidden());
+}
+
+void TestFirmwareTab::completionWithNoUpdateRunningUnlocksAndScans()
+{
+    ReadyDriver driver;
+    emit driver.updateTask->complete();
+    QVERIFY(driver.dialog.isEnabled());
+    QCOMPARE(driver.takeAsked(), QStringList{"scan"});
+    emit driver.scanner->newDevice(describedDevice("Grabber"));
+    emit driver.scanner->complete();
+    driver.selectRow(0);
+    QVERIFY(driver.tabs()->isEnabled());
 }
 
 void TestFirmwareTab::sessionIsHeldUntilTheUpdateHasEnded()

@@ -150,6 +150,7 @@ private slots:
     void focusReturnsAlthoughAKeyWasPressedWithNothingFocused();
     void pressIsForgottenAtTheNextLock();
     void focusGoesToTheTabBarWhenThePageIsNotShown();
+    void focusGoesToNoControlThatTakesNone();
     void focusThatWasNowhereIsGivenToNobody();
 };
 
@@ -402,11 +403,12 @@ void TestKeyboard::focusReturnsAfterAnErrorBox()
     session.focusOn(apply);
     session.click("updateSettingsButton");
     session.boxes.whileOpen = [] {
-        QTest::keyClick(QApplication::activeModalWidget(), Qt::Key_Shift);
+        QTest::keyClick(QApplication::activeModalWidget(), Qt::Key_Tab);
     };
     emit session.flags->error(227, "refused");
     QCOMPARE(session.boxes.shown.size(), std::size_t(1));
     Session::activate(&session.dialog);
+    session.focusOn(session.list()); // as Qt does when a message box closes
     emit session.flags->setRequestComplete(227);
     COMPARE_FOCUS(apply);
 }
@@ -528,7 +530,9 @@ void TestKeyboard::focusStaysWhereThePersonHasPutIt()
     session.click("updateSettingsButton");
     QWidget *chosen = session.list();
     if (byMouse) {
-        session.clickRow(0);
+        // As a system says it: to the window, and from there to the list.
+        QTest::mouseClick(session.dialog.windowHandle(), Qt::LeftButton, {},
+                          session.list()->viewport()->mapTo(&session.dialog, session.centreOf(0)));
     } else {
         chosen = session.find<QWidget>("rescanDevicesButton");
         for (int presses = 0; presses < 4 && QApplication::focusWidget() != chosen; ++presses) {
@@ -613,6 +617,22 @@ void TestKeyboard::focusGoesToTheTabBarWhenThePageIsNotShown()
     emit session.flags->setRequestComplete(227);
     QVERIFY(session.find<QWidget>("keepAspectRatioCheckBox")->isEnabled());
     COMPARE_FOCUS(session.tabBar());
+}
+
+// A style may keep the keyboard from the tab bar.
+void TestKeyboard::focusGoesToNoControlThatTakesNone()
+{
+    for (const bool listTakesIt : {true, false}) {
+        Session session;
+        session.openPage("tabSettings");
+        session.focusOn(session.find<QWidget>("keepAspectRatioCheckBox"));
+        session.tabBar()->setFocusPolicy(Qt::NoFocus);
+        session.list()->setFocusPolicy(listTakesIt ? Qt::StrongFocus : Qt::NoFocus);
+        session.click("updateSettingsButton");
+        session.openTab("tabFirmware");
+        emit session.flags->setRequestComplete(227);
+        COMPARE_FOCUS(listTakesIt ? session.list() : nullptr);
+    }
 }
 
 void TestKeyboard::focusThatWasNowhereIsGivenToNobody()

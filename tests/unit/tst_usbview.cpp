@@ -9,6 +9,8 @@
 
 #include <functional>
 
+#include <cerrno>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,6 +33,12 @@ constexpr int s_looks =
     9; // at a device: address, ids, bus, speed, node, two drivers, address again
 Strike *s_strike = nullptr;
 
+// As a security module does it.
+bool s_accessIsForbidden = false;
+// The folder of devices lists one name again and again.
+bool s_endlessFolder = false;
+int s_namesRead = 0;
+
 void aboutToLook()
 {
     if (s_strike && ++s_strike->looks == s_strike->before) {
@@ -50,6 +58,8 @@ int __real_access(const char *path, int mode);
 int __wrap_access(const char *path, int mode);
 ssize_t __real_readlink(const char *path, char *target, size_t size);
 ssize_t __wrap_readlink(const char *path, char *target, size_t size);
+dirent *__real_readdir(DIR *folder);
+dirent *__wrap_readdir(DIR *folder);
 
 int __wrap_open(const char *path, int flags, ...)
 {
@@ -60,6 +70,10 @@ int __wrap_open(const char *path, int flags, ...)
 int __wrap_access(const char *path, int mode)
 {
     aboutToLook();
+    if (s_accessIsForbidden) {
+        errno = EPERM;
+        return -1;
+    }
     return __real_access(path, mode);
 }
 
@@ -67,6 +81,17 @@ ssize_t __wrap_readlink(const char *path, char *target, size_t size)
 {
     aboutToLook();
     return __real_readlink(path, target, size);
+}
+
+dirent *__wrap_readdir(DIR *folder)
+{
+    if (!s_endlessFolder) {
+        return __real_readdir(folder);
+    }
+    static dirent s_entry = {};
+    qstrcpy(s_entry.d_name, "1-1");
+    ++s_namesRead;
+    return &s_entry;
 }
 }
 
@@ -158,6 +183,7 @@ private slots:
     void speedIsThatOfTheLink_data();
     void rightsAreThoseOfThisUser();
     void rightsAreThoseOfThisUser_data();
+    void nodeThatASecurityModuleForbidsIsDenied();
     void deviceWithoutANodeIsNotCalledDenied();
     void programsHoldInterfaceZeroAndDriversDoNot();
     void programsHoldInterfaceZeroAndDriversDoNot_data();
@@ -168,6 +194,7 @@ private slots:
     void deviceIsFoundByBusAndAddress();
     void systemWithoutUsbHasNoView();
     void unreadableFolderIsNoView();
+    void folderWithoutAnEndIsReadUpToABound();
     void unreadableDeviceHidesNoOther();
     void deviceThatGoesWhileItIsReadIsLeftOut();
     void deviceThatComesBackWhileItIsReadIsNotMixedUp();
@@ -322,6 +349,17 @@ void TestUsbView::rightsAreThoseOfThisUser_data()
     QTest::newRow("writing") << 0222 << false;
 }
 
+void TestUsbView::nodeThatASecurityModuleForbidsIsDenied()
+{
+    SysfsTree tree;
+    tree.add({"3-2"});
+    s_accessIsForbidden = true;
+    const SystemDevice device = only(tree);
+    s_accessIsForbidden = false;
+    QVERIFY(device.hasNode);
+    QCOMPARE(device.obstacle(), Obstacle::Denied);
+}
+
 void TestUsbView::deviceWithoutANodeIsNotCalledDenied()
 {
     SysfsTree tree;
@@ -454,6 +492,17 @@ void TestUsbView::unreadableFolderIsNoView()
         QCOMPARE(shown(tree), QStringLiteral("no view"));
     }
     setMode(tree.linkFolder(), 0755);
+}
+
+void TestUsbView::folderWithoutAnEndIsReadUpToABound()
+{
+    const SysfsTree tree; // whose folder has no such name in truth
+    s_endlessFolder = true;
+    s_namesRead = 0;
+    const auto devices = recognisedDevices(tree.places());
+    s_endlessFolder = false;
+    QVERIFY(devices && devices->empty());
+    QCOMPARE(s_namesRead, 65536);
 }
 
 void TestUsbView::unreadableDeviceHidesNoOther()
