@@ -35,11 +35,55 @@ Outcome install(const Script &script, unsigned char interfaceNumber = 0, bool co
     return {result, QByteArray::fromStdString(capture.finish()), scriptedwdi::calls()};
 }
 
+// The first and the second list of devices, and what the installations give in turn.
+Script listing(const QList<Device> &first, const QList<Device> &second,
+               const QList<int> &installResults = {0})
+{
+    Script script;
+    script.listings = {{0, first}, {0, second}};
+    script.installResults = installResults;
+    return script;
+}
+
 QByteArray bootLoaderRecord(const QByteArray &desc, const QByteArray &id = "null",
                             const QByteArray &hardware = "null")
 {
     return "4b4:f3 composite=0 mi=0 desc=" + desc + " id=" + id + " hw=" + hardware + " rest=zero";
 }
+
+// The calls up to the preparation, of a device that is listed first under this name.
+QList<QByteArray> preparation(const QByteArray &desc)
+{
+    return {"set_log_level 0", s_list, s_destroy,
+            "prepare_driver " + bootLoaderRecord(desc) + s_package};
+}
+
+// The same where there is no list.
+const QList<QByteArray> s_preparationUnlisted = {
+    "set_log_level 0", s_list, "prepare_driver " + bootLoaderRecord("null") + s_package};
+
+// The calls after it: an installation for each record.
+QList<QByteArray> installations(const QList<QByteArray> &records)
+{
+    QList<QByteArray> calls{s_list};
+    for (const QByteArray &record : records) {
+        calls += "install_driver " + record + s_package;
+    }
+    return calls + QList<QByteArray>{s_destroy};
+}
+
+// s_bootLoader under the name that it was prepared with.
+QByteArray connectedRecord(const QByteArray &desc)
+{
+    return bootLoaderRecord(desc, "'USB\\1'", "'USB\\VID_04B4&PID_00F3'");
+}
+
+const QByteArray s_named = "Set device desc: WestBridge\n";
+const QByteArray s_prepared = "WDI driver prepare: Success\n"
+                              "Installing driver(s)...\n";
+const QByteArray s_foundAndInstalled =
+    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n";
+const QByteArray s_installed = "Install status: Success (0)\n";
 
 } // namespace
 
@@ -93,9 +137,6 @@ private slots:
 
 void TestWdiInstall::connectedDeviceGetsTheDriverUnderItsListedName()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader}}, {0, {s_bootLoader}}};
-    script.installResults = {0};
     const QList<QByteArray> calls = {
         "set_log_level 0",
         s_list,
@@ -106,7 +147,7 @@ void TestWdiInstall::connectedDeviceGetsTheDriverUnderItsListedName()
             bootLoaderRecord("'WestBridge'", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") + s_package,
         s_destroy,
     };
-    COMPARE_OUTCOME(install(script), 0, calls,
+    COMPARE_OUTCOME(install(listing({s_bootLoader}, {s_bootLoader})), 0, calls,
                     "Set device desc: WestBridge\n"
                     "WDI driver prepare: Success\n"
                     "Installing driver(s)...\n"
@@ -115,248 +156,110 @@ void TestWdiInstall::connectedDeviceGetsTheDriverUnderItsListedName()
 
 void TestWdiInstall::everyConnectedDeviceGetsTheDriver()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader}}, {0, {s_bootLoader, s_bootLoaderToo}}};
-    script.installResults = {0, 0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-        s_list,
-        "install_driver " +
-            bootLoaderRecord("'WestBridge'", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") + s_package,
-        "install_driver " +
-            bootLoaderRecord("'WestBridge'", "'USB\\2'", "'USB\\VID_04B4&PID_00F3&REV_1'") +
-            s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "Set device desc: WestBridge\n"
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n"
-                    "Found device: USB\\VID_04B4&PID_00F3&REV_1: Install status: Success (0)\n");
+    const QByteArray second =
+        bootLoaderRecord("'WestBridge'", "'USB\\2'", "'USB\\VID_04B4&PID_00F3&REV_1'");
+    COMPARE_OUTCOME(
+        install(listing({s_bootLoader}, {s_bootLoader, s_bootLoaderToo}, {0, 0})), 0,
+        preparation("'WestBridge'") + installations({connectedRecord("'WestBridge'"), second}),
+        s_named + s_prepared + s_foundAndInstalled +
+            "Found device: USB\\VID_04B4&PID_00F3&REV_1: Install status: Success (0)\n");
 }
 
 void TestWdiInstall::firstFailedInstallationIsTheLast()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader}}, {0, {s_bootLoader, s_bootLoaderToo}}};
-    script.installResults = {-1, 0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-        s_list,
-        "install_driver " +
-            bootLoaderRecord("'WestBridge'", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") + s_package,
-        s_destroy,
-    };
     COMPARE_OUTCOME(
-        install(script), -1, calls,
-        "Set device desc: WestBridge\n"
-        "WDI driver prepare: Success\n"
-        "Installing driver(s)...\n"
-        "Found device: USB\\VID_04B4&PID_00F3: Install status: Input/output error (-1)\n");
+        install(listing({s_bootLoader}, {s_bootLoader, s_bootLoaderToo}, {-1, 0})), -1,
+        preparation("'WestBridge'") + installations({connectedRecord("'WestBridge'")}),
+        s_named + s_prepared +
+            "Found device: USB\\VID_04B4&PID_00F3: Install status: Input/output error (-1)\n");
 }
 
 void TestWdiInstall::secondInstallationDecidesTheResult()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader}}, {0, {s_bootLoader, s_bootLoaderToo, s_bootLoader}}};
-    script.installResults = {0, -15, 0};
-    const Outcome outcome = install(script);
+    const Outcome outcome = install(
+        listing({s_bootLoader}, {s_bootLoader, s_bootLoaderToo, s_bootLoader}, {0, -15, 0}));
     QCOMPARE(outcome.result, -2);
-    QCOMPARE(outcome.printed,
-             QByteArray("Set device desc: WestBridge\n"
-                        "WDI driver prepare: Success\n"
-                        "Installing driver(s)...\n"
-                        "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n"
-                        "Found device: USB\\VID_04B4&PID_00F3&REV_1: Install status: "
-                        "Operation requires elevated privileges (-15)\n"));
+    QCOMPARE(outcome.printed, s_named + s_prepared + s_foundAndInstalled +
+                                  "Found device: USB\\VID_04B4&PID_00F3&REV_1: Install status: "
+                                  "Operation requires elevated privileges (-15)\n");
     QCOMPARE(outcome.calls.last(), s_destroy);
     QCOMPARE(scriptedwdi::liveLists(), 0);
 }
 
 void TestWdiInstall::lastMatchNamesTheDevice()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader, s_otherProduct, s_bootLoaderToo, s_otherVendor}},
-                       {0, {s_bootLoader}}};
-    script.installResults = {0};
-    const Outcome outcome = install(script);
+    const Outcome outcome = install(
+        listing({s_bootLoader, s_otherProduct, s_bootLoaderToo, s_otherVendor}, {s_bootLoader}));
     QVERIFY2(outcome.calls.contains("prepare_driver " + bootLoaderRecord("'FX3'") + s_package),
              outcome.calls.value(3).constData());
-    QVERIFY2(outcome.printed.startsWith("Set device desc: WestBridge\n"
-                                        "Set device desc: FX3\n"
-                                        "WDI driver prepare: Success\n"),
+    QVERIFY2(outcome.printed.startsWith(s_named + "Set device desc: FX3\n"
+                                                  "WDI driver prepare: Success\n"),
              outcome.printed.constData());
 }
 
 void TestWdiInstall::otherDevicesAreLeftAlone()
 {
-    Script script;
-    script.listings = {{0, {s_otherProduct, s_bootLoader, s_otherVendor}},
-                       {0, {s_otherVendor, s_bootLoader, s_otherProduct}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-        s_list,
-        "install_driver " +
-            bootLoaderRecord("'WestBridge'", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") + s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "Set device desc: WestBridge\n"
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n");
+    COMPARE_OUTCOME(install(listing({s_otherProduct, s_bootLoader, s_otherVendor},
+                                    {s_otherVendor, s_bootLoader, s_otherProduct})),
+                    0,
+                    preparation("'WestBridge'") + installations({connectedRecord("'WestBridge'")}),
+                    s_named + s_prepared + s_foundAndInstalled);
 }
 
 void TestWdiInstall::deviceThatIsNotConnectedIsInstalledOnce()
 {
-    Script script;
-    script.listings = {{0, {s_otherProduct, s_otherVendor}}, {0, {s_otherVendor, s_otherProduct}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("''") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("''") + s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Install status: Success (0)\n");
+    COMPARE_OUTCOME(
+        install(listing({s_otherProduct, s_otherVendor}, {s_otherVendor, s_otherProduct})), 0,
+        preparation("''") + installations({bootLoaderRecord("''")}), s_prepared + s_installed);
 }
 
 void TestWdiInstall::emptyListIsInstalledOnce()
 {
-    Script script;
-    script.listings = {{0, {}}, {0, {}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("''") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("''") + s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Install status: Success (0)\n");
+    COMPARE_OUTCOME(install(listing({}, {})), 0,
+                    preparation("''") + installations({bootLoaderRecord("''")}),
+                    s_prepared + s_installed);
 }
 
 void TestWdiInstall::deviceThatComesDuringPreparationIsFound()
 {
-    Script script;
-    script.listings = {{0, {s_otherProduct}}, {0, {s_otherProduct, s_bootLoader}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("''") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("''", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") +
-            s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n");
+    COMPARE_OUTCOME(install(listing({s_otherProduct}, {s_otherProduct, s_bootLoader})), 0,
+                    preparation("''") + installations({connectedRecord("''")}),
+                    s_prepared + s_foundAndInstalled);
 }
 
 void TestWdiInstall::deviceThatGoesDuringPreparationIsInstalledOnce()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader}}, {0, {s_otherProduct}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "Set device desc: WestBridge\n"
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Install status: Success (0)\n");
+    COMPARE_OUTCOME(install(listing({s_bootLoader}, {s_otherProduct})), 0,
+                    preparation("'WestBridge'") + installations({bootLoaderRecord("'WestBridge'")}),
+                    s_named + s_prepared + s_installed);
 }
 
 void TestWdiInstall::failedFirstListingLeavesTheDeviceUnnamed()
 {
-    Script script;
-    script.listings = {{-2, {}}, {0, {s_bootLoader}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        "prepare_driver " + bootLoaderRecord("null") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("null", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") +
-            s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n");
+    Script script = listing({}, {s_bootLoader});
+    script.listings[0].result = -2;
+    COMPARE_OUTCOME(install(script), 0,
+                    s_preparationUnlisted + installations({connectedRecord("null")}),
+                    s_prepared + s_foundAndInstalled);
 }
 
 void TestWdiInstall::failedSecondListingInstallsOnce()
 {
-    Script script;
-    script.listings = {{0, {s_bootLoader, s_bootLoaderToo}}, {-1, {}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'FX3'") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("'FX3'") + s_package,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "Set device desc: WestBridge\n"
-                    "Set device desc: FX3\n"
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Install status: Success (0)\n");
+    Script script = listing({s_bootLoader, s_bootLoaderToo}, {});
+    script.listings[1].result = -1;
+    const QList<QByteArray> unlisted = {s_list,
+                                        "install_driver " + bootLoaderRecord("'FX3'") + s_package};
+    COMPARE_OUTCOME(install(script), 0, preparation("'FX3'") + unlisted,
+                    s_named + "Set device desc: FX3\n" + s_prepared + s_installed);
 }
 
 void TestWdiInstall::failedListingsStillInstall()
 {
-    Script script;
-    script.listings = {{-2, {}}, {-2, {}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        "prepare_driver " + bootLoaderRecord("null") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("null") + s_package,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Install status: Success (0)\n");
+    Script script = listing({}, {});
+    script.listings[0].result = script.listings[1].result = -2;
+    const QList<QByteArray> unlisted = {s_list,
+                                        "install_driver " + bootLoaderRecord("null") + s_package};
+    COMPARE_OUTCOME(install(script), 0, s_preparationUnlisted + unlisted, s_prepared + s_installed);
 }
 
 void TestWdiInstall::failedPreparationEndsIt_data()
@@ -379,17 +282,10 @@ void TestWdiInstall::failedPreparationEndsIt()
     QFETCH(int, code);
     QFETCH(int, result);
     QFETCH(QByteArray, text);
-    Script script;
-    script.listings = {{0, {s_bootLoader}}};
+    Script script = listing({s_bootLoader}, {});
     script.prepareResult = code;
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-    };
-    COMPARE_OUTCOME(install(script), result, calls,
-                    "Set device desc: WestBridge\nWDI driver prepare: " + text + "\n");
+    COMPARE_OUTCOME(install(script), result, preparation("'WestBridge'"),
+                    s_named + "WDI driver prepare: " + text + "\n");
 }
 
 void TestWdiInstall::failedPreparationOfAnUnlistedDeviceEndsIt()
@@ -397,12 +293,7 @@ void TestWdiInstall::failedPreparationOfAnUnlistedDeviceEndsIt()
     Script script;
     script.listings = {{-2, {}}};
     script.prepareResult = -15;
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        "prepare_driver " + bootLoaderRecord("null") + s_package,
-    };
-    COMPARE_OUTCOME(install(script), -2, calls,
+    COMPARE_OUTCOME(install(script), -2, s_preparationUnlisted,
                     "WDI driver prepare: Operation requires elevated privileges\n");
 }
 
@@ -425,10 +316,7 @@ void TestWdiInstall::resultOfTheInstallationIsMapped()
 {
     QFETCH(int, code);
     QFETCH(QByteArray, status);
-    Script script;
-    script.listings = {{0, {s_bootLoader}}, {0, {s_bootLoader}}};
-    script.installResults = {code};
-    const Outcome outcome = install(script);
+    const Outcome outcome = install(listing({s_bootLoader}, {s_bootLoader}, {code}));
     QTEST(outcome.result, "result");
     QVERIFY2(outcome.printed.endsWith("PID_00F3: Install status: " + status + "\n"),
              outcome.printed.constData());
@@ -460,9 +348,7 @@ void TestWdiInstall::compositeDeviceIsMatchedByItsInterface()
     const Device first = {0x04b4, 0x00f3, 0, "Interface 0", "ID0", "HW&MI_00"};
     const Device second = {0x04b4, 0x00f3, 2, "Interface 2", "ID2", "HW&MI_02"};
     const Device third = {0x04b4, 0x00f3, 3, "Interface 3", "ID3", "HW&MI_03"};
-    Script script;
-    script.listings = {{0, {first, second, third}}, {0, {first, second, third}}};
-    script.installResults = {0};
+    const QList<Device> devices{first, second, third};
     const QByteArray record = "4b4:f3 composite=1 mi=2 desc='Interface 2'";
     const QList<QByteArray> calls = {
         "set_log_level 0",
@@ -473,34 +359,17 @@ void TestWdiInstall::compositeDeviceIsMatchedByItsInterface()
         "install_driver " + record + " id='ID2' hw='HW&MI_02' rest=zero" + s_package,
         s_destroy,
     };
-    COMPARE_OUTCOME(install(script, 2, true), 0, calls,
-                    "Set device desc: Interface 2\n"
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: HW&MI_02: Install status: Success (0)\n");
+    COMPARE_OUTCOME(install(listing(devices, devices), 2, true), 0, calls,
+                    "Set device desc: Interface 2\n" + s_prepared +
+                        "Found device: HW&MI_02: Install status: Success (0)\n");
 }
 
 void TestWdiInstall::interfaceIsIgnoredUnlessComposite()
 {
     const Device second = {0x04b4, 0x00f3, 2, "Interface 2", "ID2", "HW&MI_02"};
-    Script script;
-    script.listings = {{0, {s_bootLoader, second}}, {0, {second, s_bootLoader}}};
-    script.installResults = {0};
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("'WestBridge'") + s_package,
-        s_list,
-        "install_driver " +
-            bootLoaderRecord("'WestBridge'", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") + s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script, 2, false), 0, calls,
-                    "Set device desc: WestBridge\n"
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n");
+    COMPARE_OUTCOME(install(listing({s_bootLoader, second}, {second, s_bootLoader}), 2, false), 0,
+                    preparation("'WestBridge'") + installations({connectedRecord("'WestBridge'")}),
+                    s_named + s_prepared + s_foundAndInstalled);
 }
 
 void TestWdiInstall::givenDescriptionSparesTheFirstListing()
@@ -510,18 +379,10 @@ void TestWdiInstall::givenDescriptionSparesTheFirstListing()
     script.listings = {{0, {s_bootLoader}}};
     script.installResults = {0};
     const QList<QByteArray> calls = {
-        "set_log_level 0",
-        "prepare_driver " + bootLoaderRecord("'Capture device'") + s_package,
-        s_list,
-        "install_driver " +
-            bootLoaderRecord("'Capture device'", "'USB\\1'", "'USB\\VID_04B4&PID_00F3'") +
-            s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script, 0, false, given), 0, calls,
-                    "WDI driver prepare: Success\n"
-                    "Installing driver(s)...\n"
-                    "Found device: USB\\VID_04B4&PID_00F3: Install status: Success (0)\n");
+        "set_log_level 0", "prepare_driver " + bootLoaderRecord("'Capture device'") + s_package};
+    COMPARE_OUTCOME(install(script, 0, false, given), 0,
+                    calls + installations({connectedRecord("'Capture device'")}),
+                    s_prepared + s_foundAndInstalled);
 }
 
 void TestWdiInstall::givenDescriptionMayBeLong()
@@ -582,10 +443,7 @@ void TestWdiInstall::percentSignsAreText()
     Device device = s_bootLoader;
     device.desc = "100%s %n";
     device.hardwareId = "HW%s%d";
-    Script script;
-    script.listings = {{0, {device}}, {0, {device}}};
-    script.installResults = {0};
-    const Outcome outcome = install(script);
+    const Outcome outcome = install(listing({device}, {device}));
     QCOMPARE(outcome.calls.value(3),
              "prepare_driver " + bootLoaderRecord("'100%s %n'") + s_package);
     QCOMPARE(outcome.printed, QByteArray("Set device desc: 100%s %n\n"
@@ -597,20 +455,9 @@ void TestWdiInstall::percentSignsAreText()
 void TestWdiInstall::missingTextsAreHarmless()
 {
     const Device device = {0x04b4, 0x00f3, 0, nullptr, nullptr, nullptr};
-    Script script;
-    script.listings = {{0, {device}}, {0, {device}}};
-    script.installResults = {0};
+    Script script = listing({device}, {device});
     script.hasErrorTexts = false;
-    const QList<QByteArray> calls = {
-        "set_log_level 0",
-        s_list,
-        s_destroy,
-        "prepare_driver " + bootLoaderRecord("''") + s_package,
-        s_list,
-        "install_driver " + bootLoaderRecord("''") + s_package,
-        s_destroy,
-    };
-    COMPARE_OUTCOME(install(script), 0, calls,
+    COMPARE_OUTCOME(install(script), 0, preparation("''") + installations({bootLoaderRecord("''")}),
                     "Set device desc: (null)\n"
                     "WDI driver prepare: (null)\n"
                     "Installing driver(s)...\n"
