@@ -5,17 +5,14 @@
 
 #include "configdevicetask.h"
 #include "devicescanner.h"
+#include "program.h"
 #include "qtcompat.h"
 #include "records.h"
 #include "updatetask.h"
 #include "usage.h"
 #include "vendorrequests.h"
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QLoggingCategory>
-
-#include <libusb.h>
 
 #include <malloc.h>
 
@@ -127,15 +124,6 @@ int run(const QStringList &arguments)
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    QLoggingCategory::defaultCategory()->isDebugEnabled();
-    qRegisterMetaType<DeviceDescription>("DeviceDescription");
     qtcompat::register_alias<unsigned char>("uint8_t");
-    if (libusb_init(nullptr) < 0) {
-        std::fprintf(stderr, "bench-long: no libusb\n");
-        return 1;
-    }
-    const int result = run(QCoreApplication::arguments());
-    libusb_exit(nullptr);
-    return result;
+    return runMeasurement(argc, argv, "bench-long", run);
 }

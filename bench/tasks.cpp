@@ -4,14 +4,11 @@
 //   bench-tasks update PACKAGE       the first device that the scan finds
 
 #include "devicescanner.h"
+#include "program.h"
 #include "updatetask.h"
 #include "usage.h"
 
-#include <QCoreApplication>
-#include <QLoggingCategory>
 #include <QVector>
-
-#include <libusb.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -106,16 +103,5 @@ int run(const QStringList &arguments)
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    // Makes Qt read its logging rules, which it does at the first line that is logged. In the
-    // program that is while the application object is made, long before a scan.
-    QLoggingCategory::defaultCategory()->isDebugEnabled();
-    qRegisterMetaType<DeviceDescription>("DeviceDescription");
-    if (libusb_init(nullptr) < 0) {
-        std::fprintf(stderr, "bench-tasks: no libusb\n");
-        return 1;
-    }
-    const int result = run(QCoreApplication::arguments());
-    libusb_exit(nullptr);
-    return result;
+    return runMeasurement(argc, argv, "bench-tasks", run);
 }
