@@ -1,5 +1,6 @@
 #include "command.h"
 
+#include "interrupts.h"
 #include "output.h"
 
 #include <exception>
@@ -8,6 +9,13 @@ const std::array<const Command *, 7> s_commands{
     &s_listCommand,   &s_updateCommand,  &s_settingsCommand, &s_modesCommand,
     &s_signalCommand, &s_packageCommand, &s_doctorCommand,
 };
+
+void Session::beginWriting()
+{
+    wroteDevice = true;
+    Interrupts::keep();
+    output.hurry();
+}
 
 ExitStatus runSafely(const CommandRun &run, Session &session)
 {

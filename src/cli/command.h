@@ -20,6 +20,9 @@ struct Session
     // Something was written to a device. The exit status then tells of the device, whether or not
     // standard output took the result.
     bool wroteDevice = false;
+
+    // To be called before. Neither a signal nor a reader who takes nothing stops it from now on.
+    void beginWriting();
 };
 
 // Does what the command line asks for.

@@ -2,6 +2,7 @@
 
 #include "cli.h"
 #include "devicedescription.h"
+#include "interrupts.h"
 
 #include <QEventLoop>
 
@@ -50,6 +51,7 @@ Answer Configuration::write(const DeviceDescription &device, uint8_t request,
 Answer Configuration::ask(const std::function<void()> &request)
 {
     Answer answer;
+    const Interrupts::Busy busy;
     QEventLoop loop;
     QObject::connect(&task, &ConfigDeviceBase::error, &loop,
                      [&answer](uint8_t, const QString &text) { answer.error = text; });

@@ -1,7 +1,6 @@
 #include "devices.h"
 
 #include "cli.h"
-#include "command.h"
 #include "devicescanner.h"
 #include "displaytexts.h"
 #include "interrupts.h"
@@ -34,6 +33,7 @@ void add(std::vector<ListedDevice> &devices, const DeviceDescription &descriptio
 Devices scan()
 {
     Devices result;
+    const Interrupts::Busy busy;
     DeviceScanner scanner;
     QEventLoop loop;
     QObject::connect(&scanner, &DeviceScanner::newDevice, &loop,
@@ -93,10 +93,9 @@ void markTellingSerials(std::vector<ListedDevice> &devices)
 
 } // namespace
 
-Devices findDevices(Session &session)
+Devices findDevices()
 {
     Devices devices = scan();
-    session.interrupts.safePoint();
     addWhatTheSystemShows(devices);
     markTellingSerials(devices.all);
     return devices;

@@ -9,8 +9,6 @@
 #include <optional>
 #include <vector>
 
-struct Session;
-
 // A recognised device, as the scan describes it, or only as the system shows it.
 struct ListedDevice
 {
@@ -34,8 +32,8 @@ struct Devices
 };
 
 // Scans the buses, and asks the system for the devices that the scan left out. Takes as long as the
-// devices take to answer. May end the program at a safe point.
-Devices findDevices(Session &session);
+// devices take to answer.
+Devices findDevices();
 
 // The device's serial number, or its port path where the serial number does not tell it from
 // others: by what a person knows it among several.

@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,6 +15,10 @@ constexpr std::array<int, 4> s_signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 // A handler may do next to nothing: it keeps the signal and wakes the event loop through a pipe.
 std::array<int, 2> s_pipe{-1, -1};
 volatile std::sig_atomic_t s_last = 0; // the signal that came last, 0: none
+volatile std::sig_atomic_t s_count = 0;
+
+// How many reasons there are to keep the signals. Main thread.
+int s_reasons = 0;
 
 void wake()
 {
@@ -27,6 +32,7 @@ void wake()
 extern "C" void noteSignal(int number)
 {
     s_last = number;
+    s_count = s_count + 1;
     wake();
 }
 
@@ -50,6 +56,17 @@ bool isIgnored(int number)
     return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
+// The system's own way to end the program reaches it where a handler does not, as in a read from a
+// share that has gone.
+void handleAll(void (*handler)(int))
+{
+    for (const int number : s_signals) {
+        if (!isIgnored(number)) {
+            handle(number, handler);
+        }
+    }
+}
+
 } // namespace
 
 Interrupts::Interrupts()
@@ -61,7 +78,7 @@ Interrupts::Interrupts()
     handle(SIGTTOU, SIG_IGN);
     handle(SIGXFSZ, SIG_IGN);
     if (pipe(s_pipe.data()) != 0) {
-        return; // then the signals end the program at once, as they do by default
+        throw std::system_error(errno, std::generic_category(), "no pipe for the signals");
     }
     for (const int end : s_pipe) {
         fcntl(end, F_SETFL, O_NONBLOCK);
@@ -74,33 +91,46 @@ Interrupts::Interrupts()
             emit interrupted();
         }
     });
-    for (const int number : s_signals) {
-        if (!isIgnored(number)) {
-            handle(number, noteSignal);
-        }
+}
+
+// The pipe stays for what is left of the process: a signal that comes while the modules end must
+// not take the place of the exit status, which tells what became of the devices.
+Interrupts::~Interrupts()
+{
+    keep();
+}
+
+int Interrupts::count()
+{
+    return s_count;
+}
+
+void Interrupts::keep()
+{
+    if (s_reasons++ == 0) {
+        handleAll(noteSignal);
     }
 }
 
-// The handlers and their pipe stay for what is left of the process: a signal that comes while the
-// modules end must not take the place of the exit status, which tells what became of the devices.
-Interrupts::~Interrupts() = default;
-
-bool Interrupts::came() const
+Interrupts::Busy::Busy()
 {
-    return s_last != 0;
+    keep();
 }
 
-void Interrupts::safePoint() const
+Interrupts::Busy::~Busy()
 {
+    if (--s_reasons > 0) {
+        return;
+    }
+    handleAll(SIG_DFL);
     if (s_last != 0) {
-        handle(s_last, SIG_DFL);
         raise(s_last);
     }
 }
 
 Interrupts::NoStop::NoStop()
 {
-    if (s_pipe[1] >= 0 && !isIgnored(SIGTSTP)) {
+    if (!isIgnored(SIGTSTP)) {
         handle(SIGTSTP, noteStop);
     }
 }

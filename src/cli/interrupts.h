@@ -5,10 +5,10 @@
 
 #include <memory>
 
-// Ctrl+C, SIGTERM, SIGQUIT and a lost terminal. Whenever one of them comes, the program first ends
-// what it has begun with a device, since a request that is cut leaves the device without its kernel
-// driver, and an update that is cut leaves it broken. A signal that was ignored when the program
-// started, as under nohup, stays ignored.
+// Ctrl+C, SIGTERM, SIGQUIT and a lost terminal. They end the program at once, wherever it waits,
+// unless something is under way with a device: a request that is cut leaves the device without its
+// kernel driver, and an update that is cut leaves it broken. A signal that was ignored when the
+// program started, as under nohup, stays ignored.
 //
 // One object, made on the main thread before anything else that could be interrupted. When it has
 // gone, the signals end the program no more.
@@ -20,10 +20,22 @@ public:
     Interrupts();
     ~Interrupts() override;
 
-    // Whether one of the signals has come.
-    bool came() const;
-    // Nothing has been begun: if one of the signals has come, the program dies of it here.
-    void safePoint() const;
+    // While one lives, something is under way with a device, and the signals are kept. One that
+    // came ends the program when the last has gone.
+    class Busy
+    {
+    public:
+        Busy();
+        ~Busy();
+        Busy(const Busy &) = delete;
+        Busy &operator=(const Busy &) = delete;
+    };
+    // A device is written to. From now on the signals end the program no more: its exit status
+    // tells what has become of the device.
+    static void keep();
+
+    // How many of the signals have come while they were kept.
+    static int count();
 
     // While one lives, Ctrl+Z does not stop the program but is an interruption as well: the device
     // would wait for its next block until somebody continues the program.
@@ -37,7 +49,7 @@ public:
     };
 
 signals:
-    // Once for each signal that comes while the event loop runs.
+    // Once for each signal that is kept while the event loop runs.
     void interrupted();
 
 private:

@@ -2,7 +2,6 @@
 #include "command.h"
 #include "configuration.h"
 #include "devices.h"
-#include "interrupts.h"
 #include "output.h"
 #include "records.h"
 #include "targetarguments.h"
@@ -102,13 +101,11 @@ void show(Output &output, const ListedDevice &device, const Modes &modes)
 }
 
 // Reads all three; the module's text when one of them cannot be read.
-QString readModes(Session &session, Configuration &configuration, const ListedDevice &device,
-                  Modes &modes)
+QString readModes(Configuration &configuration, const ListedDevice &device, Modes &modes)
 {
     for (std::size_t i = 0; i < modes.size(); ++i) {
         const Answer answer =
             configuration.readWhole<UserMode>(device.description, USER_MODE, uint16_t(i));
-        session.interrupts.safePoint();
         if (!answer.succeeded()) {
             return answer.error;
         }
@@ -151,7 +148,7 @@ Written writeModes(Session &session, Configuration &configuration, const ListedD
             continue;
         }
         modes[i] = changed(modes[i], changes[i]);
-        session.wroteDevice = true;
+        session.beginWriting();
         const QByteArray record(reinterpret_cast<const char *>(&modes[i]), sizeof(UserMode));
         const Answer answer =
             configuration.write(device.description, USER_MODE, record, uint16_t(i));
@@ -177,7 +174,7 @@ ExitStatus modes(Session &session, const TargetArguments &arguments)
     }
     return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
         Modes modes{};
-        const QString error = readModes(session, configuration, device, modes);
+        const QString error = readModes(configuration, device, modes);
         if (!error.isEmpty()) {
             return requestFailed(session.output, device, error);
         }

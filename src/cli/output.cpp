@@ -1,10 +1,13 @@
 #include "output.h"
 
+#include "interrupts.h"
+
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QStringList>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include <poll.h>
@@ -13,35 +16,12 @@
 
 namespace {
 
-// Waits until the file takes more. One that others have made non-blocking is as slow as its reader.
-void waitForRoom(int file)
-{
-    pollfd room{file, POLLOUT, 0};
-    poll(&room, 1, -1);
-}
+// How long what is said of a device at work waits for its reader: long enough that the lines of
+// both files keep their order where they come to one terminal.
+constexpr std::chrono::milliseconds s_politeness{100};
 
-// Writes all of it; returns 0, or the errno of the write that failed.
-int writeAll(int file, const QByteArray &bytes)
-{
-    const char *at = bytes.constData();
-    auto left = std::size_t(bytes.size());
-    while (left > 0) {
-        const ssize_t written = write(file, at, left);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            waitForRoom(file);
-            continue;
-        }
-        if (written < 0) {
-            return errno;
-        }
-        at += written;
-        left -= std::size_t(written);
-    }
-    return 0;
-}
+// How often it is looked whether somebody wants the waiting to end.
+constexpr std::chrono::milliseconds s_glance{50};
 
 bool isCapableTerminal(int file)
 {
@@ -111,10 +91,18 @@ QString printable(const QString &text)
 }
 
 Output::Output(Form outputForm)
-    : form(outputForm),
+    : results(STDOUT_FILENO),
+      errors(STDERR_FILENO),
+      form(outputForm),
       errorTerminal(isCapableTerminal(STDERR_FILENO)),
       colours(errorTerminal && qEnvironmentVariableIsEmpty("NO_COLOR"))
 {
+}
+
+// Of what is said at the very end, when nothing can fail any more.
+Output::~Output()
+{
+    errors.waitIfLive(s_politeness);
 }
 
 void Output::result(const QString &text, const QJsonObject &object)
@@ -193,41 +181,72 @@ void Output::progressLine(const QString &text)
     if (text.isEmpty() && !progressShown) {
         return;
     }
-    progressShown = false; // so that writeError() leaves the line to what follows
     const QString shown = printable(text).left(terminalWidth() - 1);
-    writeError(QStringLiteral("\r\033[K") + shown);
+    errors.addIfRoom((QStringLiteral("\r\033[K") + shown).toUtf8());
+    settle(errors);
     progressShown = !text.isEmpty();
+}
+
+void Output::diagnostic(const QString &text)
+{
+    errors.addIfRoom((printable(text) + QLatin1Char('\n')).toUtf8());
+}
+
+void Output::hurry()
+{
+    hurried = true;
+}
+
+void Output::finish()
+{
+    const int signalsBefore = Interrupts::count();
+    const auto isWritten = [this] { return results.waitFor(s_glance) && errors.waitFor(s_glance); };
+    while (!isWritten() && Interrupts::count() == signalsBefore) {
+    }
+}
+
+bool Output::hasFailed() const
+{
+    return readerHasGone || results.error() != 0;
 }
 
 void Output::lookForReader()
 {
     pollfd file{STDOUT_FILENO, 0, 0};
-    if (outputError == 0 && poll(&file, 1, 0) == 1 && (file.revents & POLLERR) != 0) {
-        outputError = EPIPE;
-    }
+    readerHasGone = poll(&file, 1, 0) == 1 && (file.revents & POLLERR) != 0;
 }
 
 void Output::reportFailure()
 {
-    if (outputError != 0 && outputError != EPIPE) {
+    const int failure = results.error();
+    if (failure != 0 && failure != EPIPE) {
         error(QStringLiteral("cannot write standard output: ") +
-              QString::fromLocal8Bit(std::strerror(outputError)));
+              QString::fromLocal8Bit(std::strerror(failure)));
     }
 }
 
 void Output::writeOutput(const QString &text)
 {
     progressLine({});
-    if (outputError == 0) {
-        outputError = writeAll(STDOUT_FILENO, text.toUtf8());
-    }
+    results.add(text.toUtf8());
+    settle(results);
 }
 
 // What cannot be said cannot be said: a terminal that was lost must not end an update.
 void Output::writeError(const QString &text)
 {
     progressLine({});
-    writeAll(STDERR_FILENO, text.toUtf8());
+    errors.add(text.toUtf8());
+    settle(errors);
+}
+
+void Output::settle(FileWriter &file)
+{
+    if (hurried) {
+        file.waitIfLive(s_politeness);
+    } else {
+        file.wait();
+    }
 }
 
 QString Output::coloured(const QString &text) const

@@ -1,13 +1,17 @@
 #pragma once
 
 #include "exitstatus.h"
+#include "filewriter.h"
 
 #include <QJsonObject>
 #include <QString>
 
 // What the program says. Results go to standard output, as text or, when that was asked for, as
 // JSON; everything else goes to standard error. All of it is UTF-8 whatever the locale says, so
-// that a script reads the same on every machine. Main thread.
+// that a script reads the same on every machine. Main thread, where nothing else is said.
+//
+// A reader who takes nothing is waited for, and while nothing is under way with a device a signal
+// ends the program there. Once a device is written to, nobody is waited for until finish().
 class Output
 {
 public:
@@ -17,6 +21,9 @@ public:
     };
 
     explicit Output(Form form);
+    ~Output();
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
 
     bool isJson() const { return form == Form::Json; }
     // Standard error is a terminal on which a line can be written anew.
@@ -45,9 +52,17 @@ public:
     void warning(const QString &text);
     // Replaces the progress line; an empty text removes it. Only where showsProgressLine().
     void progressLine(const QString &text);
+    // A line for who looks for a fault. Any thread, none of which it keeps waiting: where nobody
+    // reads, some are left out in the end, and their number is said.
+    void diagnostic(const QString &text);
+
+    // From now on nobody is waited for for long: a device is written to.
+    void hurry();
+    // Waits until everything has been taken, or a signal comes that asks for the end.
+    void finish();
 
     // Whether standard output has refused something: a full disk, a reader that has gone.
-    bool hasFailed() const { return outputError != 0; }
+    bool hasFailed() const;
     // Notices that the reader of standard output has gone, before the next write would.
     void lookForReader();
     // Says why standard output failed, unless its reader has gone, who will not miss the rest.
@@ -56,13 +71,17 @@ public:
 private:
     void writeOutput(const QString &text);
     void writeError(const QString &text);
+    void settle(FileWriter &file);
     QString coloured(const QString &text) const;
 
+    FileWriter results;
+    FileWriter errors;
     Form form;
     bool errorTerminal;
     bool colours;
     bool progressShown = false;
-    int outputError = 0; // an errno
+    bool hurried = false;
+    bool readerHasGone = false;
 };
 
 // The text with a "?" in the place of each character by which a device's or a package's text could

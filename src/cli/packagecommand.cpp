@@ -1,7 +1,6 @@
 #include "cli.h"
 #include "command.h"
 #include "inspection.h"
-#include "interrupts.h"
 #include "output.h"
 #include "packagecopy.h"
 #include "ziparchive.h"
@@ -209,7 +208,6 @@ ExitStatus inspect(Session &session, const std::vector<std::string> &files)
     QJsonArray packages;
     std::vector<ExitStatus> statuses;
     for (const std::string &file : files) {
-        session.interrupts.safePoint();
         const Inspection inspection = inspectFile(file);
         const QString fileName = QString::fromStdString(file);
         packages.append(toJson(fileName, inspection));

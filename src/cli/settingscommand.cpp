@@ -2,7 +2,6 @@
 #include "command.h"
 #include "configuration.h"
 #include "devices.h"
-#include "interrupts.h"
 #include "output.h"
 #include "records.h"
 #include "selection.h"
@@ -91,14 +90,13 @@ ExitStatus settings(Session &session, const TargetArguments &arguments)
     }
     return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
         const Answer read = configuration.readWhole<quint8>(device.description, GET_DEVICE_FLAGS);
-        session.interrupts.safePoint();
         if (!read.succeeded()) {
             return requestFailed(output, device, read.error);
         }
         auto flags = read.as<quint8>();
         if (!arguments.assignments().empty()) {
             flags = changed(flags, changes);
-            session.wroteDevice = true;
+            session.beginWriting();
             const Answer written = configuration.write(device.description, SET_DEVICE_FLAGS,
                                                        QByteArray(1, char(flags)));
             if (!written.succeeded()) {

@@ -3,7 +3,6 @@
 #include "configuration.h"
 #include "devices.h"
 #include "displaytexts.h"
-#include "interrupts.h"
 #include "output.h"
 #include "records.h"
 #include "targetarguments.h"
@@ -69,11 +68,9 @@ bool hasGone(const ListedDevice &device)
            !usbview::find(*shown, device.description.busNumber, device.description.deviceAddress);
 }
 
-// Until the next poll, or until a signal comes.
-void waitForPoll(const Session &session)
+void waitForPoll()
 {
     QEventLoop loop;
-    QObject::connect(&session.interrupts, &Interrupts::interrupted, &loop, &QEventLoop::quit);
     QTimer::singleShot(s_pollInterval, &loop, &QEventLoop::quit);
     loop.exec();
 }
@@ -86,7 +83,6 @@ ExitStatus watch(Session &session, Configuration &configuration, const ListedDev
     std::optional<QJsonObject> shown;
     for (;;) {
         const Status status = readStatus(configuration, device);
-        session.interrupts.safePoint();
         if (!status.error.isEmpty() && hasGone(device)) {
             return failed(session.output, device, status);
         }
@@ -99,8 +95,7 @@ ExitStatus watch(Session &session, Configuration &configuration, const ListedDev
         if (session.output.hasFailed()) {
             return ExitStatus::Failed;
         }
-        waitForPoll(session);
-        session.interrupts.safePoint();
+        waitForPoll();
     }
 }
 
@@ -111,7 +106,6 @@ ExitStatus signal(Session &session, const TargetArguments &arguments, bool watch
             return watch(session, configuration, device);
         }
         const Status status = readStatus(configuration, device);
-        session.interrupts.safePoint();
         if (!status.error.isEmpty()) {
             return failed(session.output, device, status);
         }

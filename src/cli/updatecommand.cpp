@@ -84,7 +84,7 @@ private:
             output.line(Cli::tr("%1: left out, it has version %2").arg(name, unlessVersion));
             return {&device, "left out"};
         }
-        if (session.interrupts.came()) {
+        if (Interrupts::count() > 0) {
             const QString reason = Cli::tr("interrupted before its update began");
             output.error(QStringLiteral("%1: %2").arg(name, reason));
             return {&device, "not begun", ExitStatus::Failed, reason};
@@ -218,7 +218,7 @@ ExitStatus update(Session &session, const Arguments &arguments)
     if (!package.refusal.isEmpty()) {
         return session.output.failure(ExitStatus::Failed, package.refusal);
     }
-    const Devices devices = findDevices(session);
+    const Devices devices = findDevices();
     const Selection selection = select(devices, arguments, package);
     if (selection.status != ExitStatus::Done) {
         return report(session.output, selection);

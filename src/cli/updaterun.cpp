@@ -101,7 +101,7 @@ UpdateResult updateDevice(Session &session, const ListedDevice &device, const QS
     QObject::connect(&task, &UpdateTask::complete, &loop, &QEventLoop::quit);
     QObject::connect(&session.interrupts, &Interrupts::interrupted, &loop,
                      [&output] { output.warning(doNotInterruptText()); });
-    session.wroteDevice = true;
+    session.beginWriting();
     emit task.start(device.description, fileName);
     loop.exec();
 

@@ -22,9 +22,26 @@ void setMessages(Context::Messages messages)
 #endif
 }
 
+Context::Sink s_sink = nullptr;
+
+void LIBUSB_CALL passOn(libusb_context * /*context*/, libusb_log_level /*level*/, const char *text)
+{
+    s_sink(text);
+}
+
+// Before the context is made, which may have something to say itself.
+int initialise(Context::Sink sink)
+{
+    if (sink) {
+        s_sink = sink;
+        libusb_set_log_cb(nullptr, passOn, LIBUSB_LOG_CB_GLOBAL);
+    }
+    return libusb_init(nullptr);
+}
+
 } // namespace
 
-Context::Context(Messages messages) : ready(libusb_init(nullptr) >= 0)
+Context::Context(Messages messages, Sink sink) : ready(initialise(sink) >= 0)
 {
     set_context_ready(ready);
     if (ready) {

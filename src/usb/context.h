@@ -8,13 +8,18 @@ namespace usb {
 class Context
 {
 public:
-    // What libusb itself may print on standard error.
+    // Where libusb's own messages go, one line each with its end. Called on any thread; it must not
+    // call libusb.
+    using Sink = void (*)(const char *text);
+
+    // What libusb itself may print.
     enum class Messages {
         None,
         Warnings,
     };
 
-    explicit Context(Messages messages);
+    // Without a sink it prints on standard error.
+    explicit Context(Messages messages, Sink sink = nullptr);
     ~Context();
     Context(const Context &) = delete;
     Context &operator=(const Context &) = delete;

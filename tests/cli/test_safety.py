@@ -1,15 +1,19 @@
 """What capso-cli holds to whatever happens around it: a package that changes, files that are closed, a slow reader."""
 
+import concurrent.futures
 import fcntl
 import json
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import time
 import zipfile
 
-from support import CliTest, table, with_tables
+from support import CONTINUED, PATIENCE, CliTest, table, transcript, with_tables
+
+VELK3 = object()  # stands for the package's path
 
 TWO = "device a\n product velk3\n latency 5\ndevice b\n product velk3"
 
@@ -134,6 +138,139 @@ class FileSizeLimit(CliTest):
         self.assert_code(result, 1)
         self.assertIn("File too large", result.err)
         self.assertEqual(self.written_devices(result), set())
+
+
+class StalledPipe:
+    """A pipe that is full, and whose reader takes nothing until it is told to."""
+
+    def __init__(self):
+        self.reader, self.writer = os.pipe()
+        self.filling = b"x" * fcntl.fcntl(self.writer, fcntl.F_SETPIPE_SZ, 4096)
+        os.write(self.writer, self.filling)
+
+    def close_writer(self):
+        os.close(self.writer)
+
+    def read_all(self):
+        with open(self.reader, "rb") as file:
+            text = file.read()
+        assert text.startswith(self.filling)
+        return text[len(self.filling):].decode()
+
+
+FAST = "device g\n product velk3\n busy-polls 0"
+WRITTEN = ("EDID_COMPLETE", "SET_DEVICE_FLAGS", "USER_MODE")
+
+
+@with_tables
+class StalledReader(CliTest):
+    """Who reads nothing, as a pager or a terminal that Ctrl+S has stopped, stops nothing that is begun with a device."""
+
+    def start_stalled(self, *words, stalled, scene=FAST):
+        pipe = StalledPipe()
+        running = self.start(scene, *words, **{name: pipe.writer for name in stalled})
+        pipe.close_writer()
+        return running, pipe
+
+    def wait_for_the_end_of_the_work(self, running, device="g"):
+        """The last request is answered and the device given back."""
+
+        def done():
+            entries = transcript(running.folder)
+            last = [i for i, entry in enumerate(entries) if entry.get("name") in WRITTEN and entry["requestType"] == 64]
+            return last and any(e.get("event") == "close" for e in entries[last[-1]:] if e["device"] == device)
+
+        running.wait_for("the end of the work", done)
+
+    @table(
+        ("output", ["stdout"], []),
+        ("errors", ["stderr"], []),
+        ("both", ["stdout", "stderr"], []),
+        ("errors_verbose", ["stderr"], ["--verbose"]),
+        ("output_json", ["stdout"], ["--json"]),
+    )
+    def test_update(self, stalled, more):
+        running, pipe = self.start_stalled("update", self.package("velk3"), *more, stalled=stalled)
+        self.wait_for_the_end_of_the_work(running)
+        self.assertIsNone(running.process.poll(), "it waits for its reader")
+        with concurrent.futures.ThreadPoolExecutor() as at_once:
+            text = at_once.submit(pipe.read_all)
+            result = running.finish()
+        self.assert_code(result, 0)
+        self.assert_updated(result, "g", "velk3")
+        said = text.result()
+        if "stdout" in stalled:
+            self.assertIn('"result":"updated"' if more else "SIM00001: Update Completed\n", said)
+        if "stderr" in stalled:
+            self.assertIn("SIM00001: 100 % done\n", said)
+        if "--verbose" in more:
+            self.assertIn("Update steps: 3\n", said)
+
+    def test_all_devices_one_after_another(self):
+        scene = "device a\n product velk3\n busy-polls 0\ndevice b\n product velk3\n busy-polls 0"
+        words = ["update", self.package("velk3"), "SIM00001", "SIM00002"]
+        running, pipe = self.start_stalled(*words, stalled=["stdout", "stderr"], scene=scene)
+        self.wait_for_the_end_of_the_work(running, "b")
+        pipe.read_all()
+        result = running.finish()
+        self.assert_code(result, 0)
+        self.assert_updated(result, "b", "velk3")
+
+    def test_do_not_interrupt_is_said_beside_it(self):
+        errors = self.folder / "errors"
+        pipe = StalledPipe()
+        with open(errors, "w") as file:
+            running = self.start(
+                FAST + "\n latency 10", "update", self.package("velk3"), "--json", stdout=pipe.writer, stderr=file)
+        pipe.close_writer()
+        running.wait_for_request("FX3_WRITE")
+        running.signal(signal.SIGINT)
+        running.wait_for("the answer", lambda: CONTINUED in errors.read_text())
+        pipe.read_all()
+        self.assert_code(running.finish(), 0)
+
+    @table(
+        ("update", ["update", VELK3], 0),
+        ("failed_update", ["update", VELK3], 1),
+        ("settings", ["settings", "performance=on"], 0),
+        ("modes", ["modes", "1=off"], 0),
+    )
+    def test_signal_after_the_work_leaves_the_devices_status(self, words, code):
+        words = [self.package("velk3") if word is VELK3 else word for word in words]
+        fault = "\nfault g EDID_COMPLETE stall" if code else ""
+        running, _ = self.start_stalled(*words, stalled=["stdout", "stderr"], scene=FAST + fault)
+        self.wait_for_the_end_of_the_work(running)
+        time.sleep(0.5)  # it waits for its reader by now, or a signal is one of those before
+        while running.process.poll() is None:
+            running.signal(signal.SIGTERM)
+            time.sleep(0.2)
+        self.assert_code(running.finish(), code)
+
+    @table(*[(f"{command[0]}_{number.name}", command, number)
+             for command in (["list"], ["settings"], ["modes"], ["signal"], ["signal", "--watch"], ["doctor"])
+             for number in (signal.SIGINT, signal.SIGTERM)])
+    def test_signal_ends_what_only_reads(self, words, number):
+        running, _ = self.start_stalled(*words, stalled=["stdout"])
+        running.wait_for("its process id", running.pid_file.exists)
+        until = time.monotonic() + 30
+        time.sleep(1)  # it has read the device by now, or will soon
+        while running.process.poll() is None and time.monotonic() < until:
+            running.signal(number)
+            time.sleep(0.2)
+        self.assertIsNotNone(running.process.poll(), "it waits for its reader in spite of the signal")
+        self.assert_code(running.finish(), 128 + number)
+
+    def test_signal_ends_looking_into_packages(self):
+        pipe = StalledPipe()
+        words = [self.cli, "package", *[self.package("velk3")] * 3]
+        process = subprocess.Popen(words, stdout=pipe.writer)
+        caught = pathlib.Path(f"/proc/{process.pid}/status")
+        time.sleep(0.5)
+        bits = int(caught.read_text().split("SigCgt:")[1].split()[0], 16)
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
+            self.assertFalse(bits >> (number - 1) & 1, "the system ends it, wherever it waits")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(PATIENCE), -signal.SIGINT)
 
 
 class SlowReader(CliTest):

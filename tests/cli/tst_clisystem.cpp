@@ -3,22 +3,27 @@
 
 #include "command.h"
 #include "diagnosis.h"
+#include "filewriter.h"
 #include "interrupts.h"
 #include "output.h"
 #include "selection.h"
 #include "udevrules.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <functional>
 #include <new>
+#include <system_error>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -104,6 +109,8 @@ private slots:
     void signalsAfterTheEndChangeNothing();
     void whatIsThrownIsAFailure();
     void aDenialThatOnlyTheScanKnows();
+    void whatNobodyReadsIsCounted();
+    void withoutAPipeThereIsNoSafety();
 };
 
 void TestCliSystem::whatMendsADenial_data()
@@ -327,6 +334,62 @@ void TestCliSystem::aDenialThatOnlyTheScanKnows()
     }
     devices.scanErrors.clear();
     QCOMPARE(selectNamed(devices, {"SIM00001"}).status, ExitStatus::NoDevice);
+}
+
+// What the modules say must neither keep them waiting nor fill the memory.
+void TestCliSystem::whatNobodyReadsIsCounted()
+{
+    std::array<int, 2> ends{};
+    QVERIFY(pipe(ends.data()) == 0);
+    const QByteArray line = QByteArray(1023, 'x') + '\n';
+    // What the pipe takes, what may wait, and the one that does not fit any more.
+    const int kept = 64 + int(FileWriter::Room / 1024) + 1;
+    {
+        FileWriter writer(ends[1]);
+        for (int i = 0; i < kept + 3000; ++i) {
+            writer.addIfRoom(line);
+        }
+        writer.add("the result\n");
+        QVERIFY(!writer.waitFor(std::chrono::milliseconds(1)));
+        QElapsedTimer clock;
+        clock.start();
+        writer.waitIfLive(std::chrono::milliseconds(50));
+        QVERIFY(clock.elapsed() >= 50);
+        clock.restart();
+        writer.waitIfLive(std::chrono::minutes(10));
+        QVERIFY(clock.elapsed() < 60000);
+    }
+    QByteArray said;
+    std::array<char, 4096> piece{};
+    while (!said.endsWith("the result\n")) {
+        const ssize_t got = read(ends[0], piece.data(), piece.size());
+        QVERIFY(got > 0);
+        said.append(piece.data(), int(got));
+    }
+    const int lines = int(said.count(line));
+    QVERIFY2(lines >= int(FileWriter::Room / 1024) && lines <= kept + 1,
+             qPrintable(QString::number(lines)));
+    QVERIFY2(said.endsWith("\ncapso-cli: " + QByteArray::number(kept + 3000 - lines) +
+                           " messages were left out, since nobody read them\nthe result\n"),
+             said.right(200).constData());
+    close(ends[0]);
+    close(ends[1]);
+}
+
+void TestCliSystem::withoutAPipeThereIsNoSafety()
+{
+    const Child child = inChild([] {
+        const rlimit few{3, 3};
+        setrlimit(RLIMIT_NOFILE, &few);
+        try {
+            const Interrupts interrupts;
+        } catch (const std::system_error &reason) {
+            return reason.code() == std::errc::too_many_files_open ? 7 : 8;
+        }
+        return 9;
+    });
+    QVERIFY(WIFEXITED(child.status));
+    QCOMPARE(WEXITSTATUS(child.status), 7);
 }
 
 QTEST_GUILESS_MAIN(TestCliSystem)

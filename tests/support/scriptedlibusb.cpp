@@ -409,6 +409,16 @@ void LIBUSB_CALL libusb_set_debug(libusb_context *context, int level)
     usb.record(lock, QStringLiteral("set_debug %1").arg(level));
 }
 
+void LIBUSB_CALL libusb_set_log_cb(libusb_context *context, libusb_log_cb callback, int mode)
+{
+    auto &usb = current();
+    std::unique_lock<std::mutex> lock(usb.mutex);
+    usb.require(context == nullptr && mode == LIBUSB_LOG_CB_GLOBAL && callback,
+                QStringLiteral("libusb_set_log_cb with a callback for every context"));
+    usb.record(lock, QStringLiteral("set_log_cb"));
+    callback(nullptr, LIBUSB_LOG_LEVEL_WARNING, "libusb: a warning\n");
+}
+
 void LIBUSB_CALL libusb_exit(libusb_context *context)
 {
     auto &usb = current();
