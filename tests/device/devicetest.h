@@ -28,6 +28,15 @@ private:
     QTemporaryDir packages{"/tmp/capso-XXXXXX"};
 };
 
+// Two short sections in the sandbox: 4 bytes, 8 + 8, 8 + 4, 8 + 4.
+inline Images tinyImages(const ProductFacts &product)
+{
+    Images images = makeImages(product, 8, 8);
+    images.sections = {{0x40008000, "abcdefgh"}, {0x40009000, "ijkl"}};
+    images.entry = 0x40008000;
+    return images;
+}
+
 // The device "g" of the scenes holds exactly these images.
 inline QString memoryMismatch(const SimRun &run, const Images &images)
 {

@@ -77,16 +77,7 @@ std::vector<Work> allWork(const Images &images)
         {"a repair",
          "mode soft\nreturn after 300",
          {"scan", "update", "S1", "PACKAGE"},
-         QStringList{"open", "close"} + WireModel()
-                                            .openForWork()
-                                            .loadSandbox(images)
-                                            .startAt(images.entry)
-                                            .line("release 0 no-device")
-                                            .line("close")
-                                            .openForWork()
-                                            .regularUpdate(velk3, images)
-                                            .giveBack()
-                                            .lines()},
+         QStringList{"open", "close"} + WireModel().repair(velk3, images).lines()},
         {"settings",
          "flags 5",
          {"scan", "get-flags", "S1", "set-flags", "S1", "12"},
@@ -103,14 +94,6 @@ std::vector<Work> allWork(const Images &images)
 const QStringList s_notFound{
     "progress 1", "progress 2", "progress 4", "progress 5", "error Error: Failed to install driver",
     "complete"};
-
-Images tinyImages()
-{
-    Images images = makeImages(velk3, 8, 8);
-    images.sections = {{0x40008000, "abcdefgh"}, {0x40009000, "ijkl"}};
-    images.entry = 0x40008000;
-    return images;
-}
 
 QByteArray soft(const QByteArray &words)
 {
@@ -150,7 +133,7 @@ void TestCompany::everyOperationIsTheSameInEverySurrounding()
 // The one at interface 0 is detached for each request, and stays so; the others keep theirs.
 void TestCompany::driversOfOtherInterfacesAreLeftAlone()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     SimRun run(sceneOf(velk3, "interfaces 3\nkernel-driver uvcvideo\n"
                               "kernel-driver snd-usb-audio interface 1\n"
                               "kernel-driver usbhid interface 2"),
@@ -170,7 +153,7 @@ void TestCompany::driversOfOtherInterfacesAreLeftAlone()
 
 void TestCompany::sandboxAtAnotherSpeedOfTheSameBusIsFound()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     SimRun run(soft("speed 480\nreturn after 300 speed 10000"),
                {"scan", "update", "S1", save("p", velk3, images)});
     RUN(run);
@@ -181,7 +164,7 @@ void TestCompany::sandboxAtAnotherSpeedOfTheSameBusIsFound()
 // Whatever it does in the three seconds that it is given: it is looked for at any address.
 void TestCompany::sandboxThatComesBackTwiceIsFound()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     SimRun run(soft("return after 300 again 300"),
                {"scan", "update", "S1", save("p", velk3, images)});
     RUN(run);
@@ -193,7 +176,7 @@ void TestCompany::sandboxThatComesBackTwiceIsFound()
 // On its new bus it runs all the same, and is listed there; loaded once more it stays there.
 void TestCompany::sandboxOnAnotherBusIsNotFoundAndTakesASecondPress()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     const QString package = save("p", velk3, images);
     SimRun run(soft("speed 480\nreturn after 300 bus 2 speed 5000"),
                {"scan", "update", "S1", package, "scan", "update", "S1", package});
@@ -212,7 +195,7 @@ void TestCompany::sandboxOnAnotherBusIsNotFoundAndTakesASecondPress()
 // comes.
 void TestCompany::sandboxOfAnotherProductIsNotFoundUntilPowerIsCycled()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     const QString package = save("p", velk3, images);
     SimRun run(soft("return after 300 as e5c1:362f"),
                {"scan", "update", "S1", package, "scan", "update", "S1", package, "control",
@@ -242,7 +225,7 @@ QByteArray twoHubs(const QByteArray &g, const QByteArray &h)
 // lists.
 void TestCompany::sandboxesAtEqualPortsOfTwoHubs()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     const QString package = save("p", velk3, images);
     SimBatch batch;
     for (const char *serial : {"S1", "S2"}) {
@@ -264,7 +247,7 @@ void TestCompany::sandboxesAtEqualPortsOfTwoHubs()
 // of the other hub. It gets what was meant for "g", and nobody can tell.
 void TestCompany::deviceAtTheSamePortNumberThatCameLastIsTaken()
 {
-    const Images images = tinyImages();
+    const Images images = tinyImages(velk3);
     const QString script =
         QString("'%1' scan update S1 '%2' & "
                 "until grep -q '\"g\".*\"plug\".*\"sandbox\"' \"$CAPSO_SIM_DIR/transcript.jsonl\"; "

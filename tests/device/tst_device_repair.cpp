@@ -33,31 +33,6 @@ Images repairImages(const ProductFacts &product)
     return images;
 }
 
-// Two short sections: 4 bytes, 8 + 8, 8 + 4, 8 + 4.
-Images tinyImages(const ProductFacts &product)
-{
-    Images images = makeImages(product, 8, 8);
-    images.sections = {{0x40008000, "abcdefgh"}, {0x40009000, "ijkl"}};
-    images.entry = 0x40008000;
-    return images;
-}
-
-// What the device sees of a repair after its scan, from the open of the boot loader to the end.
-WireModel repairWire(const ProductFacts &product, const Images &images)
-{
-    return WireModel()
-        .openForWork()
-        .loadSandbox(images)
-        .startAt(images.entry)
-        // The boot loader has left by the time that its file is given back; libusb knows, and does
-        // not even try to attach a kernel driver.
-        .line("release 0 no-device")
-        .line("close")
-        .openForWork()
-        .regularUpdate(product, images)
-        .giveBack();
-}
-
 const QStringList s_bootLoaderProbe{"open", "close"};
 
 QStringList withoutScan(const SimRun &run)
@@ -91,7 +66,7 @@ void TestRepair::compareRepair(const ProductFacts &product, const char *mode)
                                          "control", "power-cycle g", "scan"});
     RUN(run);
     COMPARE_LINES(run.transcript().work("g"), s_bootLoaderProbe +
-                                                  repairWire(product, images).lines() +
+                                                  WireModel().repair(product, images).lines() +
                                                   WireModel().probe().lines());
     COMPARE_MEMORIES(run, images);
 
@@ -127,7 +102,7 @@ void TestRepair::secondIdentityIsTriedAfterTheFirst()
     SimRun run(sceneOf(velk3_4k, "mode soft\nreturn after 300 as e5c1:364f"),
                {"scan", "update", "S1", save("p", velk3_4k, images)});
     RUN(run);
-    COMPARE_LINES(withoutScan(run), repairWire(velk3_4k, images).lines());
+    COMPARE_LINES(withoutScan(run), WireModel().repair(velk3_4k, images).lines());
     COMPARE_MEMORIES(run, images);
     QVERIFY(run.errorsOf(2).isEmpty());
     // Looked for as 363f, in vain, and then as 364f.
@@ -191,7 +166,7 @@ void TestRepair::runningSandboxIsLoadedAnew()
     QCOMPARE(run.devicesOf(1).value(0)["productId"].toInt(), 0x360F);
     QCOMPARE(run.devicesOf(1).value(0)["modeText"].toString(), "Soft Repair Mode");
     COMPARE_LINES(withoutScan(run),
-                  repairWire(velk3, images).lines() + WireModel().probe().lines());
+                  WireModel().repair(velk3, images).lines() + WireModel().probe().lines());
     COMPARE_MEMORIES(run, images);
     QCOMPARE(run.devicesOf(4).value(0)["versionString"].toString(), "7.8.9");
 }

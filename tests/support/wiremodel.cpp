@@ -61,6 +61,15 @@ WireModel &WireModel::startAt(quint32 address)
     return steps(script);
 }
 
+WireModel &WireModel::repair(const ProductFacts &product, const Images &images)
+{
+    openForWork().loadSandbox(images).startAt(images.entry);
+    // The boot loader has left by the time that its file is given back; libusb knows, and does not
+    // even try to attach a kernel driver.
+    line("release 0 no-device").line("close");
+    return openForWork().regularUpdate(product, images).giveBack();
+}
+
 WireModel &WireModel::steps(const Script &script)
 {
     for (const Step &step : script.steps) {

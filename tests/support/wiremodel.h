@@ -29,6 +29,8 @@ public:
     // The sections of a sandbox image, each piece written and read back; and its start.
     WireModel &loadSandbox(const Images &images);
     WireModel &startAt(quint32 address);
+    // A boot loader's repair, from its opening to the end.
+    WireModel &repair(const ProductFacts &product, const Images &images);
 
     const QStringList &lines() const { return text; }
 

@@ -1,4 +1,6 @@
 #include "capturedoutput.h"
+#include "everyfailure.h"
+#include "heldtransfer.h"
 #include "recordof.h"
 #include "scriptedlibusb.h"
 
@@ -586,25 +588,13 @@ void TestConfigDeviceTask::requestsForDifferentDevicesMayFollowEachOther()
 void TestConfigDeviceTask::destroyingTheTaskWaitsForTheRequest()
 {
     ScriptedUsb bus;
-    QSemaphore reached;
-    QSemaphore goOn;
-    bus.onTransfer([&](const ScriptedTransfer &) -> std::optional<int> {
-        reached.release();
-        goOn.acquire();
-        return {};
-    });
+    HeldTransfer request(bus);
     const DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
     auto task = std::make_unique<ConfigDeviceTask>();
     task->requestConfigDeviceData<uint8_t>(record, 226, 0, 0);
-    QVERIFY(reached.tryAcquire(1, 60000));
-    std::unique_ptr<QThread> releaser(QThread::create([&] {
-        QThread::msleep(50);
-        goOn.release();
-    }));
-    releaser->start();
-    task.reset();
+    QVERIFY(request.waitUntilReached());
+    request.endDuring([&] { task.reset(); });
     QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
-    QVERIFY(releaser->wait(60000));
 }
 
 void TestConfigDeviceTask::theWorkerGoesWithItsTask()
@@ -650,11 +640,7 @@ void TestConfigDeviceTask::anyFailingCallGivesTheDeviceBack()
             [&] { QVERIFY(log.waitForCompletions(1)); }();
             return bus.fallibleCalls();
         };
-        const int calls = attempt(-1);
-        QVERIFY(calls >= 7);
-        for (int failing = 0; failing < calls; ++failing) {
-            QVERIFY(attempt(failing) > failing);
-        }
+        failEachCallOnce(attempt, 7);
     }
 }
 

@@ -1,4 +1,6 @@
 #include "capturedoutput.h"
+#include "everyfailure.h"
+#include "heldtransfer.h"
 #include "installerdouble.h"
 #include "products.h"
 #include "scriptedlibusb.h"
@@ -493,24 +495,12 @@ void TestDeviceScanner::destroyingTheScannerWaitsForTheScan()
 {
     ScriptedUsb bus;
     named(bus, "a", 0xE5C1, 0x3601);
-    QSemaphore reached;
-    QSemaphore goOn;
-    bus.onTransfer([&](const ScriptedTransfer &) -> std::optional<int> {
-        reached.release();
-        goOn.acquire();
-        return {};
-    });
+    HeldTransfer ping(bus);
     auto scanner = std::make_unique<DeviceScanner>();
     emit scanner->scan();
-    QVERIFY(reached.tryAcquire(1, 60000));
-    std::unique_ptr<QThread> releaser(QThread::create([&] {
-        QThread::msleep(50);
-        goOn.release();
-    }));
-    releaser->start();
-    scanner.reset();
+    QVERIFY(ping.waitUntilReached());
+    ping.endDuring([&] { scanner.reset(); });
     QCOMPARE(bus.handleCalls().last(), QStringLiteral("close a"));
-    QVERIFY(releaser->wait(60000));
 }
 
 void TestDeviceScanner::anyFailingCallStillCompletesOnce()
@@ -525,11 +515,7 @@ void TestDeviceScanner::anyFailingCallStillCompletesOnce()
         [&] { QCOMPARE(events.last(), QStringLiteral("complete")); }();
         return bus.fallibleCalls();
     };
-    const int calls = attempt(-1);
-    QVERIFY(calls > 15);
-    for (int failing = 0; failing < calls; ++failing) {
-        QVERIFY(attempt(failing) > failing);
-    }
+    failEachCallOnce(attempt, 16);
 }
 
 QTEST_GUILESS_MAIN(TestDeviceScanner)

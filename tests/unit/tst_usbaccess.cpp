@@ -30,7 +30,6 @@ private slots:
     void aListedDeviceIsOpenedAndClaimed();
     void anActiveKernelDriverIsDetachedFirst_data();
     void anActiveKernelDriverIsDetachedFirst();
-    void theInterfaceOfTheRecordIsClaimed();
     void aRecordWithItsDeviceIsOpenedWithoutSearching();
     void aRecordWithItsDeviceThatDoesNotOpenYieldsNull();
 
@@ -55,9 +54,8 @@ private slots:
     void aFailedClaimIsTheBusinessOfItsThread();
     void failingDetachIsNotLookedAt();
 
+    void givingBackAttachesThenReleasesThenCloses_data();
     void givingBackAttachesThenReleasesThenCloses();
-    void givingBackUsesTheInterfaceOfTheRecord();
-    void givingBackGoesOnWhenAttachAndReleaseFail();
     void givingBackNothingCallsNothing();
 
     void aHeldDeviceIsUnreferencedOnceForEachCopy();
@@ -73,6 +71,19 @@ private:
     std::unique_ptr<CapturedStream> standardLog;
     std::unique_ptr<CapturedStream> standardError;
 };
+
+namespace {
+
+// What the log says of a search among so many devices, up to its end.
+QString searchAmong(int devices, const char *end)
+{
+    return QStringLiteral("Open device by adressing info\n"
+                          "Found %1 devices. Search needed...\n")
+               .arg(devices) +
+           end;
+}
+
+} // namespace
 
 void TestUsbAccess::init()
 {
@@ -226,38 +237,28 @@ void TestUsbAccess::aListedDeviceIsOpenedAndClaimed()
 void TestUsbAccess::anActiveKernelDriverIsDetachedFirst_data()
 {
     QTest::addColumn<int>("active");
-    QTest::newRow("bound") << 1;
-    QTest::newRow("not to be found out") << int(LIBUSB_ERROR_NOT_SUPPORTED);
-    QTest::newRow("no device") << int(LIBUSB_ERROR_NO_DEVICE);
+    QTest::addColumn<int>("interface");
+    QTest::newRow("bound") << 1 << 0;
+    QTest::newRow("bound to another interface") << 1 << 3;
+    QTest::newRow("not to be found out") << int(LIBUSB_ERROR_NOT_SUPPORTED) << 0;
+    QTest::newRow("no device") << int(LIBUSB_ERROR_NO_DEVICE) << 0;
 }
 
 void TestUsbAccess::anActiveKernelDriverIsDetachedFirst()
 {
     QFETCH(int, active);
+    QFETCH(int, interface);
     ScriptedUsb bus;
     libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
     device->kernelDriver = active;
     DeviceDescription record = recordOf(device);
+    record.interfaceNumber = static_cast<quint16>(interface);
 
     libusb_device_handle *handle = usb::init_device(record);
     QVERIFY(handle != nullptr);
-    QCOMPARE(bus.handleCalls(), (QStringList{"open a", "kernel_driver_active a 0",
-                                             "detach_kernel_driver a 0", "claim_interface a 0"}));
-    usb::deinit_device(handle, record);
-}
-
-void TestUsbAccess::theInterfaceOfTheRecordIsClaimed()
-{
-    ScriptedUsb bus;
-    libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
-    device->kernelDriver = 1;
-    DeviceDescription record = recordOf(device);
-    record.interfaceNumber = 3;
-
-    libusb_device_handle *handle = usb::init_device(record);
-    QVERIFY(handle != nullptr);
-    QCOMPARE(bus.handleCalls(), (QStringList{"open a", "kernel_driver_active a 3",
-                                             "detach_kernel_driver a 3", "claim_interface a 3"}));
+    QStringList calls{"open a", "kernel_driver_active a %1", "detach_kernel_driver a %1",
+                      "claim_interface a %1"};
+    QCOMPARE(bus.handleCalls(), calls.replaceInStrings("%1", QString::number(interface)));
     usb::deinit_device(handle, record);
 }
 
@@ -309,8 +310,7 @@ void TestUsbAccess::anEmptyBusYieldsNoDevice()
     DeviceDescription record{};
     QVERIFY(usb::init_device(record) == nullptr);
     QCOMPARE(bus.calls(), (QStringList{"get_device_list", "free_device_list 1"}));
-    QCOMPARE(clogText(), QStringLiteral("Open device by adressing info\n"
-                                        "Found 0 devices. Search needed...\n"));
+    QCOMPARE(clogText(), searchAmong(0, ""));
     QCOMPARE(cerrText(), QStringLiteral("No device\n"));
 }
 
@@ -358,8 +358,7 @@ void TestUsbAccess::aDeviceOnAnotherPortOrBusIsNotFound()
     QVERIFY(usb::init_device(record) == nullptr);
     QVERIFY(bus.handleCalls().isEmpty());
     QCOMPARE(bus.callsOf("free_device_list"), QStringList{"free_device_list 1"});
-    QCOMPARE(clogText(), QStringLiteral("Open device by adressing info\n"
-                                        "Found 1 devices. Search needed...\n"));
+    QCOMPARE(clogText(), searchAmong(1, ""));
     QCOMPARE(cerrText(), QStringLiteral("No device\n"));
 }
 
@@ -439,9 +438,7 @@ void TestUsbAccess::theLastMatchGetsOneMoreAttempt()
     QVERIFY(handle != nullptr);
     QCOMPARE(bus.handleCalls(), (QStringList{"open a", "open b", "open b",
                                              "kernel_driver_active b 0", "claim_interface b 0"}));
-    QCOMPARE(clogText(), QStringLiteral("Open device by adressing info\n"
-                                        "Found 3 devices. Search needed...\n"
-                                        "Device found. Opening...\n"
+    QCOMPARE(clogText(), searchAmong(3, "Device found. Opening...\n"
                                         "Device opened.\n"));
     QCOMPARE(cerrText(),
              QStringLiteral(
@@ -459,9 +456,7 @@ void TestUsbAccess::theLastMatchIsGivenUpAfterTheSecondAttempt()
 
     QVERIFY(usb::init_device(record) == nullptr);
     QCOMPARE(bus.handleCalls(), (QStringList{"open a", "open a"}));
-    QCOMPARE(clogText(), QStringLiteral("Open device by adressing info\n"
-                                        "Found 1 devices. Search needed...\n"
-                                        "Device found. Opening...\n"));
+    QCOMPARE(clogText(), searchAmong(1, "Device found. Opening...\n"));
     QCOMPARE(cerrText(), QStringLiteral("Can't open device: id=0, code=-3, LIBUSB_ERROR_ACCESS. "
                                         "Continue search...\n"
                                         "Can't open device\n"));
@@ -523,9 +518,7 @@ void TestUsbAccess::aFailedClaimLeavesTheHandleOpen()
     QVERIFY(usb::init_device(record) == nullptr);
     QCOMPARE(bus.handleCalls(), (QStringList{"open a", "kernel_driver_active a 0",
                                              "detach_kernel_driver a 0", "claim_interface a 0"}));
-    QCOMPARE(clogText(), QStringLiteral("Open device by adressing info\n"
-                                        "Found 1 devices. Search needed...\n"
-                                        "Device found: id=0\n"
+    QCOMPARE(clogText(), searchAmong(1, "Device found: id=0\n"
                                         "Device found. Opening...\n"
                                         "Device opened.\n"));
     QCOMPARE(cerrText(), QStringLiteral("Error claim usb interface: %1\n").arg(code));
@@ -601,42 +594,33 @@ void TestUsbAccess::failingDetachIsNotLookedAt()
     usb::deinit_device(handle, record);
 }
 
+void TestUsbAccess::givingBackAttachesThenReleasesThenCloses_data()
+{
+    QTest::addColumn<int>("interface");
+    QTest::addColumn<int>("attached");
+    QTest::addColumn<int>("released");
+    QTest::newRow("all goes well") << 0 << 0 << 0;
+    QTest::newRow("another interface") << 2 << 0 << 0;
+    QTest::newRow("both are refused") << 0 << int(LIBUSB_ERROR_BUSY) << int(LIBUSB_ERROR_NO_DEVICE);
+}
+
 void TestUsbAccess::givingBackAttachesThenReleasesThenCloses()
 {
-    ScriptedUsb bus;
-    DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
-    libusb_device_handle *handle = usb::init_device(record);
-    bus.clearLog();
-    usb::deinit_device(handle, record);
-    QCOMPARE(bus.calls(),
-             (QStringList{"attach_kernel_driver a 0", "release_interface a 0", "close a"}));
-    QCOMPARE(bus.opens(), bus.closes());
-}
-
-void TestUsbAccess::givingBackUsesTheInterfaceOfTheRecord()
-{
-    ScriptedUsb bus;
-    DeviceDescription record = recordOf(bus.plug("a", 0xE5C1, 0x3601));
-    record.interfaceNumber = 2;
-    libusb_device_handle *handle = usb::init_device(record);
-    bus.clearLog();
-    usb::deinit_device(handle, record);
-    QCOMPARE(bus.calls(),
-             (QStringList{"attach_kernel_driver a 2", "release_interface a 2", "close a"}));
-}
-
-void TestUsbAccess::givingBackGoesOnWhenAttachAndReleaseFail()
-{
+    QFETCH(int, interface);
+    QFETCH(int, attached);
+    QFETCH(int, released);
     ScriptedUsb bus;
     libusb_device *device = bus.plug("a", 0xE5C1, 0x3601);
-    device->attachResult = LIBUSB_ERROR_BUSY;
-    device->releaseResult = LIBUSB_ERROR_NO_DEVICE;
+    device->attachResult = attached;
+    device->releaseResult = released;
     DeviceDescription record = recordOf(device);
+    record.interfaceNumber = static_cast<quint16>(interface);
     libusb_device_handle *handle = usb::init_device(record);
     bus.clearLog();
     usb::deinit_device(handle, record);
-    QCOMPARE(bus.calls(),
-             (QStringList{"attach_kernel_driver a 0", "release_interface a 0", "close a"}));
+    QStringList calls{"attach_kernel_driver a %1", "release_interface a %1", "close a"};
+    QCOMPARE(bus.calls(), calls.replaceInStrings("%1", QString::number(interface)));
+    QCOMPARE(bus.opens(), bus.closes());
 }
 
 void TestUsbAccess::givingBackNothingCallsNothing()

@@ -1,3 +1,4 @@
+#include "products.h"
 #include "recordedtree.h"
 #include "scriptedlibusb.h"
 #include "sysfstree.h"
@@ -283,12 +284,11 @@ void TestUsbView::everyRecognisedIdIsShown_data()
 {
     QTest::addColumn<QByteArray>("vendor");
     QTest::addColumn<QByteArray>("product");
-    for (const char *product : {"3601", "3600", "360f", "3621", "3620", "362f", "3631", "3630",
-                                "363f", "3641", "3640", "364f"}) {
-        QTest::newRow(product) << QByteArray("e5c1") << QByteArray(product);
+    for (const Identity &one : allIdentities()) {
+        const QByteArray vendor = QByteArray::number(one.vendorId, 16).rightJustified(4, '0');
+        const QByteArray product = QByteArray::number(one.productId, 16).rightJustified(4, '0');
+        QTest::newRow(vendor + ':' + product) << vendor << product;
     }
-    QTest::newRow("another vendor") << QByteArray("5555") << QByteArray("3601");
-    QTest::newRow("the bare controller") << QByteArray("04b4") << QByteArray("00f3");
 }
 
 void TestUsbView::strangersAreNotShown()
