@@ -5,9 +5,9 @@
     packaging/changelog.py --check    fails, and says where, if they are not what would be written
     packaging/changelog.py --self-test
 
-The newest release has the version of project() in CMakeLists.txt. Until CHANGELOG.md gives that version a date, both files
-say in one line that it is not released, with the day on which it was begun; what is written under [Unreleased] changes too often
-to be copied. To release: in CHANGELOG.md turn "[Unreleased]" into "[VERSION] - DATE", and run this.
+The newest release has the version of project() in CMakeLists.txt. Until CHANGELOG.md gives that version a date, it has what is
+written under [Unreleased], and the day on which it was begun. To release: in CHANGELOG.md turn "[Unreleased]" into
+"[VERSION] - DATE", and run this.
 """
 
 import datetime
@@ -21,7 +21,6 @@ from xml.sax.saxutils import escape
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 METADATA = pathlib.Path("packaging/linux/org.capso.config.metainfo.xml")
 DEBIAN = pathlib.Path("debian/changelog")
-UNRELEASED = ["Not released yet. CHANGELOG.md tells what is new."]
 
 
 class Release:
@@ -48,13 +47,16 @@ def releases_of(changelog, version, begun):
     """Newest first. `version` is the one that is being worked on, `begun` the day of its first entry."""
     heading = re.compile(r"^## \[(\d+\.\d+\.\d+)\] - (\d{4}-\d{2}-\d{2})$", re.MULTILINE)
     found = list(heading.finditer(changelog))
-    ends = [match.start() for match in found[1:]] + [len(changelog)]
+    ends = [match.start() for match in found] + [len(changelog)]
+    unreleased, ends = changes_of(changelog[:ends[0]]), ends[1:]
     releases = [
         Release(match[1], datetime.date.fromisoformat(match[2]), changes_of(changelog[match.end():end]), True)
         for match, end in zip(found, ends)
     ]
     if version not in [release.version for release in releases]:
-        releases.insert(0, Release(version, begun, UNRELEASED, False))
+        if not unreleased:
+            sys.exit(f"CHANGELOG.md says nothing of {version}, neither under it nor under [Unreleased]")
+        releases.insert(0, Release(version, begun, unreleased, False))
     if releases[0].version != version:
         sys.exit(f"CMakeLists.txt has version {version}, but the newest in CHANGELOG.md is {releases[0].version}")
     return releases
@@ -150,7 +152,7 @@ APPSTREAM_NEXT = """  <releases>
     <release version="1.3.0" type="development" date="2027-05-06">
       <description>
         <ul>
-          <li>Not released yet. CHANGELOG.md tells what is new.</li>
+          <li>Something that is not out yet.</li>
         </ul>
       </description>
     </release>
