@@ -14,20 +14,55 @@ REQUIRED = {
     "CFBundleExecutable": "capso-config", "CFBundlePackageType": "APPL", "CFBundleName": "Capso Config",
     "CFBundleInfoDictionaryVersion": "6.0", "NSHighResolutionCapable": True, "NSPrincipalClass": "NSApplication",
 }
-# Type codes of the pictures: 16 and 32 pixels (with masks), 48, 128, 256 and 512.
-SIZES = {b"is32": 16, b"il32": 32, b"ih32": 48, b"it32": 128, b"ic08": 256, b"ic09": 512}
+# Type codes of the pictures, and their pixels: up to 128 the colours, run-length encoded, with a mask of a byte each; then JPEG 2000.
+PACKED = {b"is32": 16, b"il32": 32, b"ih32": 48, b"it32": 128}
+MASKS = {b"s8mk": 16, b"l8mk": 32, b"h8mk": 48, b"t8mk": 128}
+JPEG = {b"ic08": 256, b"ic09": 512}
 
 
-def icon_types(data):
+def pictures_of(data):
     magic, length = struct.unpack(">4sI", data[:8])
     assert magic == b"icns" and length == len(data), "no icon file, or cut short"
-    at, types = 8, set()
+    at, pictures = 8, {}
     while at < length:
         kind, size = struct.unpack(">4sI", data[at:at + 8])
         assert size >= 8, "a picture without an end"
-        types.add(kind)
+        pictures[kind] = data[at + 8:at + size]
         at += size
-    return types
+    return pictures
+
+
+def unpacked_length(data):
+    """Bytes from 128 on say how often the next one comes (125 less), others how many follow as they are (1 more)."""
+    at, length = 0, 0
+    while at < len(data):
+        if data[at] >= 128:
+            length += data[at] - 125
+            at += 2
+        else:
+            length += data[at] + 1
+            at += data[at] + 2
+    assert at == len(data), "a picture is cut short"
+    return length
+
+
+def check_icon(data):
+    pictures = pictures_of(data)
+    lacking = (PACKED.keys() | MASKS.keys() | JPEG.keys()) - pictures.keys()
+    assert not lacking, f"the icon lacks {lacking}"
+    for kind, pixels in PACKED.items():
+        packed = pictures[kind]
+        if kind == b"it32":
+            assert packed[:4] == bytes(4), "the picture of 128 pixels begins with four zeros"
+            packed = packed[4:]
+        assert unpacked_length(packed) == 3 * pixels * pixels, f"{kind} has not {pixels} pixels a side"
+    for kind, pixels in MASKS.items():
+        assert len(pictures[kind]) == pixels * pixels, f"{kind} has not {pixels} pixels a side"
+        assert len(set(pictures[kind])) > 1, f"{kind} hides nothing or everything"
+    for kind, pixels in JPEG.items():
+        assert pictures[kind].startswith(b"\0\0\0\x0cjP  \r\n\x87\n"), f"{kind} is not JPEG 2000"
+        header = struct.pack(">I4sII", 22, b"ihdr", pixels, pixels)
+        assert header in pictures[kind][:64], f"{kind} has not {pixels} pixels a side"
 
 
 def main():
@@ -38,9 +73,8 @@ def main():
     wanted = dict(REQUIRED, CFBundleVersion=version, CFBundleShortVersionString=version)
     wrong = {key: info.get(key) for key, value in wanted.items() if info.get(key) != value}
     assert not wrong, f"wrong in Info.plist: {wrong}"
-    types = icon_types((folder / info["CFBundleIconFile"]).read_bytes())
-    assert types >= SIZES.keys(), f"the icon lacks {SIZES.keys() - types}"
-    print(f"Info.plist has what a bundle needs; the icon has {len(SIZES)} sizes")
+    check_icon((folder / info["CFBundleIconFile"]).read_bytes())
+    print(f"Info.plist has what a bundle needs; the icon has {len(PACKED) + len(JPEG)} sizes")
 
 
 if __name__ == "__main__":
