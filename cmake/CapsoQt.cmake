@@ -15,4 +15,17 @@ endif()
 # capso_find_qt(Core Widgets ...)
 macro(capso_find_qt)
     find_package(Qt${CAPSO_QT} ${CAPSO_QT_MINIMUM} REQUIRED COMPONENTS ${ARGN})
+    if(TARGET Qt6::Test)
+        capso_same_definitions_for_every_test(Qt6::Test)
+    endif()
 endmacro()
+
+# Qt 6 defines for every test where its sources and its build are, for QFINDTESTDATA, which nothing here uses. Precompiled
+# headers that were compiled with other definitions would be of no use to it.
+function(capso_same_definitions_for_every_test target)
+    get_target_property(definitions ${target} INTERFACE_COMPILE_DEFINITIONS)
+    if(definitions)
+        list(FILTER definitions EXCLUDE REGEX "^QT_TESTCASE_")
+        set_target_properties(${target} PROPERTIES INTERFACE_COMPILE_DEFINITIONS "${definitions}")
+    endif()
+endfunction()
