@@ -111,9 +111,14 @@ class Visit:
                 return name
         raise DemoError(f"the scene has no device in the mode {' or '.join(modes)}")
 
-    def picture(self, stage, text):
+    def picture(self, stage, text, over=None):
+        """Takes a picture of what stands, or of what passes: then `over` tells whether it has."""
         path = self.pictures / f"{len(self.taken) + 1:02}-{stage}.png"
-        picture = self.window.photograph_when_still(path, unlike=self.taken.values())
+        picture = self.window.photograph_when_still(path, self.taken.values(), times=1 if over else 3)
+        if over and over():
+            path.unlink()
+            say(f"  {text} (the machine is too busy for a picture of it)")
+            return
         if self.window.fewest_colours_of_a_row(path) < FEWEST_COLOURS:
             raise DemoError(f"the picture {path.name} shows an empty list")
         if picture in self.taken.values():
@@ -159,6 +164,9 @@ class Visit:
             f"half of {name}'s bitstream", lambda: len(self.simulation.seen(name, mark, name="FPGA_WRITE")) >= half
         )
 
+    def over(self, name, mark):
+        return lambda: self.simulation.seen(name, mark, name="FPGA_COMPLETE")
+
     def wait_for_end_of_update(self, name, mark):
         """The last image is complete, and the scan that follows every update has been through the list."""
         has_edid = (self.packages / self.states[name]["product"] / "edid.bin").exists()
@@ -199,7 +207,7 @@ class Visit:
     def update(self, name):
         mark = self.start_update(name)
         self.wait_for_half_of_bitstream(name, mark)
-        self.picture("updating", f"{name} is being updated")
+        self.picture("updating", f"{name} is being updated", self.over(name, mark))
         self.wait_for_end_of_update(name, mark)
         self.picture("updated", "the update is completed")
 
@@ -208,9 +216,9 @@ class Visit:
         self.picture("broken", f"{name} is selected, which is in {self.states[name]['mode']} repair")
         mark = self.start_update(name)
         self.wait_for("its sandbox's start", lambda: self.simulation.seen(name, mark, event="start", accepted=True))
-        self.picture("sandbox-started", "its sandbox was loaded, read back and started")
+        self.picture("sandbox-started", "its sandbox was loaded, read back and started", self.over(name, mark))
         self.wait_for_half_of_bitstream(name, mark)
-        self.picture("repairing", "it came back, and is being written")
+        self.picture("repairing", "it came back, and is being written", self.over(name, mark))
         self.wait_for_end_of_update(name, mark)
         self.wait_for(f"{name} to run again", lambda: self.simulation.state(name)["mode"] == "normal")
         mark = self.simulation.count()

@@ -92,8 +92,8 @@ class Screen:
         if self.run("import", "-window", window, str(path)) is None:
             raise DemoError(f"cannot take the picture {path.name}")
 
-    def photograph_when_still(self, window, path, unlike=()):
-        """Takes a picture as soon as three in a row are equal, and show something else than the pictures `unlike`.
+    def photograph_when_still(self, window, path, unlike=(), times=3):
+        """Takes a picture as soon as so many in a row are equal, and show something else than the pictures `unlike`.
 
         Returns the picture's bytes; after a minute, those of the last one, whatever it shows.
         """
@@ -105,7 +105,7 @@ class Screen:
             now = path.read_bytes()
             equal = equal + 1 if now == before else 1
             before = now
-            if (equal >= 3 and now not in unlike) or time.monotonic() > deadline:
+            if (equal >= times and now not in unlike) or time.monotonic() > deadline:
                 return now
 
     def colours(self, path, area):
@@ -149,8 +149,8 @@ class Window:
         self.key("ctrl+a")
         self.screen.run("xdotool", "type", "--delay", "25", text)
 
-    def photograph_when_still(self, path, unlike=()):
-        return self.screen.photograph_when_still(self.id, path, unlike)
+    def photograph_when_still(self, path, unlike=(), times=3):
+        return self.screen.photograph_when_still(self.id, path, unlike, times)
 
     def fewest_colours_of_a_row(self, path):
         rows = [place for name, place in self.places.items() if name.startswith("devicesList/")]
