@@ -17,6 +17,7 @@ int run(int argc, char **argv)
 {
     const usb::Context context(usb::Context::Messages::Warnings);
     qtcompat::use_high_dpi_scaling<QApplication>();
+    platform::drop_toolkit_options(argc, argv);
     QApplication application(argc, argv);
     qtcompat::use_high_dpi_pixmaps();
     // The dialog draws nothing with OpenGL. Unless told so, Qt loads the system's OpenGL driver for

@@ -10,4 +10,9 @@ namespace platform {
 // that was redirected, which a window program otherwise would not do. Elsewhere: nothing.
 void prepare_process();
 
+// Takes the toolkit's own options away from a program that has none, before its application object
+// is made. On Windows: all arguments but the program's name, for with one of them the toolkit would
+// load plug-ins from any folder. Elsewhere: nothing, since the toolkit's options are useful there.
+void drop_toolkit_options(int &argc, char **argv);
+
 } // namespace platform

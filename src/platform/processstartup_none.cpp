@@ -6,3 +6,7 @@
 void platform::prepare_process()
 {
 }
+
+void platform::drop_toolkit_options(int &, char **)
+{
+}

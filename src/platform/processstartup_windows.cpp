@@ -33,3 +33,11 @@ void platform::prepare_process()
         qputenv("QT_FORCE_STDERR_LOGGING", "1");
     }
 }
+
+void platform::drop_toolkit_options(int &argc, char **argv)
+{
+    if (argc > 1) {
+        argc = 1;
+        argv[argc] = nullptr;
+    }
+}
