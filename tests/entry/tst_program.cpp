@@ -2,10 +2,12 @@
 // package file in a folder whose name is not ASCII, and the real pauses of an update.
 //
 // With CAPSO_PICTURES=FOLDER in the environment it stops where somebody might want to see it: it
-// leaves NAME.ready in the folder and goes on when that file is gone.
+// leaves NAME.ready in the folder, in which stands where the list is on the screen, and goes on
+// when that file is gone.
 
 #include "brokendevice.h"
 #include "devicescanner.h"
+#include "emptylisttexts.h"
 #include "messageboxes.h"
 #include "products.h"
 #include "scriptedlibusb.h"
@@ -130,6 +132,7 @@ class TestProgram : public QObject
     Q_OBJECT
 
 private slots:
+    void emptyListSaysWhatToDo();
     void pagesShowWhatTheDeviceHolds();
     void updateFromAFileToItsEnd();
     void packageForAnotherDeviceIsRefused();
@@ -239,8 +242,30 @@ void TestProgram::photograph(const char *name)
     }
     const QString ready = QStringLiteral("%1/%2.ready").arg(pictures, QLatin1String(name));
     QTest::qWait(500); // what is to be seen has been drawn
-    writeFile(ready, {});
+    const QWidget *list = find<QListWidget>("devicesList")->viewport();
+    const QPoint corner = list->mapToGlobal(QPoint());
+    writeFile(ready, QStringLiteral("%1 %2 %3 %4\n")
+                         .arg(corner.x())
+                         .arg(corner.y())
+                         .arg(list->width())
+                         .arg(list->height())
+                         .toLatin1());
     QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(ready), s_patience);
+}
+
+void TestProgram::emptyListSaysWhatToDo()
+{
+    ScriptedUsb usb;
+    const int result = run([&] {
+        const auto *list = find<QListWidget>("devicesList");
+        QTRY_COMPARE_WITH_TIMEOUT(list->accessibleDescription(), QString(s_notFound), s_patience);
+        QCOMPARE(list->count(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(list->isEnabled(), s_patience);
+        photograph("empty-list");
+        ended = true;
+    });
+    QVERIFY(ended);
+    QCOMPARE(result, 0);
 }
 
 void TestProgram::pagesShowWhatTheDeviceHolds()

@@ -1,17 +1,23 @@
 #!/usr/bin/env python3
 """The Windows programs on a screen that nobody sees, under wine.
 
-    on_screen.py --build BUILD program      the program as it is shipped starts, finds no device and ends
+    on_screen.py --build BUILD program      the program as it is shipped starts, finds no device, says so and ends
+    on_screen.py --build BUILD planted      it loads no DLL and no plug-in from where somebody else has put one
+    on_screen.py --build BUILD choice       a package is chosen in Windows' own file dialog
+    on_screen.py --build BUILD session      Windows may end the session, but not during an update
     on_screen.py --build BUILD driver       a device without a driver gets one from the libwdi.dll beside the program, a double
     on_screen.py --build BUILD dialog       the tests of the dialog, on Windows' platform of Qt
     on_screen.py --build BUILD pictures     an update, an error, a repair and the three pages, into BUILD/pictures
 
-They have the fonts that Windows has, or free ones with the same measures.
+They have the fonts that Windows has, or free ones with the same measures. The program as it is shipped is what the build
+installs, or with --folder FOLDER what is in there.
 """
 
 import argparse
+import collections
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -26,6 +32,11 @@ from simulation import DemoError, wait_for  # noqa: E402
 WINE = ROOT / "packaging" / "windows" / "wine"
 WINESERVER = "/usr/lib/wine/wineserver64"
 TITLE = "Capso Config"
+CHOICE_TITLE = "Select firmware update file"
+ROW_HEIGHT = 16  # pixels, of a list's first row
+# So many pixels of a list's text must be unlike what is behind it, or the picture is taken for blank. wine smooths no
+# letters, so to count colours would tell nothing.
+FEWEST_PIXELS = 150
 
 # Windows' font: the family and the file of the one that stands in its place. wine brings a Tahoma, in which a dialog's
 # texts are set; Liberation Sans has Arial's measures; Open Sans is a little wider than Segoe UI.
@@ -40,6 +51,8 @@ DIALOG_TESTS = [
     "accessibility", "devicelist", "emptylist", "firmwaretab", "form", "keyboard", "overlap", "settingstab",
     "usermodestab", "workers",
 ]
+# DLLs that a program of this kind, or what it loads, may look for by name and that Windows itself does not have.
+LOOKED_FOR = ["libwdi", "libusbK", "libusb0", "UsbDkHelper", "wintab32", "libEGL", "libGLESv2", "zlib1", "icuuc"]
 LIBWDI_DOUBLE = ROOT / "tests" / "unit" / "driver" / "libwdi" / "libwdidouble.c"
 LIBWDI_CALLS = [
     "set_log_level", "create_list", "destroy_list", "prepare_driver", "create_list", "install_driver", "destroy_list",
@@ -55,8 +68,9 @@ PICTURES = {
 class Windows:
     """wine with a screen and fonts of its own. Use it in a `with`."""
 
-    def __init__(self, build):
+    def __init__(self, build, folder=None):
         self.build = build
+        self.folder = folder
         self.prefix = build.parent / "wine-screen"
 
     def __enter__(self):
@@ -98,11 +112,11 @@ class Windows:
         """Qt Test talks to the debugger where there is no console."""
         return self.start(program, *arguments, log=log, QT_FORCE_STDERR_LOGGING="1", **environment)
 
-    def start(self, *command, log=subprocess.DEVNULL, **environment):
+    def start(self, *command, log=subprocess.DEVNULL, folder=None, **environment):
         return subprocess.Popen(
             [WINE, *map(str, command)],
             env={**self.environment, **environment},
-            cwd=self.build,
+            cwd=folder or self.build,
             stdin=subprocess.DEVNULL,
             stdout=log,
             stderr=subprocess.STDOUT,
@@ -113,29 +127,200 @@ class Windows:
             raise DemoError("wine: " + " ".join(map(str, command)))
 
 
-def program(windows):
-    log_file = windows.build / "program.log"
+def shipped(windows):
+    """The folder with the program as an owner has it."""
+    if windows.folder:
+        return windows.folder
+    folder = windows.build / "shipped"
+    shutil.rmtree(folder, ignore_errors=True)
+    subprocess.run(["cmake", "--install", windows.build, "--prefix", folder, "--strip"],
+                   env={**os.environ, "DESTDIR": ""}, stdout=subprocess.DEVNULL, check=True)
+    return folder
+
+
+def take_pictures(windows, program, function, log_file):
+    """Runs a function of a tst_program, and photographs it where it waits for that.
+
+    Returns where the list is, for each picture: x, y, width, height.
+    """
+    folder = windows.build / "pictures"
+    lists = {}
     with open(log_file, "wb") as log:
-        process = windows.start(windows.build / "capso-config.exe", log=log)
+        process = windows.start_test(program, function, log=log, CAPSO_PICTURES=f"Z:{folder}")
         try:
-            window = wait_for("the window", lambda: windows.screen.windows(TITLE))[0]
-            # The log of a window program, by the way that its documents name.
-            wait_for("the scan's line in the log", lambda: b"Scan devices" in log_file.read_bytes())
-            windows.screen.photograph_when_still("root", windows.build / "pictures" / "no-device.png")
-            windows.screen.run("xdotool", "windowfocus", window)
-            windows.screen.run("xdotool", "key", "Escape")
-            code = process.wait(60)
+            end = time.monotonic() + 240
+            while process.poll() is None and time.monotonic() < end:
+                for ready in folder.glob("*.ready"):
+                    text = ready.read_text()
+                    if not text.endswith("\n"):
+                        continue
+                    lists[ready.stem] = tuple(int(number) for number in text.split())
+                    windows.screen.photograph("root", folder / f"{ready.stem}.png")
+                    ready.unlink()
+                time.sleep(0.1)
+            code = process.wait(1)
         finally:
             process.kill()
     if code != 0:
+        raise DemoError(f"{function} ended with {code}; see {log_file}")
+    return lists
+
+
+def pixels(picture, area):
+    x, y, width, height = area
+    result = subprocess.run(["convert", picture, "-crop", f"{width}x{height}+{x}+{y}", "+repage", "-depth", "8", "rgb:-"],
+                            stdout=subprocess.PIPE, check=True)
+    if len(result.stdout) != 3 * width * height:
+        raise DemoError(f"{picture.name} has no area {area}")
+    return result.stdout
+
+
+def drawn(picture, area):
+    """How many pixels are not what most of them are."""
+    data = pixels(picture, area)
+    counts = collections.Counter(data[start : start + 3] for start in range(0, len(data), 3))
+    return counts.total() - counts.most_common(1)[0][1]
+
+
+def program(windows):
+    # What the list must look like: a test compares the text, and waits while it is photographed.
+    pictures = windows.build / "pictures"
+    expected = pictures / "empty-list.png"
+    area = take_pictures(windows, windows.build / "tst_program.exe", "emptyListSaysWhatToDo",
+                         windows.build / "empty-list.log")["empty-list"]
+    if drawn(expected, area) < FEWEST_PIXELS:
+        raise DemoError(f"the empty list says nothing: {expected}")
+
+    # By the way to the log that the documents name.
+    folder = shipped(windows)
+    log_file = folder / "log.txt"
+    log_file.unlink(missing_ok=True)
+    process = windows.start("cmd", "/c", "capso-config.exe > log.txt 2>&1", folder=folder)
+    seen = pictures / "no-device.png"
+    try:
+        window = wait_for("the window", lambda: windows.screen.windows(TITLE), timeout=60)[0]
+
+        def is_shown():
+            windows.screen.photograph("root", seen)
+            return pixels(seen, area) == pixels(expected, area)
+
+        wait_for(f"the text of the empty list: {seen} and {expected}", is_shown, timeout=60)
+        windows.screen.run("xdotool", "windowfocus", window)
+        windows.screen.run("xdotool", "key", "Escape")
+        code = process.wait(60)
+    finally:
+        process.kill()
+    lines = log_file.read_text().splitlines()
+    if code != 0 or "Scan devices" not in lines:
         raise DemoError(f"the program ended with {code}; its log is {log_file}")
+
+
+def loaded_files(log_file):
+    """What wine has loaded for a program, by its trace."""
+    text = log_file.read_text(errors="replace")
+    return {match.replace("\\\\", "\\") for match in re.findall(r'build_module Loaded L"([^"]*)"', text)}
+
+
+def planted(windows):
+    folder = shipped(windows)
+    other = windows.build / "planted by others"
+    shutil.rmtree(other, ignore_errors=True)
+    for plugins in ["platforms", "styles"]:
+        shutil.copytree(folder / plugins, other / plugins)
+    names = [file.name for file in folder.glob("*.dll")] + [f"{name}.dll" for name in LOOKED_FOR]
+    for name in names:
+        shutil.copy(folder / "libwinpthread-1.dll", other / name)
+
+    def in_wine(path):
+        return "Z:" + str(path).replace("/", "\\")
+
+    ways = {
+        "QT_QPA_PLATFORM_PLUGIN_PATH": ([], {"QT_QPA_PLATFORM_PLUGIN_PATH": in_wine(other / "platforms")}),
+        "QT_PLUGIN_PATH": ([], {"QT_PLUGIN_PATH": in_wine(other)}),
+        "-platformpluginpath": (["-platformpluginpath", in_wine(other / "platforms")], {}),
+        "the current folder and PATH": ([], {"WINEPATH": in_wine(other)}),
+    }
+    # Each way of Qt's leads there in a program that does nothing against it; tst_processstartup says the same of the others.
+    control = windows.build / "tst_form.exe"
+    for way, (arguments, environment) in list(ways.items())[:3]:
+        log_file = windows.build / "planted-control.log"
+        with open(log_file, "wb") as log:
+            windows.start(control, *arguments, "-functions", log=log, WINEDEBUG="-all,+loaddll", **environment).wait(120)
+        if not any(file.startswith(in_wine(other)) for file in loaded_files(log_file)):
+            raise DemoError(f"{way} leads {control.name} to no planted plug-in; see {log_file}")
+    for way, (arguments, environment) in ways.items():
+        log_file = windows.build / "planted.log"
+        with open(log_file, "wb") as log:
+            process = windows.start(folder / "capso-config.exe", *arguments, log=log, folder=other,
+                                    WINEDEBUG="-all,+loaddll", **environment)
+            try:
+                window = wait_for("the window", lambda: windows.screen.windows(TITLE), timeout=60)[0]
+                wait_for("the scan's line in the log", lambda: b"Scan devices" in log_file.read_bytes(), timeout=60)
+                windows.screen.run("xdotool", "windowfocus", window)
+                windows.screen.run("xdotool", "key", "Escape")
+                code = process.wait(60)
+            finally:
+                process.kill()
+        files = loaded_files(log_file)
+        own = {file for file in files if file.startswith(in_wine(folder) + "\\")}
+        foreign = {file for file in files - own if not re.match(r"(?i)c:\\windows\\", file)}
+        plugins = {in_wine(folder / plugin) for plugin in ["platforms/qwindows.dll", "styles/qwindowsvistastyle.dll"]}
+        if code != 0 or foreign or not plugins <= own:
+            raise DemoError(f"{way}: ended with {code}, loaded {foreign}, and of its own {own}; see {log_file}")
+    print(f"{len(ways)} ways to a planted DLL lead nowhere")
+
+
+def choice(windows):
+    folder = windows.build / "choice"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    package = folder / "some package.fw"
+    package.touch()
+    path = "Z:" + str(package).replace("/", "\\")
+    place = folder / "click"
+    log_file = windows.build / "choice.log"
+    screen = windows.screen
+    with open(log_file, "wb") as log:
+        process = windows.start_test(windows.build / "tst_onwindows.exe", "packageIsChosenInTheSystemsFileDialog",
+                                     log=log, CAPSO_CLICK=f"Z:{place}", CAPSO_CHOSEN=path)
+        try:
+            wait_for("the window", lambda: place.exists() and place.read_text().endswith("\n"), timeout=60)
+            screen.run("xdotool", "mousemove", *place.read_text().split(), "click", "1")
+            opened = wait_for("the file dialog", lambda: screen.windows(CHOICE_TITLE), timeout=60)[0]
+            screen.photograph_when_still("root", windows.build / "pictures" / "file-dialog.png")
+            screen.run("xdotool", "windowfocus", opened)
+            screen.run("xdotool", "type", "--delay", "25", path)
+            screen.run("xdotool", "key", "Return")
+            code = process.wait(120)
+        finally:
+            process.kill()
+    check_function(code, log_file)
+
+
+def session(windows):
+    log_file = windows.build / "session.log"
+    with open(log_file, "wb") as log:
+        process = windows.start_test(windows.build / "tst_onwindows.exe", "sessionMayNotEndDuringAnUpdateOnly", log=log)
+        try:
+            code = process.wait(120)
+        finally:
+            process.kill()
+    check_function(code, log_file)
+
+
+def check_function(code, log_file):
+    """One function of a Qt Test program, with initTestCase() and cleanupTestCase()."""
+    text = log_file.read_text(encoding="utf-8", errors="replace")
+    if code != 0 or "Totals: 3 passed, 0 failed, 0 skipped" not in text:
+        print(text)
+        raise DemoError(f"ended with {code}")
 
 
 def driver(windows):
     folder = windows.build / "with libwdi"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
-    for file in [windows.build / "tst_program.exe", *windows.build.glob("*.dll")]:
+    for file in [windows.build / "window_program.exe", *windows.build.glob("*.dll")]:
         shutil.copy(file, folder)
     for plugins in ["platforms", "styles"]:
         shutil.copytree(windows.build / plugins, folder / plugins)
@@ -146,7 +331,7 @@ def driver(windows):
     output = folder / "output.log"
     with open(output, "wb") as log:
         process = windows.start_test(
-            folder / "tst_program.exe", "deviceWithoutADriverIsListedWhereOneCanBeInstalled", log=log
+            folder / "window_program.exe", "deviceWithoutADriverIsListedWhereOneCanBeInstalled", log=log
         )
         try:
             code = process.wait(120)
@@ -189,36 +374,31 @@ def pictures(windows):
         for name in names:
             (folder / f"{name}.png").unlink(missing_ok=True)
         log_file = windows.build / f"pictures-{function}.log"
-        with open(log_file, "wb") as log:
-            process = windows.start_test(
-                windows.build / "tst_program.exe", function, log=log, CAPSO_PICTURES=f"Z:{folder}"
-            )
-            try:
-                end = time.monotonic() + 240
-                while process.poll() is None and time.monotonic() < end:
-                    for ready in folder.glob("*.ready"):
-                        windows.screen.photograph("root", folder / f"{ready.stem}.png")
-                        ready.unlink()
-                    time.sleep(0.1)
-                code = process.wait(1)
-            finally:
-                process.kill()
-        missing = [name for name in names if not (folder / f"{name}.png").exists()]
-        if code != 0 or missing:
-            raise DemoError(f"{function} ended with {code}, without pictures: {missing}; see {log_file}")
+        lists = take_pictures(windows, windows.build / "tst_program.exe", function, log_file)
+        for name in names:
+            if name not in lists:
+                raise DemoError(f"{function}: no picture {name}; see {log_file}")
+            # The upper end of the list has the device's row.
+            x, y, width, _ = lists[name]
+            if drawn(folder / f"{name}.png", (x, y, width, ROW_HEIGHT)) < FEWEST_PIXELS:
+                raise DemoError(f"{name}.png: nothing is drawn where the device's row is")
     print(f"pictures: {folder}")
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, required=True)
-    tasks = {"program": program, "driver": driver, "dialog": dialog, "pictures": pictures}
+    parser.add_argument("--folder", type=pathlib.Path)
+    tasks = {
+        "program": program, "planted": planted, "choice": choice, "session": session, "driver": driver, "dialog": dialog,
+        "pictures": pictures,
+    }
     parser.add_argument("task", choices=tasks)
     arguments = parser.parse_args()
     build = arguments.build.resolve()
     (build / "pictures").mkdir(exist_ok=True)
     try:
-        with Windows(build) as windows:
+        with Windows(build, arguments.folder and arguments.folder.resolve()) as windows:
             tasks[arguments.task](windows)
     except (DemoError, subprocess.TimeoutExpired) as error:
         print(f"{arguments.task}: {error}", file=sys.stderr)
