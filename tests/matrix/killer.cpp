@@ -1,6 +1,7 @@
-// capso-killer TRANSFERS WORD... -- WORD...: runs capso-clicker with the first words, kills it when
-// the device "g" has been asked for so many control transfers, and runs it anew with the others.
-// What the one that is killed prints is of no interest.
+// capso-killer TRANSFERS MODE WORD... -- WORD...: runs capso-clicker with the first words, kills it
+// when the device "g" has been asked for so many control transfers, and runs it anew with the
+// others as soon as the device is in that mode. What the one that is killed prints is of no
+// interest.
 
 #include "simulation.h"
 
@@ -45,7 +46,7 @@ template<typename Condition> bool await(Condition condition)
 
 int main(int argc, char **argv)
 {
-    int end = 2;
+    int end = 3;
     while (end < argc && std::strcmp(argv[end], "--") != 0) {
         ++end;
     }
@@ -53,19 +54,26 @@ int main(int argc, char **argv)
         return 2;
     }
     const int transfers = std::atoi(argv[1]);
+    const QJsonObject first = simulation::state(QStringLiteral("g"));
     const pid_t child = fork();
     if (child == 0) {
         dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-        become(argv + 2, end - 2);
+        become(argv + 3, end - 3);
     }
     const bool struck = await(
         [transfers](const QJsonObject &state) { return state["transfers"].toInt() >= transfers; });
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    // The end of its files is noticed a moment after its own.
-    if (!struck ||
-        !await([](const QJsonObject &state) { return state["openFiles"].toInt() == 0; })) {
-        std::fputs("capso-killer: the device has not seen so many transfers\n", stderr);
+    // The end of its files is noticed a moment after its own. A device that is on its way into
+    // another mode has another address when it has arrived.
+    const QString mode = QString::fromLocal8Bit(argv[2]);
+    const auto hasArrived = [&mode, &first](const QJsonObject &state) {
+        return state["openFiles"].toInt() == 0 && state["plugged"].toBool() &&
+               state["mode"].toString() == mode &&
+               (first["mode"].toString() == mode || state["address"] != first["address"]);
+    };
+    if (!struck || !await(hasArrived)) {
+        std::fputs("capso-killer: the device has not come so far\n", stderr);
         return 3;
     }
     become(argv + end + 1, argc - end - 1);
