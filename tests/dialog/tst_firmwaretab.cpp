@@ -55,7 +55,6 @@ private slots:
     void chosenFileGoesIntoTheLine();
     void cancelledChoiceLeavesTheLine();
     void updateButtonIsEnabledAtStartAndAsksForADevice();
-    void deviceIsAskedForBeforeTheFile();
     void fileIsAskedForWhenADeviceIsSelected();
     void updateLocksTheWholeDialog();
     void progressIsShown();
@@ -155,15 +154,6 @@ void TestFirmwareTab::updateButtonIsEnabledAtStartAndAsksForADevice()
     QCOMPARE(driver.takeAsked(), QStringList());
     // What the bar said of an update before is gone all the same.
     QCOMPARE(driver.find<QProgressBar>("updateProgress")->format(), QString("%p%"));
-}
-
-void TestFirmwareTab::deviceIsAskedForBeforeTheFile()
-{
-    DialogDriver driver;
-    driver.find<QLineEdit>("firmwareLineEdit")->clear();
-    QMetaObject::invokeMethod(&driver.dialog, "on_updateButton_clicked");
-    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
-    QCOMPARE(driver.boxes.shown.front().text, QString("Please select a device from the list"));
 }
 
 void TestFirmwareTab::fileIsAskedForWhenADeviceIsSelected()

@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QListWidget>
-#include <QMetaType>
 #include <QTest>
 #include <QTimer>
 
@@ -58,7 +57,6 @@ private slots:
     void withoutLibusbTheDialogStartsAndItsScanFindsNothing();
     void exceptionInTheEventLoopStillCleansUp_data();
     void exceptionInTheEventLoopStillCleansUp();
-    void metaTypesAreKnownBeforeTheFirstScan();
     void windowDoesWithoutOpenGl();
     void screenDensityIsFollowed();
 
@@ -197,24 +195,6 @@ void TestMain::exceptionInTheEventLoopStillCleansUp()
     QCOMPARE(result, EXIT_FAILURE);
     QCOMPARE(order, QStringList({"dialog", "application", "exit"}));
     QVERIFY2(QString::fromStdString(errors.text()).endsWith(said), errors.text().c_str());
-}
-
-void TestMain::metaTypesAreKnownBeforeTheFirstScan()
-{
-    ScriptedUsb usb;
-    int description = QMetaType::UnknownType;
-    int byteType = QMetaType::UnknownType;
-    usb.onCall([&](const QString &call) {
-        if (call == QLatin1String("get_device_list")) {
-            description = QMetaType::type("DeviceDescription");
-            byteType = QMetaType::type("uint8_t");
-        }
-        quitWhenScanning(call);
-    });
-    run([] {});
-
-    QVERIFY(description != QMetaType::UnknownType);
-    QCOMPARE(byteType, int(QMetaType::UChar));
 }
 
 void TestMain::windowDoesWithoutOpenGl()
