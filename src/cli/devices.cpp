@@ -46,17 +46,6 @@ Devices scan()
     return result;
 }
 
-ListedDevice unusable(const usbview::SystemDevice &system)
-{
-    ListedDevice device;
-    device.description.vendorId = system.id.vendorId;
-    device.description.productId = system.id.productId;
-    device.description.busNumber = system.busNumber;
-    device.description.deviceAddress = system.deviceAddress;
-    device.system = system;
-    return device;
-}
-
 void addWhatTheSystemShows(Devices &devices)
 {
     const auto shown = usbview::recognisedDevices();
@@ -65,7 +54,7 @@ void addWhatTheSystemShows(Devices &devices)
     }
     devices.scanErrors.clear(); // each device that could not be opened is told of by itself
     for (const usbview::SystemDevice &system : *shown) {
-        const ListedDevice device = unusable(system);
+        const ListedDevice device = asTheSystemShows(system);
         const auto known =
             std::find_if(devices.all.begin(), devices.all.end(), [&](const ListedDevice &other) {
                 return isSame(other.description, device.description);
@@ -99,6 +88,17 @@ Devices findDevices()
     addWhatTheSystemShows(devices);
     markTellingSerials(devices.all);
     return devices;
+}
+
+ListedDevice asTheSystemShows(const usbview::SystemDevice &system)
+{
+    ListedDevice device;
+    device.description.vendorId = system.id.vendorId;
+    device.description.productId = system.id.productId;
+    device.description.busNumber = system.busNumber;
+    device.description.deviceAddress = system.deviceAddress;
+    device.system = system;
+    return device;
 }
 
 QString ListedDevice::portPath() const

@@ -35,6 +35,9 @@ struct Devices
 // devices take to answer.
 Devices findDevices();
 
+// A device that the scan has not described.
+ListedDevice asTheSystemShows(const usbview::SystemDevice &system);
+
 // The device's serial number, or its port path where the serial number does not tell it from
 // others: by what a person knows it among several.
 QString nameOf(const ListedDevice &device);

@@ -226,6 +226,22 @@ ExitStatus statusNow(const ListedDevice &device)
                                                                    : ExitStatus::Failed;
 }
 
+std::optional<ListedDevice> closedSandbox(const ProductInfo &product, const ListedDevice &device)
+{
+    const auto shown = usbview::recognisedDevices();
+    if (!shown) {
+        return std::nullopt;
+    }
+    const auto found =
+        std::find_if(shown->begin(), shown->end(), [&](const usbview::SystemDevice &other) {
+            return other.portPath == device.portPath() &&
+                   other.deviceAddress != device.description.deviceAddress &&
+                   product.sandboxIds.count(other.id) != 0 &&
+                   other.obstacle() != usbview::Obstacle::None;
+        });
+    return found == shown->end() ? std::nullopt : std::make_optional(asTheSystemShows(*found));
+}
+
 ExitStatus report(Output &output, const Selection &selection)
 {
     QJsonArray candidates;

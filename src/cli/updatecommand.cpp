@@ -35,6 +35,7 @@ struct Row
     const char *outcome; // for scripts
     ExitStatus status = ExitStatus::Done;
     QString error = {};
+    QString reason = {}; // what keeps this program from the device's repair firmware
 };
 
 QJsonObject toJson(const Row &row)
@@ -44,6 +45,9 @@ QJsonObject toJson(const Row &row)
                        {"status", int(row.status)}};
     if (!row.error.isEmpty()) {
         object.insert("error", row.error);
+    }
+    if (!row.reason.isEmpty()) {
+        object.insert("reason", row.reason);
     }
     return object;
 }
@@ -122,14 +126,34 @@ private:
         Output &output = session.output;
         const QString name = nameOf(device);
         const UpdateSteps steps(package, device.description.mode);
-        const UpdateResult result = updateDevice(session, device, fileName, steps);
+        UpdateResult result = updateDevice(session, device, fileName, steps);
         if (result.status == ExitStatus::Done) {
             output.line(QStringLiteral("%1: %2").arg(name, updateCompletedText()));
             return {&device, "updated"};
         }
         output.error(QStringLiteral("%1: %2: %3").arg(name, updateErrorText(), result.error));
         output.warning(callSupportText());
-        return {&device, "failed", result.status, result.error};
+        const QString reason = noteClosedSandbox(device);
+        if (!reason.isEmpty()) {
+            result.status = ExitStatus::NoAccess;
+        }
+        return {&device, "failed", result.status, result.error, reason};
+    }
+
+    // A repair that could not open the sandbox says no more than that it has no driver for it.
+    QString noteClosedSandbox(const ListedDevice &device)
+    {
+        if (device.description.mode == DeviceMode::Normal) {
+            return {};
+        }
+        const auto sandbox = closedSandbox(*package.product, device);
+        if (!sandbox) {
+            return {};
+        }
+        session.output.note(Cli::tr("its repair firmware runs, but cannot be used: %1; "
+                                    "'capso-cli doctor' tells what mends it")
+                                .arg(describe(*sandbox)));
+        return reasonOf(*sandbox);
     }
 
     ExitStatus conclude()

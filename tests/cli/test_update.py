@@ -112,6 +112,22 @@ class Failure(CliTest):
         self.assert_code(result, 1)
         self.assertIn("Update Error: Error: Failed to install driver\n", result.err)
 
+    def test_sandbox_that_may_not_be_opened(self):
+        for more in ([], ["--json"]):
+            result = self.run_cli("denied-sandbox", "update", self.package("velk3_4k"), *more)
+            self.assert_code(result, 4)
+            self.assertIn("Update Error: Error: Failed to install driver\n", result.err)
+            self.assertIn("its repair firmware runs, but cannot be used: [e5c1:363f] at 1-1: no right to open it; "
+                          "'capso-cli doctor' tells what mends it\n", result.err)
+        (row,) = result.objects[-1]["devices"]
+        self.assertEqual((row["status"], row["error"], row["reason"]),
+                         (4, "Error: Failed to install driver", "no right to open it"))
+
+    def test_a_failure_beside_a_denied_sandbox_is_ones_own(self):
+        scene = "device g\n product velk3\n mode soft\nfault g FX3_WRITE stall\n"
+        scene += "device other\n product velk3\n mode sandbox\n access denied"
+        self.assert_code(self.run_cli(scene, "update", self.package("velk3"), "SIM00001"), 1)
+
     def test_ram_that_reads_back_wrong(self):
         result = self.run_cli("bad-ram", "update", self.package("velk3"), "SIM00001")
         self.assert_code(result, 1)

@@ -2,6 +2,7 @@
 #include "recordof.h"
 #include "scriptedlibusb.h"
 
+#include "context.h"
 #include "devicedescription.h"
 #include "usbaccess.h"
 
@@ -63,6 +64,7 @@ private slots:
 
     void withoutAContextLibusbIsNotReached();
     void errorsWithoutANameDoNotSilenceTheLog();
+    void libusbsMessagesGoToWhoWantsThem();
 
 private:
     QString clogText() const { return QString::fromStdString(standardLog->text()); }
@@ -687,6 +689,21 @@ void TestUsbAccess::errorsWithoutANameDoNotSilenceTheLog()
                                         "Can't open device\n"));
     QCOMPARE(usb::error_name(-77), QString());
     QCOMPARE(usb::error_sentence(-77), QString());
+}
+
+// They are wanted before the context is made, which may have something to say itself. The scripted
+// libusb has a message as soon as somebody listens.
+void TestUsbAccess::libusbsMessagesGoToWhoWantsThem()
+{
+    static QStringList s_heard;
+    ScriptedUsb bus;
+    {
+        const usb::Context context(usb::Context::Messages::Warnings,
+                                   [](const char *text) { s_heard += QString::fromUtf8(text); });
+    }
+    QCOMPARE(s_heard, QStringList{QStringLiteral("libusb: a warning\n")});
+    QCOMPARE(bus.calls(), (QStringList{QStringLiteral("set_log_cb"), QStringLiteral("init"),
+                                       QStringLiteral("set_debug 2"), QStringLiteral("exit")}));
 }
 
 QTEST_GUILESS_MAIN(TestUsbAccess)
