@@ -35,7 +35,7 @@ class Ansible(CliTest):
         inventory.write_text(json.dumps({"all": {"hosts": lines}}))
         return inventory
 
-    def play(self, inventory):
+    def play(self, inventory, *options):
         environment = {
             **os.environ, "LC_ALL": "C.UTF-8", "HOME": str(self.folder), "ANSIBLE_FORKS": "12",
             "ANSIBLE_STDOUT_CALLBACK": "told", "ANSIBLE_CALLBACK_PLUGINS": str(CALLBACKS),
@@ -46,7 +46,7 @@ class Ansible(CliTest):
         environment["PWD"] = str(package.parent)
         words = [
             "ansible-playbook", "-i", str(inventory), str(PLAYBOOK), "-e", f"package={package.name}",
-            "-e", "version=2.0.0",
+            "-e", "version=2.0.0", *options,
         ]
         ran = subprocess.run(words, capture_output=True, text=True, env=environment, cwd=package.parent, timeout=500)
         self.assertIn("{", ran.stdout, ran.stderr)
@@ -55,8 +55,27 @@ class Ansible(CliTest):
     def messages(self, answer, task):
         return {host: result["msg"] for host, result in answer["tasks"][task].items()}
 
+    def assert_told_and_not_done(self, inventory, hosts):
+        """With --check, on these machines alone: to say it of two is as good as of twelve, and quicker."""
+        def memories():
+            files = [path for host in HOSTS for path in (self.folder / host / "kept").rglob("*.bin")]
+            return {path: path.read_bytes() for path in files if path.stat().st_size}
+
+        before = memories()
+        ran, answer = self.play(inventory, "--check", "--limit", ",".join(hosts))
+        self.assertEqual(ran.returncode, 0, ran.stdout)
+        for host in hosts:
+            self.assertEqual((answer["stats"][host]["failures"], answer["stats"][host]["changed"]), (0, 0))
+        self.assertEqual(memories(), before)
+        return self.messages(answer, "Say what would be done")
+
     def test_twelve_machines_of_which_two_fail(self):
         inventory = self.make_inventory()
+        told = self.assert_told_and_not_done(inventory, ["rack01", "rack04"])
+        for host in ("rack01", "rack04"):
+            self.assertEqual(
+                told[host],
+                f"1 listed; {host.upper()} at 1-1 would be updated from version 1.0.0, if velk3.fw fits it")
         ran, first = self.play(inventory)
         self.assertEqual(ran.returncode, 2, ran.stderr)
         stats = first["stats"]
@@ -81,3 +100,5 @@ class Ansible(CliTest):
         reports = self.messages(second, "Report")
         for host in set(HOSTS) - FAILING:
             self.assertIn(f"{host.upper()} at 1-1 left out", reports[host])
+        told = self.assert_told_and_not_done(inventory, ["rack01"])
+        self.assertEqual(told["rack01"], "1 listed; RACK01 at 1-1 would be left out, it has version 2.0.0")
