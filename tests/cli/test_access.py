@@ -2,10 +2,9 @@
 
 import os
 import pathlib
-import subprocess
 import unittest
 
-from support import CliTest, table, transcript, with_tables
+from support import CliTest, anywhere, table, transcript, with_tables
 
 DENIED = "device g\n product velk3\n access denied"
 SILENT = "device g\n product velk3\nfault g FX3_STATUS every stall"
@@ -135,9 +134,10 @@ class Doctor(HoldingTest):
         self.assertEqual(result.lines.count(f"    {self.install_rules()}"), 1, result.out)
         self.assertEqual(len(result.lines), 3 + 3 + 2)
 
+    @anywhere
     def test_the_rules_are_at_hand(self):
         rules = (LINUX / "70-capso-config.rules").read_text()
-        ran = subprocess.run([self.cli, "doctor", "--rules"], capture_output=True, text=True)
+        ran = self.alone("doctor", "--rules")
         self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (0, rules, ""))
 
     def test_held(self):

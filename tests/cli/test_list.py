@@ -4,7 +4,7 @@ import json
 import os
 import subprocess
 
-from support import PATIENCE, PRODUCTS, CliTest, table, with_tables
+from support import PATIENCE, PRODUCTS, CliTest, anywhere, table, with_tables
 
 COMMANDS = ("list", "update", "settings", "modes", "signal", "package", "doctor")
 VELK3 = object()  # stands for the package's path
@@ -113,9 +113,10 @@ class Usage(CliTest):
         ("setting", ["settings", "brightness=on"], "'brightness=on' is not NAME=on or NAME=off"),
         ("mode", ["modes", "4=on"], "'4=on' is not N=WIDTHxHEIGHT"),
     )
+    @anywhere
     def test_wrong_for_a_script(self, words, said):
         for arguments in (["--json", *words], [*words, "--json"], [*words, "--json=true"], ["--json=1", *words]):
-            ran = subprocess.run([self.cli, *arguments], capture_output=True, text=True)
+            ran = self.alone(*arguments)
             self.assertEqual(ran.returncode, 2)
             (line,) = ran.stdout.splitlines()
             told = json.loads(line)
@@ -125,30 +126,54 @@ class Usage(CliTest):
             self.assertTrue(ran.stderr.startswith("capso-cli: "), ran.stderr)
 
     @table(("not_asked", []), ("denied", ["--json=false"]))
+    @anywhere
     def test_wrong_for_a_person(self, words):
-        ran = subprocess.run([self.cli, *words, "frobnicate"], capture_output=True, text=True)
+        ran = self.alone(*words, "frobnicate")
         self.assertEqual((ran.returncode, ran.stdout), (2, ""))
 
+    @anywhere
     def test_help_of_each_command_has_an_example(self):
         for command in COMMANDS:
-            ran = subprocess.run([self.cli, command, "--help"], capture_output=True, text=True, check=True)
+            ran = self.alone(command, "--help", check=True)
             self.assertIn(f"Examples:\n  capso-cli {command}", ran.stdout, command)
             self.assertEqual(ran.stderr, "")
 
+    @anywhere
     def test_help_names_every_command_and_status(self):
-        ran = subprocess.run([self.cli, "--help"], capture_output=True, text=True, check=True)
+        ran = self.alone("--help", check=True)
         for command in COMMANDS:
             self.assertRegex(ran.stdout, rf"\n  {command} +\S")
         for status in range(6):
             self.assertRegex(ran.stdout, rf"\n  {status}  \S")
 
+    @anywhere
     def test_version(self):
-        ran = subprocess.run([self.cli, "--version"], capture_output=True, text=True, check=True)
+        ran = self.alone("--version", check=True)
         self.assertRegex(ran.stdout, r"^capso-cli [0-9]+\.[0-9]+\.[0-9]+\n$")
 
+    @anywhere
     def test_without_a_bus_nothing_is_found(self):
-        ran = subprocess.run([self.cli, "list"], capture_output=True, text=True)
+        ran = self.alone("list")
         self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (0, "", "no capture devices found\n"))
+
+    @anywhere
+    @table(
+        ("settings", ["settings"]),
+        ("settings_changed", ["settings", "SIM00001", "performance=on"]),
+        ("modes", ["modes"]),
+        ("signal", ["signal", "1-2"]),
+        ("watched", ["signal", "--watch"]),
+        ("update", ["update", VELK3]),
+        ("update_of_one", ["update", VELK3, "SIM00001"]),
+        ("update_of_all", ["update", VELK3, "--all"]),
+    )
+    def test_without_a_bus_there_is_no_such_device(self, words):
+        words = [self.package("velk3") if word is VELK3 else word for word in words]
+        ran = self.alone(*words, "--json")
+        (line,) = ran.stdout.splitlines()
+        told = json.loads(line)
+        self.assertEqual((ran.returncode, told["status"]), (3, 3))
+        self.assertEqual(ran.stderr, f"capso-cli: {told['error']}\n")
 
 
 # Each command, and whether it writes to a device: then the exit status tells of the device alone.
@@ -193,6 +218,23 @@ class Outputs(CliTest):
             result = self.run_words(words, stdout=pipe)
         self.assert_code(result, 0 if writes else 1)
         self.assertEqual(self.said(result), "")
+
+    @anywhere
+    @table(
+        ("list", ["list", "--json"]), ("package", ["package", VELK3]), ("help", ["--help"]), ("version", ["--version"])
+    )
+    def test_without_devices(self, words):
+        words = [self.package("velk3") if word is VELK3 else word for word in words]
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open(writer, "w") as pipe:
+            ran = self.alone(*words, capture_output=False, stdout=pipe, stderr=subprocess.PIPE)
+        self.assertEqual(ran.returncode, 1)
+        self.assertNotIn("capso-cli", ran.stderr, "who has gone misses nothing")
+        with open("/dev/full", "w") as full:
+            ran = self.alone(*words, capture_output=False, stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(ran.returncode, 1)
+        self.assertRegex(ran.stderr, r"(^|\n)capso-cli: cannot write standard output: \S[^\n]*\n$")
 
     def test_closed_pipe_ends_watching(self):
         reader, writer = os.pipe()

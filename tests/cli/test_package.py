@@ -2,11 +2,10 @@
 
 import json
 import struct
-import subprocess
 import zipfile
 import zlib
 
-from support import CliTest, table, with_tables
+from support import CliTest, anywhere, table, with_tables
 
 
 def boot_image(sections, entry, wrong_sum=False):
@@ -56,17 +55,18 @@ class Package(CliTest):
         return str(path)
 
     def inspect(self, *files, as_json=True):
-        words = [self.cli, "package", *files] + (["--json"] if as_json else [])
-        ran = subprocess.run(words, capture_output=True, text=True)
+        ran = self.alone("package", *files, *(["--json"] if as_json else []))
         ran.code, ran.out, ran.err = ran.returncode, ran.stdout, ran.stderr
         return ran
 
+    @anywhere
     @table(*[(name, name) for name in ("velk3", "sorn3", "velk3_4k", "legacy", "edid-only")])
     def test_samples_are_good(self, name):
         result = self.inspect(self.package(name), as_json=False)
         self.assertEqual((result.code, result.err), (0, ""), result.out)
         self.assertTrue(result.out.startswith(f"{self.package(name)}: product "))
 
+    @anywhere
     def test_everything_is_told(self):
         path = self.write({**velk3(), "notes.txt": b"hello"})
         result = self.inspect(path)
@@ -85,6 +85,7 @@ class Package(CliTest):
         self.assertEqual(entries["edid_velk3_uvc.edid"]["blocks"], 1)
         self.assertEqual(entries["notes.txt"]["role"], "not read")
 
+    @anywhere
     def test_the_same_for_people(self):
         path = self.write(velk3())
         lines = self.inspect(path, as_json=False).out.splitlines()
@@ -95,6 +96,7 @@ class Package(CliTest):
             f"  sandbox: velk3-sandbox.img, {len(GOOD_SANDBOX)} bytes, CRC {crc}; boot image of 2 sections, "
             "entry 0x40003000, sum right; 8 bytes at 0x40003000; 4 bytes at 0x00000100", lines)
 
+    @anywhere
     @table(
         ("whole", GOOD_SANDBOX, None),
         ("no_boot_image", b"code", None),
@@ -114,6 +116,7 @@ class Package(CliTest):
         said = "; begins like a boot image: FX3 checksum error (an update writes it all the same, and the device decides)"
         self.assertEqual(said in text.out, remark is not None, text.out)
 
+    @anywhere
     def test_an_edid_alone_repairs_nothing(self):
         for name, repairs in (("edid-only", False), ("velk3", True)):
             text = self.inspect(self.package(name), as_json=False).out
@@ -124,6 +127,7 @@ class Package(CliTest):
         (broken,) = json.loads(self.inspect(self.write(velk3(sandbox=b"MZ"))).out)["packages"]
         self.assertFalse(broken["repairs"])
 
+    @anywhere
     @table(
         ("no_sandbox", velk3(sandbox=None), "Invalid firmware package. File(s) not found: velk3-sandbox.img"),
         ("product", velk3(key=b"toaster\n"), "Unsupported product: 'toaster'"),
@@ -141,6 +145,7 @@ class Package(CliTest):
         self.assertTrue(result.err.startswith("capso-cli: "), result.err)
         self.assertTrue(result.err.endswith(f": {text}\n"), result.err)
 
+    @anywhere
     @table(
         ("33_blocks", 33, "the EDID has 4224 bytes, and one request takes 4096: "
                           "Can't send EDID data to the device (err: -2)"),
@@ -160,6 +165,7 @@ class Package(CliTest):
         self.assert_code(result, 1)
         self.assertIn("Update Error: Can't send EDID data to the device (err: -2)\n", result.err)
 
+    @anywhere
     def test_damaged_bitstream(self):
         path = self.folder / "a.fw"
         self.write(velk3(bits=b"0123456789abcdef"))
@@ -169,6 +175,7 @@ class Package(CliTest):
         self.assertEqual(result.code, 1)
         self.assertIn("velk3.bin: Error: failed to read FPGA image: ", result.err)
 
+    @anywhere
     def test_no_package(self):
         path = self.folder / "a.fw"
         path.write_bytes(b"MZ")
@@ -177,6 +184,17 @@ class Package(CliTest):
         self.assertIn(f"{path}: Cannot open firmware package: ", result.err)
         self.assertEqual(result.out, "", "what is no archive is no product's")
 
+    @anywhere
+    def test_letters_of_everywhere_in_its_path(self):
+        folder = self.folder / "прошивка 更新"
+        folder.mkdir()
+        path = self.write(velk3(), f"{folder.name}/велк é 更新.fw")
+        text = self.inspect(path, as_json=False).out
+        self.assertEqual(text.splitlines()[0], f"{path}: product velk3")
+        (package,) = json.loads(self.inspect(path).out)["packages"]
+        self.assertEqual((package["file"], package["good"]), (path, True))
+
+    @anywhere
     def test_several(self):
         good, bad = self.write(velk3(), "good.fw"), self.write(velk3(sandbox=None), "bad.fw")
         self.assertEqual(self.inspect(good, good).code, 0)

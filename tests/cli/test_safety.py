@@ -11,7 +11,7 @@ import subprocess
 import time
 import zipfile
 
-from support import CONTINUED, PATIENCE, CliTest, table, transcript, with_tables
+from support import CONTINUED, PATIENCE, CliTest, anywhere, table, transcript, with_tables
 
 VELK3 = object()  # stands for the package's path
 
@@ -58,6 +58,7 @@ class ChangingPackage(CliTest):
         running.finish()
         self.assertEqual([n for n in set(os.listdir("/tmp")) - before if n.startswith("tmpf")], [])
 
+    @anywhere
     @table(
         ("folder", lambda path: path.mkdir(), "Cannot open firmware package: it is not a file"),
         ("pipe", os.mkfifo, "Cannot open firmware package: it is not a file"),
@@ -71,7 +72,7 @@ class ChangingPackage(CliTest):
         path = self.folder / "no.fw"
         make(path)
         for words in (["update", str(path)], ["package", str(path)]):
-            ran = subprocess.run([self.cli, *words], capture_output=True, text=True, timeout=60)
+            ran = self.alone(*words, timeout=60)
             self.assertEqual(ran.returncode, 1)
             place = f"{path}: " if words[0] == "package" else ""
             self.assertTrue(ran.stderr.startswith(f"capso-cli: {place}{text}"), ran.stderr)
@@ -329,6 +330,7 @@ class EqualPorts(CliTest):
 
 
 class Texts(CliTest):
+    @anywhere
     def test_texts_of_a_package_do_not_steer_the_terminal(self):
         path = self.folder / "a.fw"
         names = ["right\u202eleft", "c1\x9b2J", "line\u2028end", "tag\U000e0041"]
@@ -337,10 +339,10 @@ class Texts(CliTest):
                 archive.writestr(entry, sample.read(entry))
             for name in names:
                 archive.writestr(name, b"")
-        text = subprocess.run([self.cli, "package", path], capture_output=True, text=True, check=True).stdout
+        text = self.alone("package", path, check=True).stdout
         for name in ("right?left", "c1?2J", "line?end", "tag?,"):
             self.assertIn(name, text)
-        raw = subprocess.run([self.cli, "package", "--json", path], capture_output=True, check=True).stdout
+        raw = self.alone("package", "--json", path, encoding=None, check=True).stdout
         for escape in (rb"\u202e", rb"\u009b", rb"\u2028", rb"\udb40\udc41"):
             self.assertIn(escape, raw)
         told = {entry["name"] for entry in json.loads(raw)["packages"][0]["entries"]}

@@ -68,6 +68,7 @@ private slots:
     void stepsOfAnUpdate_data();
     void stepsOfAnUpdate();
     void statusOfSeveral();
+    void aDenialThatOnlyTheScanKnows();
 };
 
 void TestCliSelection::whatIsTakenUnasked_data()
@@ -165,6 +166,20 @@ void TestCliSelection::statusOfSeveral()
     QCOMPARE(combined({S::Done, S::Failed}), S::SomeFailed);
     QCOMPARE(combined({S::NoAccess, S::Done}), S::SomeFailed);
     QCOMPARE(combined({S::NoAccess, S::Failed}), S::Failed);
+}
+
+// Where the system shows nothing, a named device may be the one that the scan was denied.
+void TestCliSelection::aDenialThatOnlyTheScanKnows()
+{
+    Devices devices;
+    devices.scanErrors = {QStringLiteral("Access Denied")};
+    for (const char *name : {"SIM00001", "1-1"}) {
+        const Selection selection = selectNamed(devices, {name});
+        QCOMPARE(selection.status, ExitStatus::NoAccess);
+        QCOMPARE(selection.error, QStringLiteral("Access Denied"));
+    }
+    devices.scanErrors.clear();
+    QCOMPARE(selectNamed(devices, {"SIM00001"}).status, ExitStatus::NoDevice);
 }
 
 QTEST_GUILESS_MAIN(TestCliSelection)

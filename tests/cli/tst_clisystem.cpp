@@ -6,7 +6,6 @@
 #include "filewriter.h"
 #include "interrupts.h"
 #include "output.h"
-#include "selection.h"
 #include "udevrules.h"
 
 #include <QDir>
@@ -108,7 +107,6 @@ private slots:
     void signalsAfterTheEndChangeNothing_data();
     void signalsAfterTheEndChangeNothing();
     void whatIsThrownIsAFailure();
-    void aDenialThatOnlyTheScanKnows();
     void whatNobodyReadsIsCounted();
     void withoutAPipeThereIsNoSafety();
 };
@@ -320,20 +318,6 @@ void TestCliSystem::whatIsThrownIsAFailure()
     QVERIFY(WIFEXITED(child.status));
     QCOMPARE(WEXITSTATUS(child.status), int(ExitStatus::Failed));
     QCOMPARE(child.output, QByteArray("{\"error\":\"std::bad_alloc\",\"status\":1}\n"));
-}
-
-// Where the system shows nothing, a named device may be the one that the scan was denied.
-void TestCliSystem::aDenialThatOnlyTheScanKnows()
-{
-    Devices devices;
-    devices.scanErrors = {QStringLiteral("Access Denied")};
-    for (const char *name : {"SIM00001", "1-1"}) {
-        const Selection selection = selectNamed(devices, {name});
-        QCOMPARE(selection.status, ExitStatus::NoAccess);
-        QCOMPARE(selection.error, QStringLiteral("Access Denied"));
-    }
-    devices.scanErrors.clear();
-    QCOMPARE(selectNamed(devices, {"SIM00001"}).status, ExitStatus::NoDevice);
 }
 
 // What the modules say must neither keep them waiting nor fill the memory.
