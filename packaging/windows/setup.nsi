@@ -43,23 +43,25 @@ VIAddVersionKey LegalCopyright "MIT licence"
 !insertmacro MUI_UNPAGE_INSTFILES
 !insertmacro MUI_LANGUAGE English
 
-; A program that runs cannot be replaced or removed, and one that updates a device must not be ended.
-!macro RefuseWhileRunning
-    again:
-    IfFileExists "$INSTDIR\capso-config.exe" 0 free
+; A program that runs cannot be replaced or removed, and one that updates a device must not be ended. Each is asked for
+; before anything is touched.
+!macro RefuseWhileRunning PROGRAM NAME
+    again_${PROGRAM}:
+    IfFileExists "$INSTDIR\${PROGRAM}.exe" 0 free_${PROGRAM}
     ClearErrors
-    FileOpen $0 "$INSTDIR\capso-config.exe" a
-    IfErrors 0 closed
-    MessageBox MB_RETRYCANCEL|MB_ICONEXCLAMATION "Capso Config is running. Close it first." /SD IDCANCEL IDRETRY again
+    FileOpen $0 "$INSTDIR\${PROGRAM}.exe" a
+    IfErrors 0 closed_${PROGRAM}
+    MessageBox MB_RETRYCANCEL|MB_ICONEXCLAMATION "${NAME} is running. Close it first." /SD IDCANCEL IDRETRY again_${PROGRAM}
     SetErrorLevel 2
     Quit
-    closed:
+    closed_${PROGRAM}:
     FileClose $0
-    free:
+    free_${PROGRAM}:
 !macroend
 
 Section
-    !insertmacro RefuseWhileRunning
+    !insertmacro RefuseWhileRunning capso-config "Capso Config"
+    !insertmacro RefuseWhileRunning capso-cli capso-cli
     ; What an earlier version has left there and this one has no more.
     IfFileExists "$INSTDIR\uninstall.exe" 0 +2
     ExecWait '"$INSTDIR\uninstall.exe" /S _?=$INSTDIR'
@@ -82,7 +84,8 @@ Section
 SectionEnd
 
 Section Uninstall
-    !insertmacro RefuseWhileRunning
+    !insertmacro RefuseWhileRunning capso-config "Capso Config"
+    !insertmacro RefuseWhileRunning capso-cli capso-cli
     ; By name and not the folder as a whole, which may hold what somebody else has put there: libwdi.dll, for one.
     !insertmacro RemoveFiles
     Delete "$INSTDIR\uninstall.exe"

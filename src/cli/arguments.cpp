@@ -87,6 +87,7 @@ void refuseEmptyWords(const std::vector<std::string> &arguments)
 CommandLine parseCommandLine(std::vector<std::string> arguments)
 {
     CLI::App app(s_about, "capso-cli");
+    app.allow_windows_style_options(false); // "/velk3.fw" is a package's path there, too
     CommonOptions options;
     addCommonOptions(app, options);
     app.set_version_flag("--version", std::string("capso-cli " CAPSO_VERSION), "Print the version");

@@ -19,5 +19,9 @@ struct CommandLine
     ExitStatus status{}; // Done with help and version, Usage otherwise
 };
 
+// The words of the command line without the program's name, as the system has them, in whatever
+// encoding; on Windows UTF-8. What main() was given.
+std::vector<std::string> argumentsOf(int argc, char **argv);
+
 // Parses the arguments, the program's name not among them. They are taken for UTF-8.
 CommandLine parseCommandLine(std::vector<std::string> arguments);

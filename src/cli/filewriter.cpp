@@ -1,57 +1,10 @@
 #include "filewriter.h"
 
-#include <cerrno>
+#include "standardstreams.h"
+
 #include <condition_variable>
-#include <csignal>
-#include <cstddef>
 #include <deque>
 #include <mutex>
-#include <thread>
-
-#include <poll.h>
-#include <unistd.h>
-
-namespace {
-
-// Waits until the file takes more. One that others have made non-blocking is as slow as its reader.
-void waitForRoom(int file)
-{
-    pollfd room{file, POLLOUT, 0};
-    poll(&room, 1, -1);
-}
-
-// Writes all of it; returns 0, or the errno of the write that failed.
-int writeAll(int file, const QByteArray &bytes)
-{
-    const char *at = bytes.constData();
-    auto left = std::size_t(bytes.size());
-    while (left > 0) {
-        const ssize_t written = write(file, at, left);
-        if (written < 0 && errno == EAGAIN) {
-            waitForRoom(file);
-            continue;
-        }
-        if (written < 0) {
-            return errno;
-        }
-        at += written;
-        left -= std::size_t(written);
-    }
-    return 0;
-}
-
-// A thread that no signal interrupts, and in which a reader that has gone is no more than an error.
-template<typename Work> void startUninterrupted(const Work &work)
-{
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread(work).detach();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-} // namespace
 
 struct FileWriter::Shared
 {
@@ -99,7 +52,7 @@ struct FileWriter::Shared
     std::deque<QByteArray> waiting;
     qint64 waitingBytes = 0;
     int dropped = 0; // since the last addition
-    int error = 0;   // an errno
+    int error = 0;   // the system's code
     bool running = false;
     bool ended = false;
 };

@@ -34,7 +34,7 @@ public:
     // better things to do than to wait for this reader again and again. One thread.
     void waitIfLive(std::chrono::milliseconds most);
 
-    // The errno of the write that failed; 0: none has.
+    // The system's code of the write that failed; 0: none has.
     int error() const;
 
 private:

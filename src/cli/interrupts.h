@@ -1,14 +1,12 @@
 #pragma once
 
 #include <QObject>
-#include <QSocketNotifier>
 
-#include <memory>
-
-// Ctrl+C, SIGTERM, SIGQUIT and a lost terminal. They end the program at once, wherever it waits,
-// unless something is under way with a device: a request that is cut leaves the device without its
-// kernel driver, and an update that is cut leaves it broken. A signal that was ignored when the
-// program started, as under nohup, stays ignored.
+// Ctrl+C, SIGTERM, SIGQUIT and a lost terminal; on Windows Ctrl+C, Ctrl+Break, a closed console,
+// and the end of the session or of Windows, which can be held up for some seconds only. They end
+// the program at once, wherever it waits, unless something is under way with a device: a request
+// that is cut leaves the device without its kernel driver, and an update that is cut leaves it
+// broken. A signal that was ignored when the program started, as under nohup, stays ignored.
 //
 // One object, made on the main thread before anything else that could be interrupted. When it has
 // gone, the signals end the program no more.
@@ -51,7 +49,4 @@ public:
 signals:
     // Once for each signal that is kept while the event loop runs.
     void interrupted();
-
-private:
-    std::unique_ptr<QSocketNotifier> notifier;
 };

@@ -2,13 +2,13 @@
 #include "context.h"
 #include "devicedescription.h"
 #include "interrupts.h"
+#include "processstartup.h"
 #include "qtcompat.h"
 #include "standardfiles.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -105,17 +105,19 @@ ExitStatus answer(const CommandLine &line)
         output.errorLines(line.text);
         return output.failureObject(line.status, line.error);
     }
-    const bool said = std::fputs(qUtf8Printable(line.text), stdout) >= 0;
-    return said && std::fflush(stdout) == 0 ? ExitStatus::Done : ExitStatus::Failed;
+    Output output(Output::Form::Text);
+    output.lines(line.text);
+    output.reportFailure();
+    return output.hasFailed() ? ExitStatus::Failed : ExitStatus::Done;
 }
 
 ExitStatus run(int argc, char **argv)
 {
-    const CommandLine line =
-        parseCommandLine(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
+    const CommandLine line = parseCommandLine(argumentsOf(argc, argv));
     if (!line.run) {
         return answer(line);
     }
+    divertPrinting(line.verbose);
     Output output(line.form);
     s_output = &output;
     std::optional<Audience> audience;
@@ -148,6 +150,7 @@ ExitStatus run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     holdStandardFiles();
+    platform::prepare_process();
     try {
         return int(run(argc, argv));
     } catch (const std::exception &reason) {

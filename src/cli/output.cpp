@@ -1,18 +1,13 @@
 #include "output.h"
 
 #include "interrupts.h"
+#include "standardstreams.h"
 
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QStringList>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
-
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -22,20 +17,6 @@ constexpr std::chrono::milliseconds s_politeness{100};
 
 // How often it is looked whether somebody wants the waiting to end.
 constexpr std::chrono::milliseconds s_glance{50};
-
-bool isCapableTerminal(int file)
-{
-    const QByteArray type = qgetenv("TERM");
-    return isatty(file) == 1 && !type.isEmpty() && type != "dumb";
-}
-
-int terminalWidth()
-{
-    constexpr int usualWidth = 80;
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col
-                                                                           : usualWidth;
-}
 
 // Whether a terminal obeys the character instead of showing it: the control characters, and those
 // of Unicode that are there for the layout, by which a text can be made to read as another one (the
@@ -91,10 +72,10 @@ QString printable(const QString &text)
 }
 
 Output::Output(Form outputForm)
-    : results(STDOUT_FILENO),
-      errors(STDERR_FILENO),
+    : results(StandardOutput),
+      errors(StandardError),
       form(outputForm),
-      errorTerminal(isCapableTerminal(STDERR_FILENO)),
+      errorTerminal(isCapableTerminal(StandardError)),
       colours(errorTerminal && qEnvironmentVariableIsEmpty("NO_COLOR"))
 {
 }
@@ -212,16 +193,14 @@ bool Output::hasFailed() const
 
 void Output::lookForReader()
 {
-    pollfd file{STDOUT_FILENO, 0, 0};
-    readerHasGone = poll(&file, 1, 0) == 1 && (file.revents & POLLERR) != 0;
+    readerHasGone = hasLostReader(StandardOutput);
 }
 
 void Output::reportFailure()
 {
     const int failure = results.error();
-    if (failure != 0 && failure != EPIPE) {
-        error(QStringLiteral("cannot write standard output: ") +
-              QString::fromLocal8Bit(std::strerror(failure)));
+    if (failure != 0 && !meansGoneReader(failure)) {
+        error(QStringLiteral("cannot write standard output: ") + qt_error_string(failure));
     }
 }
 

@@ -262,7 +262,11 @@ const Command s_updateCommand{
     "Write a firmware package to a device; repair it if that is what it needs",
     "  capso-cli update velk3.fw                        # the only device that it fits\n"
     "  capso-cli update velk3.fw SIM00001 1-2.3         # these two\n"
-    "  capso-cli update velk3.fw --all --unless-version 2.0.0",
+    "  capso-cli update velk3.fw --all --unless-version 2.0.0\n"
+    "\n"
+    "Let it come to its end: Ctrl+C does not interrupt it. On Windows, closing the console, "
+    "logging\n"
+    "off and shutting down end it after some seconds, and the device then needs repair.",
     [](CLI::App &app) -> CommandRun {
         const auto arguments = std::make_shared<Arguments>();
         app.add_option("PACKAGE", arguments->package, "The firmware package")->required();

@@ -7,6 +7,7 @@
 #include "interrupts.h"
 #include "output.h"
 #include "selection.h"
+#include "sessionhold.h"
 #include "updatetask.h"
 
 #include <QElapsedTimer>
@@ -80,6 +81,7 @@ UpdateResult updateDevice(Session &session, const ListedDevice &device, const QS
 {
     Output &output = session.output;
     const Interrupts::NoStop noStop;
+    const platform::SessionHold hold(sessionHoldText());
     ProgressReport report(output, device, steps);
     UpdateResult result;
     int percent = 0;

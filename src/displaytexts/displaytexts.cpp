@@ -70,6 +70,13 @@ QString doNotInterruptText()
     return translated(QT_TRANSLATE_NOOP("UpdateRepair", "DO NOT INTERRUPT"));
 }
 
+QString sessionHoldText()
+{
+    return translated(QT_TRANSLATE_NOOP("UpdateRepair",
+                                        "A device is being updated. It needs repair if the "
+                                        "update is interrupted."));
+}
+
 QString updateCompletedText()
 {
     return translated(QT_TRANSLATE_NOOP("UpdateRepair", "Update Completed"));

@@ -23,6 +23,7 @@ QString requestNotSupportedText();
 
 // What is said while a device is being written, and when that has succeeded or failed.
 QString doNotInterruptText();
+QString sessionHoldText(); // to who wants to shut down meanwhile
 QString updateCompletedText();
 QString updateErrorText();
 QString callSupportText();

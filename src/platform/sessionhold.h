@@ -22,6 +22,8 @@ class SessionHold : public QObject
 public:
     // `window` is the native handle of the program's window, QWidget::winId().
     SessionHold(quintptr window, const QString &reason, QObject *parent);
+    // For a program without a window, which is given one that nobody sees.
+    explicit SessionHold(const QString &reason);
     ~SessionHold() override;
     SessionHold(const SessionHold &) = delete;
     SessionHold &operator=(const SessionHold &) = delete;

@@ -10,6 +10,10 @@ SessionHold::SessionHold(quintptr, const QString &, QObject *parent) : QObject(p
 {
 }
 
+SessionHold::SessionHold(const QString &)
+{
+}
+
 SessionHold::~SessionHold() = default;
 
 } // namespace platform

@@ -51,9 +51,7 @@ void UpdateRepair::on_updateButton_clicked()
 void UpdateRepair::startUpdate(const DeviceDescription &desc)
 {
     updateError = false;
-    const QString reason =
-        tr("A device is being updated. It needs repair if the update is interrupted.");
-    sessionHold = new platform::SessionHold(winId(), reason, this);
+    sessionHold = new platform::SessionHold(winId(), sessionHoldText(), this);
     setEnabled(false);
     ui->updateProgress->show();
     ui->labelDoNotInterrupt->setText(doNotInterruptText());

@@ -45,7 +45,7 @@ RULES = {
     },
     "cli": {
         "modules": {
-            "cli", "displaytexts", "usbview", "devicescanner", "updatetask", "configdevicetask", "usb", "zip",
+            "cli", "displaytexts", "usbview", "devicescanner", "updatetask", "configdevicetask", "platform", "usb", "zip",
         },
         "never": [
             r"zip\.h", r"libusb\.h", r"zlib\.h", QT_WIDGETS, r"QText.*",

@@ -1,5 +1,7 @@
 #include "interrupts.h"
 
+#include <QSocketNotifier>
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -84,8 +86,8 @@ Interrupts::Interrupts()
         fcntl(end, F_SETFL, O_NONBLOCK);
         fcntl(end, F_SETFD, FD_CLOEXEC);
     }
-    notifier = std::make_unique<QSocketNotifier>(s_pipe[0], QSocketNotifier::Read);
-    connect(notifier.get(), &QSocketNotifier::activated, this, [this] {
+    auto *notifier = new QSocketNotifier(s_pipe[0], QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [this] {
         char byte = 0;
         while (read(s_pipe[0], &byte, sizeof(byte)) == sizeof(byte)) {
             emit interrupted();
