@@ -1,5 +1,6 @@
 #include "devicetest.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 // What else is plugged in, and where and how: no operation minds it. And what becomes of a repair
@@ -15,7 +16,9 @@ private slots:
     void sandboxThatComesBackTwiceIsFound();
     void sandboxOnAnotherBusIsNotFoundAndTakesASecondPress();
     void sandboxOfAnotherProductIsNotFoundUntilPowerIsCycled();
+    void everySandboxThatComesBackOtherwise();
     void sandboxesAtEqualPortsOfTwoHubs();
+    void requestsToOneOfTwoSandboxesAtEqualPorts();
     void deviceAtTheSamePortNumberThatCameLastIsTaken();
 };
 
@@ -27,6 +30,7 @@ struct Surrounding
     const char *title;
     const char *words;   // about it
     const char *company; // other devices
+    bool driver = false; // one is bound to interface 0
 };
 
 const Surrounding s_surroundings[] = {
@@ -38,6 +42,8 @@ const Surrounding s_surroundings[] = {
     {"behind two hubs", "behind-hub 2.1\nport 4", ""},
     {"a composite device", "interfaces 3", ""},
     {"a driver at interface 1", "interfaces 2\nkernel-driver snd-usb-audio interface 1", ""},
+    {"a driver at each interface",
+     "interfaces 2\nkernel-driver uvcvideo\nkernel-driver snd-usb-audio interface 1", "", true},
     {"strangers", "port 2",
      "device keyboard\nproduct other\nid 046d:c31c\nkernel-driver usbhid\n"
      "device camera\nproduct other\nid 046d:0825\ninterfaces 2\nkernel-driver uvcvideo\n"
@@ -60,7 +66,15 @@ struct Work
     QByteArray words;
     QStringList operations; // "PACKAGE" stands for one
     QStringList wire;
+    int plugs = 1; // after which it was worked with, and a driver had to be detached
 };
+
+// 29 bytes: two texts; then the rate, the size, and whether it is interlaced.
+QByteArray statusRecord(const char *numbers)
+{
+    return QByteArray("RGB").leftJustified(12, '\0') + QByteArray("HDMI").leftJustified(8, '\0') +
+           QByteArray::fromHex(numbers);
+}
 
 std::vector<Work> allWork(const Images &images)
 {
@@ -69,15 +83,26 @@ std::vector<Work> allWork(const Images &images)
         return WireModel().openForWork().request(request, data).giveBack().lines();
     };
     const QByteArray mode = QByteArray::fromHex("0005d00200");
+    const QByteArray status = statusRecord("60ea0000"     // 60000 thousandths a second
+                                           "8007380400"); // 1920x1080, progressive
+    const QStringList repair =
+        QStringList{"open", "close"} + WireModel().repair(velk3, images).lines();
     return {
+        {"a scan", "mode normal", {"scan"}, probe},
         {"an update",
          "mode normal",
          {"scan", "update", "S1", "PACKAGE"},
          probe + WireModel().openForWork().regularUpdate(velk3, images).giveBack().lines()},
-        {"a repair",
-         "mode soft\nreturn after 300",
+        {"a repair", "mode soft\nreturn after 300", {"scan", "update", "S1", "PACKAGE"}, repair, 2},
+        {"a repair of the bare controller",
+         "mode hard\nreturn after 300",
          {"scan", "update", "S1", "PACKAGE"},
-         QStringList{"open", "close"} + WireModel().repair(velk3, images).lines()},
+         repair,
+         2},
+        {"the input status",
+         "input 1920x1080p 60000 \"HDMI\" \"RGB\"",
+         {"scan", "get-status", "S1"},
+         probe + one({Direction::In, 0xB2, 0, 0, 29}, status)},
         {"settings",
          "flags 5",
          {"scan", "get-flags", "S1", "set-flags", "S1", "12"},
@@ -113,9 +138,12 @@ void TestCompany::everyOperationIsTheSameInEverySurrounding()
             operations.replaceInStrings("PACKAGE", package);
             const bool writes = work.operations.contains("PACKAGE");
             const QStringList wire = work.wire;
+            const int detached = surrounding.driver ? work.plugs : 0;
             batch.add(QString("%1, %2").arg(work.title, surrounding.title),
                       sceneIn(surrounding, work.words), operations, [=](SimRun &run) {
-                          COMPARE_LINES(run.transcript().work("g"), wire);
+                          QStringList seen = run.transcript().work("g");
+                          QCOMPARE(int(seen.removeAll("driver-detach 0 ok")), detached);
+                          COMPARE_LINES(seen, wire);
                           VERIFY_BALANCED(run);
                           for (const char *other : {"b", "c"}) { // they are asked by the scan only
                               QVERIFY(run.transcript().requests(other).size() <= 1);
@@ -212,6 +240,78 @@ void TestCompany::sandboxOfAnotherProductIsNotFoundUntilPowerIsCycled()
 
 namespace {
 
+// How a sandbox comes back, and what its owner then does.
+struct Comeback
+{
+    const char *title;
+    QByteArray words;
+    bool found;
+    QStringList remedy;
+};
+
+std::vector<Comeback> allComebacks(const QByteArray &otherProduct, const QString &package)
+{
+    const QStringList again{"update", "S1", package};
+    const QStringList comesBackWell{"control", "set g return after 300"};
+    return {
+        {"at another speed", "speed 480\nreturn after 300 speed 10000", true, {}},
+        {"twice", "return after 300 again 300", true, {}},
+        {"late", "return after 5000", false,
+         comesBackWell + QStringList{"scan-until-found"} + again},
+        {"on another bus", "speed 480\nreturn after 300 bus 2 speed 5000", false,
+         QStringList{"scan"} + again},
+        {"as another product", "return after 300 as " + otherProduct, false,
+         comesBackWell + QStringList{"control", "power-cycle g", "scan"} + again},
+    };
+}
+
+} // namespace
+
+// Of the other products, and of a device that was in another of the modes.
+void TestCompany::everySandboxThatComesBackOtherwise()
+{
+    const struct
+    {
+        const ProductFacts *product;
+        QByteArray mode;
+        QByteArray otherProduct;
+    } devices[] = {{&velk3, "soft-f", "e5c1:362f"},
+                   {&sorn3, "sandbox", "e5c1:360f"},
+                   {&velk3_4k, "hard", "e5c1:360f"}};
+    SimBatch batch;
+    for (const auto &device : devices) {
+        const Images images = tinyImages(*device.product);
+        const QString package = save(device.product->key, *device.product, images);
+        for (const Comeback &comeback : allComebacks(device.otherProduct, package)) {
+            const QStringList operations =
+                QStringList{"scan", "update", "S1", package} + comeback.remedy;
+            const QString title =
+                QString("%1 %2, %3").arg(device.product->key, QString(device.mode), comeback.title);
+            const bool found = comeback.found;
+            // The rescue is the last of the operations.
+            const int last =
+                2 + int(comeback.remedy.count("control")) +
+                int(comeback.remedy.filter(QRegularExpression("^(scan|update)")).size());
+            batch.add(title,
+                      sceneOf(*device.product, "mode " + device.mode + '\n' + comeback.words),
+                      operations, [=](SimRun &run) {
+                          if (!found) {
+                              COMPARE_LINES(run.signalsOf(2), s_notFound);
+                          }
+                          QCOMPARE(run.errorsOf(last), QStringList());
+                          QCOMPARE(run.signalsOf(last).count("complete"), 1);
+                          QCOMPARE(run.signalsOf(last).mid(run.signalsOf(last).size() - 2),
+                                   QStringList({"progress 100", "complete"}));
+                          COMPARE_MEMORIES(run, images);
+                          VERIFY_BALANCED(run);
+                      });
+        }
+    }
+    batch.run();
+}
+
+namespace {
+
 // Two velk3 at port 4 of two hubs of the same bus.
 QByteArray twoHubs(const QByteArray &g, const QByteArray &h)
 {
@@ -238,6 +338,47 @@ void TestCompany::sandboxesAtEqualPortsOfTwoHubs()
                       QCOMPARE(run.memory(first ? "g" : "h", "fx3"), images.fx3);
                       QCOMPARE(run.memory(first ? "h" : "g", "fx3"), QByteArray());
                       QCOMPARE(run.transcript().requests(first ? "h" : "g"), QStringList());
+                  });
+    }
+    batch.run();
+}
+
+// A request goes to the address that was listed, so each is asked what is meant for it.
+void TestCompany::requestsToOneOfTwoSandboxesAtEqualPorts()
+{
+    const struct
+    {
+        const char *name;
+        const char *serial;
+        char flags;
+        QByteArray status;
+        QByteArray mode;
+    } devices[] = {
+        {"g", "S1", 5, statusRecord("60ea00008007380400"), QByteArray::fromHex("0005d00200")},
+        {"h", "S2", 6, statusRecord("50c300000005d00200"), QByteArray::fromHex("2003580201")}};
+    const QByteArray scene = twoHubs("mode sandbox\nflags 5\nuser-mode 1 1280x720 on\n"
+                                     "input 1920x1080p 60000 \"HDMI\" \"RGB\"",
+                                     "mode sandbox\nflags 6\nuser-mode 1 800x600 off\n"
+                                     "input 1280x720p 50000 \"HDMI\" \"RGB\"");
+    SimBatch batch;
+    for (const auto &device : devices) {
+        const QString serial = device.serial;
+        const QStringList wire = WireModel()
+                                     .request({Direction::In, 0xE2, 0, 0, 1}, {1, device.flags})
+                                     .request({Direction::In, 0xB2, 0, 0, 29}, device.status)
+                                     .request({Direction::In, 0xB3, 0, 1, 5}, device.mode)
+                                     .request({Direction::Out, 0xE3, 0, 0, 1}, {1, 0x12})
+                                     .request({Direction::Out, 0xB3, 0, 2, 5}, device.mode)
+                                     .lines();
+        const QString name = device.name;
+        batch.add(serial, scene,
+                  {"scan", "get-flags", serial, "get-status", serial, "get-mode", serial, "1",
+                   "set-flags", serial, "12", "set-mode", serial, "2", device.mode.toHex()},
+                  [=](SimRun &run) {
+                      COMPARE_LINES(run.transcript().requests(name), wire);
+                      QCOMPARE(run.transcript().requests(name == "g" ? "h" : "g"), QStringList());
+                      QCOMPARE(run.signalsOf(0).filter("error"), QStringList());
+                      QCOMPARE(run.state(name)["flags"].toInt(), 0x12);
                   });
     }
     batch.run();
