@@ -180,13 +180,7 @@ void TestDeviceList::scanErrorIsShownAndChangesNothing()
     driver.click("rescanDevicesButton");
     emit driver.scanner->error("Access Denied: %1");
 
-    QCOMPARE(driver.boxes.shown.size(), std::size_t(1));
-    const ShownBox &box = driver.boxes.shown.front();
-    QCOMPARE(box.icon, QMessageBox::Warning);
-    QCOMPARE(box.title, QString("Device Scanning Error"));
-    QCOMPARE(box.text, QString("Access Denied: %1"));
-    QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
-    QCOMPARE(box.parent, &driver.dialog);
+    QCOMPARE(driver.boxTexts(), QStringList{"warning|Device Scanning Error|Access Denied: %1|Ok"});
 
     // Still scanning.
     emit driver.scanner->newDevice(describedDevice("A"));
