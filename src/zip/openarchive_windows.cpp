@@ -20,24 +20,47 @@ std::wstring wide(const std::string &utf8)
     return text;
 }
 
-// A file that is not there. libzip knows one of Windows' three codes for that.
-bool is_absent(const zip_error_t &failure)
+// What libzip adds to one of Windows' codes that it has no errno for.
+constexpr int s_unknown = 10000;
+
+// A file that is not there. libzip knows one of Windows' codes for that.
+bool is_absent(int code)
 {
-    constexpr int unknown = 10000; // what libzip adds to a code that it has no errno for
-    const int code = zip_error_code_system(&failure);
-    return zip_error_code_zip(&failure) == ZIP_ER_NOENT || code == unknown + ERROR_PATH_NOT_FOUND ||
-           code == unknown + ERROR_INVALID_NAME;
+    switch (code - s_unknown) {
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+    case ERROR_BAD_NETPATH:
+    case ERROR_BAD_NET_NAME:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The errno of what libzip says that the system's call failed with.
+int errno_of(int code)
+{
+    switch (code - s_unknown) {
+    case ERROR_SHARING_VIOLATION: // another program has the file open, and wants it for itself
+    case ERROR_LOCK_VIOLATION:
+        return EACCES;
+    case ERROR_NOT_READY: // a drive without a disk
+        return ENODEV;
+    default:
+        return code;
+    }
 }
 
 // Gives the codes to the caller as zip_open() does.
 void report(zip_error_t &failure, int *error)
 {
-    if (is_absent(failure)) {
+    const int code = zip_error_code_system(&failure);
+    if (zip_error_code_zip(&failure) == ZIP_ER_NOENT || is_absent(code)) {
         *error = ZIP_ER_NOENT;
         errno = ENOENT;
     } else {
         *error = zip_error_code_zip(&failure);
-        errno = zip_error_code_system(&failure);
+        errno = errno_of(code);
     }
     zip_error_fini(&failure);
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -9,6 +10,9 @@ QStringList s_log;
 std::optional<quint64> s_failingStat;
 std::function<void(zip_stat_t &)> s_change;
 std::optional<int> s_errnoOfOpen;
+#ifdef Q_OS_WIN
+std::optional<std::pair<int, int>> s_failureOfOpen;
+#endif
 bool s_countFails = false;
 bool s_closeFails = false;
 int s_depth = 0; // a libzip that is linked statically calls its own functions through these, too
@@ -36,6 +40,9 @@ void zipcalls::reset()
     s_failingStat.reset();
     s_change = nullptr;
     s_errnoOfOpen.reset();
+#ifdef Q_OS_WIN
+    s_failureOfOpen.reset();
+#endif
     s_countFails = false;
     s_closeFails = false;
 }
@@ -59,6 +66,13 @@ void zipcalls::leaveErrno(int value)
 {
     s_errnoOfOpen = value;
 }
+
+#ifdef Q_OS_WIN
+void zipcalls::failOpen(int code, int systemCode)
+{
+    s_failureOfOpen = {code, systemCode};
+}
+#endif
 
 void zipcalls::failCount()
 {
@@ -93,6 +107,10 @@ int __real_zip_error_to_str(char *text, zip_uint64_t size, int error, int system
 zip_t *__wrap_zip_open_from_source(zip_source_t *source, int flags, zip_error_t *error)
 {
     const Call call(QStringLiteral("zip_open flags %1").arg(flags));
+    if (s_failureOfOpen) {
+        zip_error_set(error, s_failureOfOpen->first, s_failureOfOpen->second);
+        return nullptr;
+    }
     zip_t *archive = __real_zip_open_from_source(source, flags, error);
 #else
 zip_t *__wrap_zip_open(const char *path, int flags, int *error)

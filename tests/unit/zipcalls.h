@@ -19,6 +19,10 @@ void failStat(quint64 index);
 void changeStat(std::function<void(zip_stat_t &)> change);
 // zip_open leaves this errno, whether it opens the archive or not.
 void leaveErrno(int value);
+#ifdef Q_OS_WIN
+// The archive is not opened, with these codes of libzip and of the system.
+void failOpen(int code, int systemCode);
+#endif
 // zip_get_num_entries gives -1.
 void failCount();
 // zip_close gives -1 and leaves the archive open, which is how it fails.
