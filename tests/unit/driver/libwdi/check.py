@@ -6,6 +6,7 @@ check.py SOURCE_FOLDER WINE WORK_FOLDER
 What the double was asked and what arrived on standard output are compared with what is written down here.
 """
 
+import os
 import pathlib
 import shutil
 import subprocess
@@ -103,6 +104,8 @@ class Run:
         shutil.rmtree(work, ignore_errors=True)
         self.folder.mkdir(parents=True)
         self.elsewhere.mkdir()
+        self.on_path = work / "on the search path"
+        self.on_path.mkdir()
         self.dlls = work / "dlls"
         self.dlls.mkdir()
         build("g++-posix", self.folder / "installdriver.exe", "-std=c++17", "-I", source, HERE / "installdriver.cpp",
@@ -115,15 +118,17 @@ class Run:
 
     def check(self, name, dll, script, arguments, calls, printed, folder=None):
         """dll: a file to be libwdi.dll in the folder (that of the program unless another is given), or None."""
-        for place in (self.folder, self.elsewhere):
+        for place in (self.folder, self.elsewhere, self.on_path):
             for file in place.glob("libwdi*"):
                 file.unlink()
         place = folder or self.folder
         if dll:
             shutil.copy(dll, place / "libwdi.dll")
             (place / "libwdi.dll.script").write_bytes("".join(line + "\n" for line in script).encode())
+        searched = "Z:" + str(self.on_path).replace("/", "\\")  # wine puts it before the system's own PATH
         run = subprocess.run([self.wine, self.folder / "installdriver.exe", *" ".join(arguments).split()],
-                             cwd=self.elsewhere, stdout=subprocess.PIPE, timeout=300, check=False)
+                             cwd=self.elsewhere, env={**os.environ, "WINEPATH": searched}, stdout=subprocess.PIPE,
+                             timeout=300, check=False)
         note = place / "libwdi.dll.calls"
         seen = note.read_text().splitlines() if note.exists() else []
         said = run.stdout.decode().splitlines()
@@ -146,6 +151,7 @@ def main():
     absent = ["Can't load libwdi.dll: error 126", "result -1"]
     run.check("no library", None, [], once, [], absent)
     run.check("one in the current folder only", whole, [], once, [], absent, run.elsewhere)
+    run.check("one on the search path only", whole, [], once, [], absent, run.on_path)
     broken = run.dlls / "broken.dll"
     broken.write_bytes(b"This is no program.\n" * 100)
     run.check("no DLL at all", broken, [], once, [], ["Can't load libwdi.dll: error 193", "result -1"])

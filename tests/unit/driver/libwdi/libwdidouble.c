@@ -5,10 +5,11 @@
 // Both files lie beside the DLL and have its name: libwdi.dll.script is read, to libwdi.dll.calls
 // lines are added.
 //
-//   list RESULT                     the answer to the next listing, with the devices of the lines
-//   that follow device VID PID MI NAME|ID|HW    hexadecimal ids, interface; NAME, device id and
-//   hardware id are texts without "|" prepare RESULT install RESULT                  the answer to
-//   the next installation; 0 after the last
+// - list RESULT: the answer to the next listing, with the devices of the lines that follow
+// - device VID PID MI NAME|ID|HW: hexadecimal ids, interface; name, device id and hardware id are
+//   texts without "|"
+// - prepare RESULT: the answer to the preparation
+// - install RESULT: the answer to the next installation; 0 after the last
 //
 // A build with -Dwdi_strerror=other has no wdi_strerror, and so on.
 
