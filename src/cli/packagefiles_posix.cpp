@@ -51,11 +51,7 @@ bool PackageFile::isRegular() const
 
 std::ptrdiff_t PackageFile::read(char *to, std::size_t most) const
 {
-    ssize_t got = 0;
-    do {
-        got = ::read(int(file), to, most);
-    } while (got < 0 && errno == EINTR);
-    return got;
+    return ::read(int(file), to, most); // no signal cuts it short: none is handled meanwhile
 }
 
 PrivateFile::PrivateFile() : file(openNameless())
@@ -73,13 +69,11 @@ bool PrivateFile::write(const char *from, std::size_t length) const
 {
     while (length > 0) {
         const ssize_t written = ::write(int(file), from, length);
-        if (written < 0 && errno != EINTR) {
+        if (written < 0) {
             return false;
         }
-        if (written > 0) {
-            from += written;
-            length -= std::size_t(written);
-        }
+        from += written;
+        length -= std::size_t(written);
     }
     return true;
 }

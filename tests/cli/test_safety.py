@@ -65,6 +65,8 @@ class ChangingPackage(CliTest):
         ("device", lambda path: path.symlink_to("/dev/zero"), "Cannot open firmware package: it is not a file"),
         ("too_long", lambda path: (path.touch(), os.truncate(path, 256 * 1024 * 1024 + 1)),
          "Cannot open firmware package: it is too long"),
+        ("unreadable", lambda path: path.symlink_to("/proc/self/mem"),
+         "Cannot open firmware package: Input/output error"),
         ("nothing", lambda path: None, "Cannot open firmware package: No such file"),
         ("empty", lambda path: path.touch(), "Cannot open firmware package: "),
     )
@@ -77,6 +79,19 @@ class ChangingPackage(CliTest):
             place = f"{path}: " if words[0] == "package" else ""
             self.assertTrue(ran.stderr.startswith(f"capso-cli: {place}{text}"), ran.stderr)
             self.assertEqual(ran.stdout, "")
+
+
+class NoFilesLeft(CliTest):
+    def test_it_is_said(self):
+        """Wherever the system has no file left for it, that is an error, and the copy's own is said."""
+        errors = []
+        for limit in range(3, 16):
+            shell = f'ulimit -n {limit}; exec "{self.cli}" package "{self.package("velk3")}"'
+            ran = subprocess.run(["sh", "-c", shell], capture_output=True, text=True, timeout=60)
+            errors.append(ran.stderr)
+            self.assertEqual(ran.returncode == 0, ran.stderr == "", ran)
+        self.assertTrue(any("no copy of it can be made: Too many open files" in text for text in errors), errors)
+        self.assertEqual(errors[-1], "")
 
 
 @with_tables
