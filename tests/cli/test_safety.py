@@ -1,6 +1,7 @@
 """What capso-cli holds to whatever happens around it: a package that changes, files that are closed, a slow reader."""
 
 import concurrent.futures
+import contextlib
 import fcntl
 import json
 import os
@@ -245,6 +246,14 @@ class StalledReader(CliTest):
         pipe.read_all()
         self.assert_code(running.finish(), 0)
 
+    def signal_until_it_ends(self, running, number):
+        until = time.monotonic() + PATIENCE / 2
+        while running.process.poll() is None and time.monotonic() < until:
+            with contextlib.suppress(ProcessLookupError):  # it has ended, and the simulator not yet
+                running.signal(number)
+            time.sleep(0.2)
+        self.assertIsNotNone(running.process.poll(), "it waits for its reader in spite of the signal")
+
     @table(
         ("update", ["update", VELK3], 0),
         ("failed_update", ["update", VELK3], 1),
@@ -257,9 +266,7 @@ class StalledReader(CliTest):
         running, _ = self.start_stalled(*words, stalled=["stdout", "stderr"], scene=FAST + fault)
         self.wait_for_the_end_of_the_work(running)
         time.sleep(0.5)  # it waits for its reader by now, or a signal is one of those before
-        while running.process.poll() is None:
-            running.signal(signal.SIGTERM)
-            time.sleep(0.2)
+        self.signal_until_it_ends(running, signal.SIGTERM)
         self.assert_code(running.finish(), code)
 
     @table(*[(f"{command[0]}_{number.name}", command, number)
@@ -268,12 +275,8 @@ class StalledReader(CliTest):
     def test_signal_ends_what_only_reads(self, words, number):
         running, _ = self.start_stalled(*words, stalled=["stdout"])
         running.wait_for("its process id", running.pid_file.exists)
-        until = time.monotonic() + 30
         time.sleep(1)  # it has read the device by now, or will soon
-        while running.process.poll() is None and time.monotonic() < until:
-            running.signal(number)
-            time.sleep(0.2)
-        self.assertIsNotNone(running.process.poll(), "it waits for its reader in spite of the signal")
+        self.signal_until_it_ends(running, number)
         self.assert_code(running.finish(), 128 + number)
 
     def test_signal_ends_looking_into_packages(self):
