@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shutil
 import unittest
 
 from support import CliTest, anywhere, table, transcript, with_tables
@@ -135,6 +136,14 @@ class Doctor(HoldingTest):
         self.assertEqual(len(result.lines), 3 + 3 + 2)
 
     @anywhere
+    @unittest.skipIf(INSTALLED, "the rules are installed here")
+    def test_the_command_names_the_program_as_a_shell_reads_it(self):
+        program = self.folder / "it's here" / "capso-cli"
+        program.parent.mkdir()
+        shutil.copy(self.cli, program)
+        result = self.run_cli("velk3", program=[program, "doctor"])
+        self.assertIn(f"    '{self.folder}/it'\\''s here/capso-cli' doctor --rules | sudo tee", result.out)
+
     def test_the_rules_are_at_hand(self):
         rules = (LINUX / "70-capso-config.rules").read_text()
         ran = self.alone("doctor", "--rules")

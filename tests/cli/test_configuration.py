@@ -1,5 +1,6 @@
 """capso-cli settings, modes and signal."""
 
+import json
 import signal
 
 from support import ALL_SETTINGS, NO_DEVICE, PRODUCTS, SETTINGS, STALL, CliTest, table, transcript, with_tables
@@ -252,6 +253,16 @@ class Signal(CliTest):
         result = running.finish()
         self.assertEqual([o["framesPerSecond"] for o in result.objects], [59.94, 60])
         self.assertEqual({o["text"] for o in result.objects}, {"A 640x480p@60, B"})
+
+    def test_watch_goes_on_where_the_device_refuses_once(self):
+        scene = 'device g\n product velk3\n input 640x480p 60000 "A" "B"\nfault g INPUT_STATUS stall'
+        running = self.start(scene, "signal", "--watch", "--json")
+        refused, answered = (json.loads(running.process.stdout.readline()) for _ in range(2))
+        running.signal(signal.SIGINT)
+        self.assert_code(running.finish(), 128 + signal.SIGINT)
+        self.assertEqual((refused["error"], refused["text"], refused["present"]),
+                         (f"Error retreiving config device data: req=178, status: {STALL}", "request not supported", False))
+        self.assertEqual((answered.get("error"), answered["text"]), (None, "A 640x480p@60, B"))
 
     def test_watch_ends_with_its_device(self):
         running = self.start("velk3", "signal", "--watch", "--json")

@@ -66,6 +66,14 @@ class List(CliTest):
         self.assertEqual(loud.out, "VELK3 Grabber  SIM00001  1.0.0  normal  e5c1:3601  1-1\n")
 
 
+    def test_libusb_is_heard_with_the_program(self):
+        """On its way, and not past it: a reader who takes nothing would stop libusb in the middle of a request."""
+        result = self.run_cli("velk3", "list", environment={"LIBUSB_DEBUG": "4"})
+        self.assert_code(result, 0)
+        self.assertRegex(result.err, r"(?m)libusb: [a-z]+ \[libusb_[a-z_]+\]")
+        self.assertNotIn("\n\n", result.err)
+
+
 @with_tables
 class Usage(CliTest):
     @table(
@@ -235,6 +243,10 @@ class Outputs(CliTest):
             ran = self.alone(*words, capture_output=False, stdout=full, stderr=subprocess.PIPE)
         self.assertEqual(ran.returncode, 1)
         self.assertRegex(ran.stderr, r"(^|\n)capso-cli: cannot write standard output: \S[^\n]*\n$")
+
+    def test_help_that_nobody_can_get_is_a_failure(self):
+        with open("/dev/full", "w") as full:
+            self.assertEqual(subprocess.run([self.cli, "--help"], stdout=full).returncode, 1)
 
     def test_closed_pipe_ends_watching(self):
         reader, writer = os.pipe()

@@ -6,11 +6,13 @@
 #include "filewriter.h"
 #include "interrupts.h"
 #include "output.h"
+#include "selection.h"
 #include "udevrules.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -97,6 +99,9 @@ class TestCliSystem : public QObject
 private slots:
     void whatMendsADenial_data();
     void whatMendsADenial();
+    void whatKeepsADeviceFromBeingUsed_data();
+    void whatKeepsADeviceFromBeingUsed();
+    void withoutTheSystemsWord();
     void aMaskedFileIsNoRules_data();
     void aMaskedFileIsNoRules();
     void rulesOfAnotherVersion_data();
@@ -180,6 +185,70 @@ void TestCliSystem::whatMendsADenial()
              qPrintable(findings.front().text));
     QVERIFY2(findings.front().text.contains(text), qPrintable(findings.front().text));
     QCOMPARE(findings.front().command, command);
+}
+
+void TestCliSystem::whatKeepsADeviceFromBeingUsed_data()
+{
+    QTest::addColumn<bool>("hasNode");
+    QTest::addColumn<QString>("driver"); // that holds it
+    QTest::addColumn<QString>("reason"); // for `list`
+    QTest::addColumn<QString>("text");   // for `doctor`
+    QTest::addColumn<QString>("command");
+    QTest::newRow("no node") << false << ""
+                             << "it has no device node"
+                             << "it has no device node; a container must be given "
+                                "/dev/bus/usb/001/002"
+                             << "docker run --device=/dev/bus/usb/001/002 ...";
+    QTest::newRow("program") << true << "usbfs"
+                             << "another program holds it"
+                             << "another program holds it; close that program"
+                             << "sudo fuser -v /dev/bus/usb/001/002";
+    QTest::newRow("lent") << true << "usbip-host"
+                          << "the driver usbip-host holds it"
+                          << "it is lent to another machine"
+                          << "sudo usbip unbind -b 1-2.3";
+    QTest::newRow("driver") << true << "snd-usb-audio"
+                            << "the driver snd-usb-audio holds it"
+                            << "the driver snd-usb-audio holds it"
+                            << "echo 1-2.3 | sudo tee /sys/bus/usb/drivers/snd-usb-audio/unbind";
+}
+
+void TestCliSystem::whatKeepsADeviceFromBeingUsed()
+{
+    QFETCH(bool, hasNode);
+    QFETCH(QString, driver);
+    QFETCH(QString, reason);
+    QFETCH(QString, text);
+    QFETCH(QString, command);
+    usbview::SystemDevice device = systemDevice();
+    device.hasNode = device.mayOpen = hasNode;
+    device.driver = driver;
+    device.held = !driver.isEmpty();
+    device.speed = 0; // and of what is not known nothing is said
+    const std::vector<Finding> findings = findingsOf(device, {}, goodMachine());
+    QCOMPARE(findings.size(), std::size_t(1));
+    QCOMPARE(findings.front().text, text);
+    QCOMPARE(findings.front().command, command);
+
+    const ListedDevice listed = asTheSystemShows(device);
+    QCOMPARE(reasonOf(listed), reason);
+    QCOMPARE(describe(listed), "[e5c1:3601] at 1-2.3: " + reason);
+    QCOMPARE(statusOf(listed), ExitStatus::NoAccess);
+    const QJsonObject object = toJson(listed);
+    QCOMPARE(object.value("reason").toString(), reason);
+    QVERIFY(!object.contains("speed"));
+}
+
+// Where the system shows nothing, a device's place is bus and port as the scan has them.
+void TestCliSystem::withoutTheSystemsWord()
+{
+    ListedDevice device;
+    device.description.busNumber = 3;
+    device.description.portNumber = 7;
+    QCOMPARE(device.portPath(), QStringLiteral("3-7"));
+    QCOMPARE(reasonOf(device), QStringLiteral("it does not answer"));
+    QCOMPARE(statusOf(device), ExitStatus::Failed);
+    QVERIFY(!toJson(device).contains("speed"));
 }
 
 void TestCliSystem::aMaskedFileIsNoRules_data()
