@@ -44,19 +44,21 @@ void chooseTemporaryDirectory()
     setenv("TMPDIR", chosen, 1);
 }
 
-// Makes the test bed while TMPDIR is as umockdev needs it; the program keeps its own.
+// umockdev takes the directory from glib, which asks for TMPDIR once and remembers the answer; the
+// program keeps its own. The variable is put back before there is a test bed: its thread reads
+// variables, and none may change then.
 std::unique_ptr<TestBed> makeTestBed()
 {
     const char *variable = std::getenv("TMPDIR");
     const std::string before = variable ? variable : "";
     chooseTemporaryDirectory();
-    auto bed = std::make_unique<TestBed>();
+    g_get_tmp_dir();
     if (variable) {
         setenv("TMPDIR", before.c_str(), 1);
     } else {
         unsetenv("TMPDIR");
     }
-    return bed;
+    return std::make_unique<TestBed>();
 }
 
 void say(const std::string &text)

@@ -217,6 +217,18 @@ QString checkSleep(const SimRun &run, const Plan &plan, std::size_t at)
     });
 }
 
+// One of the three requests has been given up before the computer slept: all of them have to be
+// under way within the second that the first one has.
+bool sleptTooLate(const SimRun &run)
+{
+    for (const char *device : {"g", "b", "c"}) {
+        if (!run.transcript().texts(device).filter(" cancelled").isEmpty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 Operation commonSleepsOf(const QString &name, const std::shared_ptr<const Plan> &plan)
 {
     Operation operation{"asleep", "asleep in scan, request and " + name, {}};
@@ -231,6 +243,7 @@ Operation commonSleepsOf(const QString &name, const std::shared_ptr<const Plan> 
         cell.program = CAPSO_SLEEPER;
         cell.operations = QStringList{plan->package, QString::number(at + 1)};
         cell.check = [plan, at](const SimRun &run) { return checkSleep(run, *plan, at); };
+        cell.missed = sleptTooLate;
         cell.request = plan->script.steps[at].request.code;
         cell.in = plan->script.steps[at].in;
         cell.fault = Fault::Disconnect;

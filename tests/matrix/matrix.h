@@ -18,6 +18,9 @@ struct Cell
     QStringList operations; // the program's
     // What is wrong with the run; empty if nothing is.
     std::function<QString(const SimRun &run)> check;
+    // Whether a busy machine has missed the moment that this run was to show, which is then made
+    // once more. Null: no run can.
+    std::function<bool(const SimRun &run)> missed = nullptr;
     int request = -1; // the code of the transfer that is struck; -1 without a fault
     bool in = false;  // its direction
     std::optional<Fault> fault;
