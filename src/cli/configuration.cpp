@@ -20,7 +20,7 @@ Answer Configuration::readWhole(const DeviceDescription &device, uint8_t request
                                 uint16_t index)
 {
     for (const auto filling : {quint8(0xA5), quint8(0x5A)}) {
-        const Answer answer = readOver(filling, device, request, size, index);
+        Answer answer = readOver(filling, device, request, size, index);
         if (!answer.succeeded() || quint8(answer.record.back()) != filling) {
             return answer;
         }
