@@ -135,7 +135,6 @@ class Doctor(HoldingTest):
         self.assertEqual(result.lines.count(f"    {self.install_rules()}"), 1, result.out)
         self.assertEqual(len(result.lines), 3 + 3 + 2)
 
-    @anywhere
     @unittest.skipIf(INSTALLED, "the rules are installed here")
     def test_the_command_names_the_program_as_a_shell_reads_it(self):
         program = self.folder / "it's here" / "capso-cli"
@@ -144,6 +143,7 @@ class Doctor(HoldingTest):
         result = self.run_cli("velk3", program=[program, "doctor"])
         self.assertIn(f"    '{self.folder}/it'\\''s here/capso-cli' doctor --rules | sudo tee", result.out)
 
+    @anywhere
     def test_the_rules_are_at_hand(self):
         rules = (LINUX / "70-capso-config.rules").read_text()
         ran = self.alone("doctor", "--rules")
