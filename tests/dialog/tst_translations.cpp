@@ -191,10 +191,13 @@ const Expected s_expected[] = {
     {s_cli, "yes"},
     {s_cli, "no"},
     {s_cli, "%1 %2: %3, may be opened: %4, held: %5"},
-    {s_cli, "this system does not show its USB devices"},
+    {s_cli, "this system does not show its USB devices, so what keeps one from being used is not "
+            "known"},
     {s_cli, "the system knows no capture device"},
     {s_cli, "the udev rules are not installed"},
-    {s_cli, "udev rules: not installed"},
+    {s_cli, "not installed"},
+    {s_cli, "the udev rules in %1 are not this version's"},
+    {s_cli, "udev rules: %1, which are not this version's"},
     {s_cli, "udev rules: %1"},
     {s_cli, "no capture devices found"},
     {s_cli, "'%1' is not N=WIDTHxHEIGHT, N=on or N=off, with N from 1 to 3"},
@@ -202,6 +205,8 @@ const Expected s_expected[] = {
     {s_cli, "boot image of %1 sections, entry %2, sum right"},
     {s_cli, "%1 bytes at %2"},
     {s_cli, "  %1: %2, %3 bytes, CRC %4"},
+    {s_cli, "begins like a boot image: %1 (an update writes it all the same, and the device "
+            "decides)"},
     {s_cli, "%1: product %2"},
     {s_cli, "  fits %1; named, any device of the vendor in soft repair and any in hard repair"},
     {s_cli, "  fits %1; holds an EDID only and repairs no device"},
@@ -214,6 +219,10 @@ const Expected s_expected[] = {
     {s_cli, "'%1' is not NAME=on or NAME=off; the names are input-resolution, aspect-ratio, "
             "performance and audio-selector"},
     {s_cli, "%1: left out, it has version %2"},
+    {s_cli, "the device's answer to request %1 is too short"},
+    {s_cli, "%1 (modes written before: %2)"},
+    {s_cli, "its repair firmware runs, but cannot be used: %1; 'capso-cli doctor' tells what mends "
+            "it"},
     {s_cli, "interrupted before its update began"},
     {s_cli, "the package holds an EDID only and repairs no device"},
     {s_cli, "%1 of %2 devices failed: %3"},
