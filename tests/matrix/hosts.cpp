@@ -47,7 +47,7 @@ Expectation expectDeath(const Death &death)
     return expected;
 }
 
-Story tell(const Death &death)
+Scenario scenarioOf(const Death &death)
 {
     const Plan &plan = *death.plan;
     const Expectation expected = expectDeath(death);
@@ -56,10 +56,10 @@ Story tell(const Death &death)
     Try rescue = goodTry(device, scriptOf(device, plan.recovery, plan.busyPolls));
     rescue.images = plan.recovery;
     rescue.package = plan.recoveryPackage;
-    Story story{device, deviceWords(plan.busyPolls), {rescue}};
-    story.firstPoll = expected.firstPoll;
-    story.wireBefore = healthyProbe(plan.device.runs()) + expected.wire;
-    return story;
+    Scenario scenario{device, deviceWords(plan.busyPolls), {rescue}};
+    scenario.firstPoll = expected.firstPoll;
+    scenario.wireBefore = healthyProbe(plan.device.runs()) + expected.wire;
+    return scenario;
 }
 
 int transfersIn(const QStringList &wire)
@@ -74,20 +74,20 @@ int transfersIn(const QStringList &wire)
 Cell cellOf(const Death &death)
 {
     const Plan &plan = *death.plan;
-    const Story story = tell(death);
+    const Scenario scenario = scenarioOf(death);
     // Counted from the program's start.
     const int number = transfersIn(healthyProbe(plan.device.runs())) + int(death.at) + 1;
     Cell cell;
     cell.title = cellTitle(plan.script, death.at, death.fault()).replace("silence", "killed");
-    cell.scene = sceneOf(plan.device.product(), story.words + "\nmode " + plan.device.sceneMode()) +
-                 "fault g transfer nth " + QByteArray::number(number) + ' ' + death.sceneWords() +
-                 '\n';
+    cell.scene =
+        sceneOf(plan.device.product(), scenario.words + "\nmode " + plan.device.sceneMode()) +
+        "fault g transfer nth " + QByteArray::number(number) + ' ' + death.sceneWords() + '\n';
     cell.program = CAPSO_KILLER;
-    const QString mode = QString::fromLatin1(story.device.sceneMode());
+    const QString mode = QString::fromLatin1(scenario.device.sceneMode());
     cell.operations =
         QStringList{QString::number(number), mode, "update", "S1", plan.package, "--"} +
-        operationsOf(story);
-    cell.check = [death](const SimRun &run) { return checkStory(run, tell(death)); };
+        operationsOf(scenario);
+    cell.check = [death](const SimRun &run) { return checkScenario(run, scenarioOf(death)); };
     cell.request = death.step().request.code;
     cell.in = death.step().in;
     cell.fault = death.fault();
@@ -107,13 +107,13 @@ Operation deathsOf(const QString &name, const std::shared_ptr<const Plan> &plan)
 
 // ---- asleep
 
-Story sleepAt(const Plan &plan, std::size_t at)
+Scenario sleepAt(const Plan &plan, std::size_t at)
 {
     Try struck = struckTry(plan.device, plan.script, at, Fault::Disconnect);
     // Long enough for the list to be read again before it is back.
     struck.fault = QString("fault g transfer nth %1 disconnect replug 3000 address 77").arg(at + 1);
     struck.wakes = true;
-    return tell(plan, struck);
+    return scenarioOf(plan, struck);
 }
 
 Operation sleepsOf(const QString &name, const std::shared_ptr<const Plan> &plan)

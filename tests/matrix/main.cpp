@@ -1,6 +1,6 @@
 // capso-matrix: every operation of the program, cut at every transfer in every way. docs/faults.md.
 //
-//   capso-matrix size                      how many faults that makes
+//   capso-matrix size                      how many faults that makes; fails when samples lack some
 //
 //   capso-matrix list                      every cell, one a line
 //
@@ -57,15 +57,46 @@ int faultsIn(const Operation &operation)
     return count;
 }
 
+int faultsAfterTheDeed(const std::vector<Operation> &operations)
+{
+    int count = 0;
+    for (const Operation &operation : operations) {
+        for (const Cell &cell : operation.cells) {
+            count += !operation.strikesHost() && cell.fault && isAfterTheDeed(*cell.fault) ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+constexpr unsigned s_sampleSeeds = 20; // of the samples that are looked at
+
+// Whether each sample holds every fault of every request, either way.
+bool samplesAreWhole(const std::vector<Operation> &operations)
+{
+    bool whole = true;
+    for (unsigned seed = 1; seed <= s_sampleSeeds; ++seed) {
+        const QStringList lacking = faultsLackingIn(sampleCells(operations, seed), operations);
+        if (!lacking.isEmpty()) {
+            std::printf("sample %u lacks: %s\n", seed, qPrintable(lacking.join(", ")));
+            whole = false;
+        }
+    }
+    return whole;
+}
+
 int printSize(const std::vector<Operation> &operations)
 {
     int total = 0;
     for (const Operation &operation : operations) {
         total += faultsIn(operation);
-        std::printf("%-34s %5d faults\n", qPrintable(operation.title), faultsIn(operation));
+        std::printf("%-50s %5d faults\n", qPrintable(operation.title), faultsIn(operation));
     }
-    std::printf("%-34s %5d faults in %zu operations\n", "the matrix", total, operations.size());
-    return 0;
+    std::printf("%-50s %5d faults in %zu operations\n", "the matrix", total, operations.size());
+    std::printf("%-50s %5d faults\n", "after the deed", faultsAfterTheDeed(operations));
+    const std::vector<ChosenCell> sample = sampleCells(operations, 1);
+    std::printf("%-50s %5zu runs, and %zu through capso-cli\n", "the sample", sample.size(),
+                throughCli(sample).size());
+    return samplesAreWhole(operations) ? 0 : 1;
 }
 
 int printList(const std::vector<Operation> &operations)

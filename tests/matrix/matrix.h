@@ -36,6 +36,9 @@ struct Operation
     QString group; // "scan", "update", "repair", "settings", ...
     QString title;
     std::vector<Cell> cells;
+
+    // The program or the computer goes with the transfer that is struck.
+    bool strikesHost() const { return group == "killed" || group == "asleep"; }
 };
 
 // The operations with their cells. Packages are written to that folder.

@@ -42,7 +42,7 @@ QString savePackage(const QString &folder, const QString &name, const QByteArray
     return path;
 }
 
-Story tell(const Plan &plan, Try first)
+Scenario scenarioOf(const Plan &plan, Try first)
 {
     first.images = plan.images;
     first.package = plan.package;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "story.h"
+#include "scenario.h"
 
 #include <memory>
 
@@ -32,7 +32,7 @@ std::shared_ptr<Plan> wholePlan(const QString &folder, const ProductFacts &produ
                                 const QString &name);
 
 // That try, and then the rescue.
-Story tell(const Plan &plan, Try first);
+Scenario scenarioOf(const Plan &plan, Try first);
 
 // The first try and the rescue through the command line's program.
 Cell cliCellOf(const std::shared_ptr<const Plan> &plan, const Try &first, const QString &title);

@@ -115,11 +115,12 @@ std::vector<ChosenCell> selectCells(const std::vector<Operation> &operations, co
 std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, unsigned seed)
 {
     std::vector<ChosenCell> chosen;
-    std::map<std::tuple<int, bool, Fault>, std::vector<ChosenCell>> kinds;
+    std::map<std::tuple<bool, int, bool, Fault>, std::vector<ChosenCell>> kinds;
     for (const Operation &operation : operations) {
         for (const Cell &cell : operation.cells) {
             if (cell.fault) {
-                kinds[{cell.request, cell.in, *cell.fault}].push_back({&operation, &cell});
+                kinds[{operation.strikesHost(), cell.request, cell.in, *cell.fault}].push_back(
+                    {&operation, &cell});
             } else {
                 chosen.push_back({&operation, &cell});
             }
@@ -131,6 +132,29 @@ std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, un
         chosen.push_back(cells[random() % cells.size()]);
     }
     return chosen;
+}
+
+QStringList faultsLackingIn(const std::vector<ChosenCell> &sample,
+                            const std::vector<Operation> &operations)
+{
+    const auto nameOf = [](const Cell &cell) {
+        return QString("%1 %2 %3")
+            .arg(factsOf(*cell.fault).title, cell.in ? "<" : ">")
+            .arg(cell.request, 2, 16, QChar('0'));
+    };
+    QStringList lacking;
+    for (const ChosenCell &all : selectCells(operations, "all")) {
+        if (all.cell->fault && !all.operation->strikesHost()) {
+            lacking.append(nameOf(*all.cell));
+        }
+    }
+    for (const ChosenCell &one : sample) {
+        if (one.cell->fault && !one.operation->strikesHost()) {
+            lacking.removeAll(nameOf(*one.cell));
+        }
+    }
+    lacking.removeDuplicates();
+    return lacking;
 }
 
 std::vector<ChosenCell> throughCli(const std::vector<ChosenCell> &cells)

@@ -16,6 +16,10 @@ std::vector<ChosenCell> selectCells(const std::vector<Operation> &operations, co
 // once; reading and writing under one code are two requests. The same seed makes the same choice.
 std::vector<ChosenCell> sampleCells(const std::vector<Operation> &operations, unsigned seed);
 
+// The faults that a request can have, the host's aside, and that the sample does not hold.
+QStringList faultsLackingIn(const std::vector<ChosenCell> &sample,
+                            const std::vector<Operation> &operations);
+
 // The same cells through the command line's program, those that have no such cell left out.
 std::vector<ChosenCell> throughCli(const std::vector<ChosenCell> &cells);
 

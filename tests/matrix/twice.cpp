@@ -36,7 +36,7 @@ Try firstTry(const Plan &plan, std::size_t at, Fault fault, bool atOnce)
     return withPackage(struckTry(plan.device, plan.script, at, fault), plan, atOnce);
 }
 
-Story tell(const Pair &pair)
+Scenario scenarioOf(const Pair &pair)
 {
     const Plan &plan = *pair.plan;
     const auto scriptFor = [&plan](const DeviceModel &device) {
@@ -64,7 +64,7 @@ Operation operationOf(const QString &title, const std::vector<const Pair *> &pai
                                       pair->atOnce ? "at once" : "then",
                                       cellTitle(scriptOf(rescued, plan.images, plan.busyPolls),
                                                 pair->secondAt, pair->second));
-        operation.cells.push_back(cellOf([pair] { return tell(*pair); }, name));
+        operation.cells.push_back(cellOf([pair] { return scenarioOf(*pair); }, name));
         operation.cells.back().request = pair->secondRequest.first;
         operation.cells.back().in = pair->secondRequest.second;
         operation.cells.back().fault = pair->second;

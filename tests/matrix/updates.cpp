@@ -7,14 +7,10 @@
 
 namespace {
 
-// What the command line's program says of an answer that is lost after the deed is not told here.
-Cell planCell(const std::shared_ptr<const Plan> &plan, const Try &first, const QString &title,
-              bool throughCli = true)
+Cell planCell(const std::shared_ptr<const Plan> &plan, const Try &first, const QString &title)
 {
-    Cell cell = cellOf([plan, first] { return tell(*plan, first); }, title);
-    if (throughCli) {
-        cell.throughCli = std::make_shared<Cell>(cliCellOf(plan, first, title));
-    }
+    Cell cell = cellOf([plan, first] { return scenarioOf(*plan, first); }, title);
+    cell.throughCli = std::make_shared<Cell>(cliCellOf(plan, first, title));
     return cell;
 }
 
@@ -23,8 +19,7 @@ Operation operationOf(const QString &name, const std::shared_ptr<const Plan> &pl
     Operation operation{plan->device.runs() ? "update" : "repair", name, {}};
     operation.cells.push_back(planCell(plan, goodTry(plan->device, plan->script), "no fault"));
     addStruckCells(operation, plan->script, [&](std::size_t at, Fault fault, const QString &title) {
-        return planCell(plan, struckTry(plan->device, plan->script, at, fault), title,
-                        !isAfterTheDeed(fault));
+        return planCell(plan, struckTry(plan->device, plan->script, at, fault), title);
     });
     return operation;
 }

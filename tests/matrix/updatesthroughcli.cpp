@@ -20,7 +20,7 @@ int transfersOf(const QStringList &probe)
 QByteArray sceneWith(const Plan &plan, const Try &first)
 {
     static const QRegularExpression s_number("nth ([0-9]+)");
-    const QByteArray scene = sceneOf(tell(plan, first));
+    const QByteArray scene = sceneOf(scenarioOf(plan, first));
     const QRegularExpressionMatch match = s_number.match(first.fault);
     if (!match.hasMatch()) {
         return scene; // without a fault
@@ -148,22 +148,22 @@ QString checkStruck(const SimRun &run, const Plan &plan, const Expectation &expe
     });
 }
 
-QStringList wholeWire(const Story &story, bool begins)
+QStringList wholeWire(const Scenario &scenario, bool begins)
 {
-    const Try &first = story.tries[0];
-    QStringList wire = healthyProbe(story.device.runs());
+    const Try &first = scenario.tries[0];
+    QStringList wire = healthyProbe(scenario.device.runs());
     if (begins) {
         wire += first.expected.wire;
     }
-    const DeviceModel then = deviceBeforeNext(story.device, first);
-    return wire + healthyProbe(then.runs()) + story.tries[1].expected.wire;
+    const DeviceModel then = deviceBeforeNext(scenario.device, first);
+    return wire + healthyProbe(then.runs()) + scenario.tries[1].expected.wire;
 }
 
 QString check(const SimRun &run, const Plan &plan, const Try &first)
 {
-    const Story story = tell(plan, first);
+    const Scenario scenario = scenarioOf(plan, first);
     const Expectation &expected = first.expected;
-    const Expectation &rescue = story.tries[1].expected;
+    const Expectation &rescue = scenario.tries[1].expected;
     return firstOf({
         [&] { return checkStruck(run, plan, expected); },
         [&] { return compareTexts("the rescue", resultOf(run, Rescue), expectedResult(rescue)); },
@@ -178,7 +178,7 @@ QString check(const SimRun &run, const Plan &plan, const Try &first)
         },
         [&] {
             return compareLists("the wire", wireOf(run),
-                                wholeWire(story, plan.cliRefusal.isEmpty()));
+                                wholeWire(scenario, plan.cliRefusal.isEmpty()));
         },
         [&] { return run.transcript().unbalanced("g"); },
         [&] { return checkPatience(run); },

@@ -1,4 +1,4 @@
-#include "story.h"
+#include "scenario.h"
 
 #include "wiremodel.h"
 
@@ -36,11 +36,11 @@ private:
 // What capso-clicker does, and where.
 struct Course
 {
-    explicit Course(const Story &story)
+    explicit Course(const Scenario &scenario)
     {
-        DeviceModel device = story.device;
+        DeviceModel device = scenario.device;
         begin = operations.control("state g");
-        for (const Try &one : story.tries) {
+        for (const Try &one : scenario.tries) {
             const DeviceModel next = deviceBeforeNext(device, one);
             places.push_back(tryOnce(one, next));
             device = next;
@@ -93,11 +93,11 @@ QStringList rowsAfter(const DeviceModel &device, const Try &one)
 }
 
 // The list is read when the program starts, after every update, and once more before the next try.
-QStringList wireOf(const Story &story)
+QStringList wireOf(const Scenario &scenario)
 {
-    DeviceModel device = story.device;
-    QStringList wire = story.wireBefore + probeWire(device, story.firstPoll);
-    for (const Try &one : story.tries) {
+    DeviceModel device = scenario.device;
+    QStringList wire = scenario.wireBefore + probeWire(device, scenario.firstPoll);
+    for (const Try &one : scenario.tries) {
         wire += one.expected.wire;
         if (!rowsAfter(device, one).isEmpty()) {
             wire += probeWire(deviceAfter(device, one), one.expected.firstPoll);
@@ -192,10 +192,10 @@ QString checkTry(const SimRun &run, const Places &at, const DeviceModel &device,
 }
 
 // Every try in turn, and what the device is at last.
-QString checkTries(const SimRun &run, const Story &story)
+QString checkTries(const SimRun &run, const Scenario &scenario)
 {
-    const Course course(story);
-    DeviceModel device = story.device;
+    const Course course(scenario);
+    DeviceModel device = scenario.device;
     const QString found = firstOf(
         {[&] {
              return compareLists("the first rows", listIn(seenAfter(run, course.begin), "rows"),
@@ -209,14 +209,14 @@ QString checkTries(const SimRun &run, const Story &story)
     if (!found.isEmpty()) {
         return found;
     }
-    for (std::size_t i = 0; i < story.tries.size(); ++i) {
-        const QString problem = checkTry(run, course.places[i], device, story.tries[i]);
+    for (std::size_t i = 0; i < scenario.tries.size(); ++i) {
+        const QString problem = checkTry(run, course.places[i], device, scenario.tries[i]);
         if (!problem.isEmpty()) {
             return QString("try %1: ").arg(i + 1) + problem;
         }
-        device = deviceBeforeNext(device, story.tries[i]);
+        device = deviceBeforeNext(device, scenario.tries[i]);
     }
-    const Images &images = story.tries.back().images;
+    const Images &images = scenario.tries.back().images;
     return firstOf({
         [&] { return device.runs() ? QString() : "the device does not run in the end"; },
         [&] {
@@ -227,10 +227,10 @@ QString checkTries(const SimRun &run, const Story &story)
     });
 }
 
-int errorsOf(const Story &story)
+int errorsOf(const Scenario &scenario)
 {
     int count = 0;
-    for (const Try &one : story.tries) {
+    for (const Try &one : scenario.tries) {
         count += one.expected.errors.size();
     }
     return count;
@@ -315,35 +315,38 @@ DeviceModel deviceBeforeNext(DeviceModel device, const Try &one)
     return device;
 }
 
-QByteArray sceneOf(const Story &story)
+QByteArray sceneOf(const Scenario &scenario)
 {
-    return sceneOf(story.device.product(), story.words + "\nmode " + story.device.sceneMode());
+    return sceneOf(scenario.device.product(),
+                   scenario.words + "\nmode " + scenario.device.sceneMode());
 }
 
-QStringList operationsOf(const Story &story)
+QStringList operationsOf(const Scenario &scenario)
 {
-    return Course(story).operations.words();
+    return Course(scenario).operations.words();
 }
 
-QString checkStory(const SimRun &run, const Story &story)
+QString checkScenario(const SimRun &run, const Scenario &scenario)
 {
     return firstOf({
-        [&] { return checkTries(run, story); },
-        [&] { return compareLists("the wire", wireOf(run), wireOf(story)); },
-        [&] { return story.wireBefore.isEmpty() ? run.transcript().unbalanced("g") : QString(); },
+        [&] { return checkTries(run, scenario); },
+        [&] { return compareLists("the wire", wireOf(run), wireOf(scenario)); },
+        [&] {
+            return scenario.wireBefore.isEmpty() ? run.transcript().unbalanced("g") : QString();
+        },
         [&] { return checkPatience(run); },
         [&] { return filesLeftOpen(run); },
-        [&] { return checkBoxCount(run, errorsOf(story)); },
+        [&] { return checkBoxCount(run, errorsOf(scenario)); },
     });
 }
 
-Cell cellOf(const std::function<Story()> &tell, const QString &title)
+Cell cellOf(const std::function<Scenario()> &make, const QString &title)
 {
-    const Story story = tell();
+    const Scenario scenario = make();
     Cell cell;
     cell.title = title;
-    cell.scene = sceneOf(story);
-    cell.operations = operationsOf(story);
-    cell.check = [tell](const SimRun &run) { return checkStory(run, tell()); };
+    cell.scene = sceneOf(scenario);
+    cell.operations = operationsOf(scenario);
+    cell.check = [make](const SimRun &run) { return checkScenario(run, make()); };
     return cell;
 }

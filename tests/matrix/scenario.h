@@ -19,7 +19,7 @@ struct Try
 
 // A device that is tried to be updated until it works: each try is one more operation of the
 // dialog, and the last one goes well.
-struct Story
+struct Scenario
 {
     DeviceModel device; // at first
     QByteArray words;   // of the scene, about it
@@ -43,17 +43,17 @@ Try goodTry(const DeviceModel &device, const Script &script);
 DeviceModel deviceAfter(DeviceModel device, const Try &one);
 DeviceModel deviceBeforeNext(DeviceModel device, const Try &one);
 
-// The scene of a story, and what capso-clicker is to do.
-QByteArray sceneOf(const Story &story);
-QStringList operationsOf(const Story &story);
+// The scene of a scenario, and what capso-clicker is to do.
+QByteArray sceneOf(const Scenario &scenario);
+QStringList operationsOf(const Scenario &scenario);
 
 // What is wrong with its run: the signals, the dialog, every request that the device saw, and what
 // it holds, after each try. At last it must hold the last package, and run it.
-QString checkStory(const SimRun &run, const Story &story);
+QString checkScenario(const SimRun &run, const Scenario &scenario);
 
 // What a state of the device says of the memories of these images; what it must say.
 QStringList memoriesOf(const QJsonObject &state, const Images &images);
 QStringList memoriesHolding(const Images &images);
 
-// A cell of a story that is told anew whenever it is needed, since there may be very many.
-Cell cellOf(const std::function<Story()> &tell, const QString &title);
+// A cell of a scenario that is made anew whenever it is needed, since there may be very many.
+Cell cellOf(const std::function<Scenario()> &make, const QString &title);
