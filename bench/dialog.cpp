@@ -53,10 +53,10 @@ template<typename T> T *child(UpdateRepair &dialog, const char *name)
 }
 
 // Waits for the scan, updates the first device, and quits when the bar says how it ended.
-class Drive : public QObject
+class UpdateStarter : public QObject
 {
 public:
-    Drive(UpdateRepair &driven, const QString &package, StallMeter &meter) : dialog(driven)
+    UpdateStarter(UpdateRepair &window, const QString &package, StallMeter &meter) : dialog(window)
     {
         QObject::connect(&timer, &QTimer::timeout, this, [this, package, &meter] {
             if (!started) {
@@ -111,7 +111,7 @@ int main(int argc, char **argv)
         UpdateRepair dialog;
         dialog.show();
         StallMeter meter;
-        const Drive drive(dialog, QString::fromLocal8Bit(argv[1]), meter);
+        const UpdateStarter starter(dialog, QString::fromLocal8Bit(argv[1]), meter);
         result = QApplication::exec();
         std::printf("{\"longest_ms\": %.3f}\n", meter.longestMs());
     }

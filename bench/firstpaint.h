@@ -15,8 +15,8 @@ class FirstPaint : public QObject
 public:
     static void watch()
     {
-        static FirstPaint watcher;
-        qApp->installEventFilter(&watcher);
+        static FirstPaint s_watcher;
+        qApp->installEventFilter(&s_watcher);
     }
 
     bool eventFilter(QObject *watched, QEvent *event) override

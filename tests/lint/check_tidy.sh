@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Fails when clang-tidy finds something in src/, simulator/ or tests/, each with its own .clang-tidy.
+# Fails when clang-tidy finds something in src/, bench/, simulator/ or tests/, each with its own .clang-tidy.
 # Usage: check_tidy.sh BUILD, in the project's root; BUILD holds compile_commands.json and the generated sources.
 set -euo pipefail
 # shellcheck source=tests/lint/pinned.sh
@@ -26,7 +26,7 @@ END
 # The build is gcc's: what clang alone warns of in a strict one (-Werror) is nobody's concern here.
 code=0
 output=$("$runner" -clang-tidy-binary "$(command -v "$tidy")" -quiet -p "$commands" -j "${CAPSO_TIDY_JOBS:-2}" \
-    -extra-arg=-Wno-error "^$PWD/(src|simulator|tests)/.*\\.cpp$" 2>&1) || code=$?
+    -extra-arg=-Wno-error "^$PWD/(src|bench|simulator|tests)/.*\\.cpp$" 2>&1) || code=$?
 
 # The size of a function is a warning, which does not make clang-tidy fail: the tables of Qt Test's _data() may be as
 # long as they are.
