@@ -1,6 +1,7 @@
 #include "devicetest.h"
 
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QTest>
 
 // What an operation costs, in a measure that no other load of the machine can change: the calls of
@@ -14,6 +15,7 @@ private slots:
     void aScanTakesSevenTransfers();
     void anUpdateTakesItsBlocksAndWhatIsAroundThem_data();
     void anUpdateTakesItsBlocksAndWhatIsAroundThem();
+    void theLoopThatTellsUpdatesABitstreamAsTheProgramDoes();
 };
 
 namespace {
@@ -75,9 +77,11 @@ void TestCalls::aScanTakesSevenTransfers()
     RUN(program);
     QCOMPARE(addedCalls(program.controlAnswers()), callsFor(7));
 
-    SimRun loop(sceneOf(velk3), {"scan", "1"}, CAPSO_BENCH_LOOP);
-    RUN(loop);
-    QCOMPARE(loop.state("g")["calls"].toObject(), callsFor(7));
+    for (const char *floor : {CAPSO_BENCH_LOOP, CAPSO_BENCH_FLOOR}) {
+        SimRun loop(sceneOf(velk3), {"scan", "1"}, floor);
+        RUN(loop);
+        QCOMPARE(loop.state("g")["calls"].toObject(), callsFor(7));
+    }
 }
 
 void TestCalls::anUpdateTakesItsBlocksAndWhatIsAroundThem_data()
@@ -113,6 +117,25 @@ void TestCalls::anUpdateTakesItsBlocksAndWhatIsAroundThem()
     RUN(loop);
     COMPARE_MEMORIES(loop, images);
     QCOMPARE(loop.state("g")["calls"].toObject(), callsFor(transfers));
+}
+
+// Three blocks with a poll each, and what is around those of a bitstream.
+void TestCalls::theLoopThatTellsUpdatesABitstreamAsTheProgramDoes()
+{
+    const Images images = makeImages(velk3, 4100, 8196);
+    SimRun program(sceneOf(velk3, s_alwaysReady),
+                   {"scan", "update", "S1", save("velk3", velk3, images)});
+    RUN(program);
+    static const QRegularExpression s_ofABitstream("^[<>] c[1234] ");
+    const QStringList requests = program.transcript().texts("g").filter(s_ofABitstream);
+
+    SimRun floor(sceneOf(velk3, s_alwaysReady), {"update", save("fpga", images.fpga)},
+                 CAPSO_BENCH_FLOOR);
+    RUN(floor);
+    QCOMPARE(floor.memory("g", "fpga"), images.fpga);
+    QCOMPARE(floor.transcript().texts("g", {SimLine::Vendor}), requests);
+    QCOMPARE(requests.size(), 2 * 3 + 6);
+    QCOMPARE(floor.state("g")["calls"].toObject(), callsFor(2 * 3 + 6));
 }
 
 QTEST_GUILESS_MAIN(TestCalls)

@@ -58,6 +58,8 @@ private slots:
     void aDenialOfTheLastDeviceEndsTheScan();
     void aDenialOfAnEarlierDeviceDoesNotEndTheScan();
     void aDenialFollowedByAStrangerIsNotTheLast();
+    void aDenialIsReportedOnceInEachPass_data();
+    void aDenialIsReportedOnceInEachPass();
     void deniedDevicesDoNotCountAsFailed();
 
     void scansRunOneAfterAnother();
@@ -448,6 +450,32 @@ void TestDeviceScanner::aDenialFollowedByAStrangerIsNotTheLast()
     installer::answer({0, -2, -2});
     QCOMPARE(scan(), (QStringList{s_denied, "device a 0", s_denied, "complete"}));
     QCOMPARE(bus.callsOf("get_device_list").size(), 2);
+}
+
+void TestDeviceScanner::aDenialIsReportedOnceInEachPass_data()
+{
+    QTest::addColumn<int>("passes");
+    QTest::newRow("one pass") << 1;
+    QTest::newRow("two passes") << 2;
+    QTest::newRow("three passes") << 3;
+}
+
+void TestDeviceScanner::aDenialIsReportedOnceInEachPass()
+{
+    QFETCH(int, passes);
+    ScriptedUsb bus;
+    named(bus, "a", 0xE5C1, 0x3601)->openResult = LIBUSB_ERROR_ACCESS;
+    libusb_device *other = named(bus, "b", 0xE5C1, 0x3621);
+    QStringList expected{s_denied, "device b 0", "complete"};
+    std::deque<int> installations{-2};
+    for (int pass = 1; pass < passes; ++pass) {
+        other->openResults.push_back(LIBUSB_ERROR_ACCESS); // and a driver is installed for it
+        expected.prepend(s_denied);
+        installations.insert(installations.end(), {0, -2});
+    }
+    installer::answer(installations);
+    QCOMPARE(scan(), expected);
+    QCOMPARE(bus.callsOf("get_device_list").size(), passes);
 }
 
 void TestDeviceScanner::deniedDevicesDoNotCountAsFailed()

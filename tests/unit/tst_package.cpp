@@ -157,8 +157,11 @@ void TestPackage::anUnsupportedKeyIsShownAsItIs_data()
     QTest::newRow("empty line, then a product") << QByteArray("\nvelk3\n") << "";
     for (const int length : {1, 14, 15, 16, 29, 30, 31, 40}) {
         const QByteArray line = letters.left(length);
-        QTest::addRow("%d bytes", length) << line + "\nrest\n" << QString(line);
-        QTest::addRow("%d bytes without line feed", length) << line << QString(line);
+        // It is read in pieces of 15 bytes, which make one key.
+        const char *pieces = length > 15 ? "over 15, in pieces" : "in one piece";
+        QTest::addRow("a first line of %d bytes, %s", length, pieces) << line + "\nrest\n"
+                                                                      << QString(line);
+        QTest::addRow("%d bytes without line feed, %s", length, pieces) << line << QString(line);
     }
     QTest::newRow("carriage return") << QByteArray("sorn3\r\n") << "sorn3\r";
     QTest::newRow("blank after it") << QByteArray("velk3 \n") << "velk3 ";

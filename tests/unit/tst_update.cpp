@@ -4,6 +4,7 @@
 
 #include "updatetask.h"
 
+#include <QRegularExpression>
 #include <QSemaphore>
 #include <QtTest>
 
@@ -38,6 +39,10 @@ private slots:
     void anUnknownBitstreamProtocolIsNotGuessed();
     void anyFailingCallGivesTheDeviceBack();
 
+    void anEdidRequestWaitsTenSecondsAndEveryOtherOne_data();
+    void anEdidRequestWaitsTenSecondsAndEveryOtherOne();
+    void aPollThatTimesOutFailsAfterItsOneSecond_data();
+    void aPollThatTimesOutFailsAfterItsOneSecond();
     void statusIsPolledUntilTheDeviceIsReady_data();
     void statusIsPolledUntilTheDeviceIsReady();
     void aStatusWithoutBytesCountsAsBusy();
@@ -453,6 +458,59 @@ void TestUpdate::anyFailingCallGivesTheDeviceBack()
         return run.bus.fallibleCalls();
     };
     failEachCallOnce(attempt, 21);
+}
+
+void TestUpdate::anEdidRequestWaitsTenSecondsAndEveryOtherOne_data()
+{
+    QTest::addColumn<QByteArray>("product");
+    QTest::addColumn<int>("edidRequests");
+    QTest::newRow("velk3") << QByteArray("velk3") << 3;
+    QTest::newRow("velk3_4k") << QByteArray("velk3_4k") << 3;
+    QTest::newRow("sorn3, which takes no EDID") << QByteArray("sorn3") << 0;
+}
+
+void TestUpdate::anEdidRequestWaitsTenSecondsAndEveryOtherOne()
+{
+    QFETCH(QByteArray, product);
+    QFETCH(int, edidRequests);
+    const ProductFacts &facts = productOf(product);
+    UpdateRun run;
+    const auto *device = run.bus.plug("a", facts.runningId);
+    QVERIFY(run.run(recordOf(device), packageEntries(facts, smallContent(facts)))
+                .contains("progress 100"));
+    int ofTheEdid = 0;
+    for (const QString &transfer : run.bus.describedTransfers()) {
+        const bool edid = QStringList{"> cf", "> d2", "> d4"}.contains(transfer.left(4));
+        QVERIFY2(transfer.endsWith(edid ? " t10000" : " t1000"), qPrintable(transfer));
+        ofTheEdid += edid ? 1 : 0;
+    }
+    QCOMPARE(ofTheEdid, edidRequests);
+}
+
+void TestUpdate::aPollThatTimesOutFailsAfterItsOneSecond_data()
+{
+    QTest::addColumn<int>("request");
+    QTest::newRow("FX3_STATUS, which is said of the FPGA too") << 0xC8;
+    QTest::newRow("FPGA_STATUS") << 0xC4;
+}
+
+// It is given its second once, and is not asked again.
+void TestUpdate::aPollThatTimesOutFailsAfterItsOneSecond()
+{
+    QFETCH(int, request);
+    UpdateRun run;
+    run.bus.answer(static_cast<quint8>(request), {LIBUSB_ERROR_TIMEOUT});
+    const auto *device = run.bus.plug("a", velk3.runningId);
+    const QStringList events =
+        run.run(recordOf(device), packageEntries(velk3, smallContent(velk3)));
+    QCOMPARE(
+        events.mid(events.size() - 2),
+        (QStringList{"error Error: failed to connect to FPGA: LIBUSB_ERROR_TIMEOUT", "complete"}));
+    const QString poll = QString::asprintf("< %02x v0 i0 1 t1000", request);
+    QCOMPARE(run.bus.describedTransfers().filter(
+                 QRegularExpression(QString::asprintf("^< %02x ", request))),
+             QStringList{poll});
+    QCOMPARE(run.bus.describedTransfers().last(), poll);
 }
 
 void TestUpdate::statusIsPolledUntilTheDeviceIsReady_data()
