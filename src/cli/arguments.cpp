@@ -55,10 +55,9 @@ CommandLine ended(const CLI::App &app, const CLI::ParseError &reason)
 Output::Form formOf(const std::vector<std::string> &arguments)
 {
     // CLI11 takes a flag with a value as well: "--json=true", "--json=1", and what denies it.
-    static const std::regex s_asked("--json(=(?!(false|off|no|disable|0|f|n|-)$).*)?",
-                                    std::regex::icase);
-    const auto asksForJson = [](const std::string &word) {
-        return std::regex_match(word, s_asked);
+    const std::regex asked("--json(=(?!(false|off|no|disable|0|f|n|-)$).*)?", std::regex::icase);
+    const auto asksForJson = [&asked](const std::string &word) {
+        return std::regex_match(word, asked);
     };
     return std::any_of(arguments.begin(), arguments.end(), asksForJson) ? Output::Form::Json
                                                                         : Output::Form::Text;

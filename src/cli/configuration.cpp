@@ -31,21 +31,23 @@ Answer Configuration::readWhole(const DeviceDescription &device, uint8_t request
 Answer Configuration::readOver(quint8 filling, const DeviceDescription &device, uint8_t request,
                                int size, uint16_t index)
 {
-    return ask([&] {
+    const auto send = [&] {
         const ConfigDeviceDataPtr data = makeConfigDeviceData(std::size_t(size));
         std::memset(data.data(), filling, std::size_t(size));
         emit task.getConfigDeviceData(device, request, data, uint16_t(size), index, 0);
-    });
+    };
+    return ask(send);
 }
 
 Answer Configuration::write(const DeviceDescription &device, uint8_t request,
                             const QByteArray &record, uint16_t index)
 {
-    return ask([&] {
+    const auto send = [&] {
         const ConfigDeviceDataPtr data = makeConfigDeviceData(std::size_t(record.size()));
         std::memcpy(data.data(), record.constData(), std::size_t(record.size()));
         emit task.setConfigDeviceData(device, request, data, uint16_t(record.size()), index, 0);
-    });
+    };
+    return ask(send);
 }
 
 Answer Configuration::ask(const std::function<void()> &request)

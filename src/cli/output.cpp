@@ -90,7 +90,7 @@ void Output::result(const QString &text, const QJsonObject &object)
 {
     if (isJson()) {
         this->object(object);
-    } else if (!text.isEmpty()) {
+    } else {
         line(text);
     }
 }

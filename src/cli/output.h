@@ -29,8 +29,7 @@ public:
     // Standard error is a terminal on which a line can be written anew.
     bool showsProgressLine() const { return errorTerminal; }
 
-    // One result: `text` for people, `object` for scripts, on a line of its own. An empty text
-    // prints no line.
+    // One result: `text` for people, `object` for scripts, on a line of its own.
     void result(const QString &text, const QJsonObject &object);
     // The part of a result that only people, or only scripts, are given.
     void line(const QString &text);

@@ -10,7 +10,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <memory>
 
 namespace {
@@ -49,12 +48,14 @@ bool holdsEdidOnly(const Package &package)
 
 bool repairs(const Inspection &inspection)
 {
-    // Of several entries with one name the first counts.
-    const auto sandbox =
-        std::find_if(inspection.entries.begin(), inspection.entries.end(),
-                     [](const InspectedEntry &entry) { return entry.role == Role::Sandbox; });
-    return inspection.package.refusal.isEmpty() && !holdsEdidOnly(inspection.package) &&
-           sandbox != inspection.entries.end() && sandbox->failure.isEmpty();
+    for (const InspectedEntry &entry : inspection.entries) {
+        if (entry.role == Role::Sandbox) {
+            // Of several entries with one name the first counts.
+            return inspection.package.refusal.isEmpty() && !holdsEdidOnly(inspection.package) &&
+                   entry.failure.isEmpty();
+        }
+    }
+    return false;
 }
 
 QStringList idTexts(const std::set<ProductId> &ids)

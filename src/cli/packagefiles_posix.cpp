@@ -46,7 +46,8 @@ PackageFile::~PackageFile()
 bool PackageFile::isRegular() const
 {
     struct stat facts = {};
-    return fstat(int(file), &facts) == 0 && S_ISREG(facts.st_mode);
+    fstat(int(file), &facts);
+    return S_ISREG(facts.st_mode);
 }
 
 std::ptrdiff_t PackageFile::read(char *to, std::size_t most) const

@@ -1,7 +1,6 @@
 #include "standardfiles.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 
 #include <fcntl.h>
@@ -13,7 +12,7 @@ constexpr int s_afterStandard = STDERR_FILENO + 1;
 
 bool isClosed(int file)
 {
-    return fcntl(file, F_GETFD) == -1 && errno == EBADF;
+    return fcntl(file, F_GETFD) == -1;
 }
 
 // Moves the end of a pipe out of the standard files' places.

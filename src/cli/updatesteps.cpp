@@ -3,6 +3,8 @@
 #include "cli.h"
 #include "package.h"
 
+#include <algorithm>
+
 namespace {
 
 // Where the images begin: after the checks, or once the sandbox runs.
@@ -16,7 +18,7 @@ UpdateSteps::UpdateSteps(const Package &package, quint32 mode)
     const bool hasImages = package.missing.isEmpty();
     const int count = (hasImages ? 2 : 0) + (package.edidPresent ? 1 : 0);
     int at = mode == DeviceMode::Normal ? s_checked : s_sandboxRuns;
-    const int share = count == 0 ? 0 : (100 - at) / count;
+    const int share = (100 - at) / std::max(count, 1);
 
     steps.push_back({0, Cli::tr("checking")});
     if (mode != DeviceMode::Normal) {
