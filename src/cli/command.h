@@ -1,6 +1,7 @@
 #pragma once
 
 #include "exitstatus.h"
+#include "usbview.h"
 
 #include <array>
 #include <functional>
@@ -20,6 +21,7 @@ struct Session
     // Something was written to a device. The exit status then tells of the device, whether or not
     // standard output took the result.
     bool wroteDevice = false;
+    usbview::Places places = {}; // where the system shows its USB devices
 
     // To be called before. Neither a signal nor a reader who takes nothing stops it from now on.
     void beginWriting();

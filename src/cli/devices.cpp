@@ -46,9 +46,9 @@ Devices scan()
     return result;
 }
 
-void addWhatTheSystemShows(Devices &devices)
+void addWhatTheSystemShows(Devices &devices, const usbview::Places &places)
 {
-    const auto shown = usbview::recognisedDevices();
+    const auto shown = usbview::recognisedDevices(places);
     if (!shown) {
         return;
     }
@@ -82,10 +82,10 @@ void markTellingSerials(std::vector<ListedDevice> &devices)
 
 } // namespace
 
-Devices findDevices()
+Devices findDevices(const usbview::Places &places)
 {
     Devices devices = scan();
-    addWhatTheSystemShows(devices);
+    addWhatTheSystemShows(devices, places);
     markTellingSerials(devices.all);
     return devices;
 }

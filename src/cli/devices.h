@@ -33,7 +33,7 @@ struct Devices
 
 // Scans the buses, and asks the system for the devices that the scan left out. Takes as long as the
 // devices take to answer.
-Devices findDevices();
+Devices findDevices(const usbview::Places &places);
 
 // A device that the scan has not described.
 ListedDevice asTheSystemShows(const usbview::SystemDevice &system);

@@ -47,9 +47,9 @@ QString yesOrNo(bool yes)
 // The program as a shell would call it.
 QString quotedProgram()
 {
-    static const QRegularExpression s_special(QStringLiteral("[^A-Za-z0-9_./+-]"));
+    const QRegularExpression special(QStringLiteral("[^A-Za-z0-9_./+-]"));
     QString path = QCoreApplication::applicationFilePath();
-    if (!path.contains(s_special)) {
+    if (!path.contains(special)) {
         return path;
     }
     path.replace(QLatin1Char('\''), QLatin1String("'\\''"));
@@ -98,7 +98,7 @@ public:
             showCommand(finding.command);
         }
         output.object({{"devices", devices},
-                       {"rules", machine.rules.work() ? machine.rules.file : QString()},
+                       {"rules", machine.rules.inForce()},
                        {"problems", toJson(findings)},
                        {"status", int(status)}});
         return status;
@@ -137,7 +137,7 @@ ExitStatus doctor(Session &session, bool rulesAlone)
         output.object({{"rulesText", rules}});
         return ExitStatus::Done;
     }
-    const auto devices = usbview::recognisedDevices();
+    const auto devices = usbview::recognisedDevices(session.places);
     if (!devices) {
         return output.failure(
             ExitStatus::Failed,

@@ -60,7 +60,7 @@ void listAsText(Output &output, const Devices &devices)
 ExitStatus list(Session &session)
 {
     Output &output = session.output;
-    const Devices devices = findDevices();
+    const Devices devices = findDevices(session.places);
     QJsonArray array;
     for (const ListedDevice &device : devices.all) {
         array.append(toJson(device));

@@ -40,8 +40,8 @@ using Modes = std::array<UserMode, s_modeCount>;
 
 std::optional<Size> parseSize(const QString &text)
 {
-    static const QRegularExpression s_pattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})\\z"));
-    const QRegularExpressionMatch match = s_pattern.match(text);
+    const QRegularExpression pattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})\\z"));
+    const QRegularExpressionMatch match = pattern.match(text);
     bool widthFits = false;
     bool heightFits = false;
     const quint16 width = match.captured(1).toUShort(&widthFits);
@@ -176,12 +176,11 @@ ExitStatus modes(Session &session, const TargetArguments &arguments)
         Modes modes{};
         const QString error = readModes(configuration, device, modes);
         if (!error.isEmpty()) {
-            return requestFailed(session.output, device, error);
+            return requestFailed(session, device, error);
         }
         const Written written = writeModes(session, configuration, device, changes, modes);
         if (!written.error.isEmpty()) {
-            return requestFailed(session.output, device, written.text(),
-                                 {{"written", written.toJson()}});
+            return requestFailed(session, device, written.text(), {{"written", written.toJson()}});
         }
         show(session.output, device, modes);
         return ExitStatus::Done;

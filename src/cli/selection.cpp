@@ -25,8 +25,8 @@ Selection nothing(ExitStatus status, const QString &error)
 
 bool isPortPath(const QString &name)
 {
-    static const QRegularExpression s_path(QStringLiteral("^[0-9]+-[0-9]+([.][0-9]+)*\\z"));
-    return s_path.match(name).hasMatch();
+    const QRegularExpression path(QStringLiteral("^[0-9]+-[0-9]+([.][0-9]+)*\\z"));
+    return path.match(name).hasMatch();
 }
 
 bool hasName(const ListedDevice &device, const QString &name)
@@ -34,7 +34,8 @@ bool hasName(const ListedDevice &device, const QString &name)
     if (name.isEmpty()) {
         return false; // and not that of a device whose serial number is empty
     }
-    return device.portPath() == name || (device.usable && device.description.serialNumber == name);
+    const QString portPath = device.portPath();
+    return portPath == name || (device.usable && device.description.serialNumber == name);
 }
 
 Selection cannotBeUsed(const ListedDevice &device)
@@ -97,8 +98,9 @@ Selection noneFits(const Devices &devices)
 // Of "1-2.3" the 3: all that a repair looks at.
 QString lastPort(const QString &portPath)
 {
-    static const QRegularExpression s_separator(QStringLiteral("[-.]"));
-    return portPath.section(s_separator, -1);
+    const auto separator =
+        std::max(portPath.lastIndexOf(QLatin1Char('-')), portPath.lastIndexOf(QLatin1Char('.')));
+    return portPath.mid(separator + 1);
 }
 
 bool isInGroup(const std::set<ProductId> &ids, ProductId id)
@@ -216,9 +218,9 @@ ExitStatus statusOf(const ListedDevice &unusable)
     return kept ? ExitStatus::NoAccess : ExitStatus::Failed;
 }
 
-ExitStatus statusNow(const ListedDevice &device)
+ExitStatus statusNow(const ListedDevice &device, const usbview::Places &places)
 {
-    const auto shown = usbview::recognisedDevices();
+    const auto shown = usbview::recognisedDevices(places);
     const DeviceDescription &description = device.description;
     const usbview::SystemDevice *system =
         shown ? usbview::find(*shown, description.busNumber, description.deviceAddress) : nullptr;
@@ -226,15 +228,17 @@ ExitStatus statusNow(const ListedDevice &device)
                                                                    : ExitStatus::Failed;
 }
 
-std::optional<ListedDevice> closedSandbox(const ProductInfo &product, const ListedDevice &device)
+std::optional<ListedDevice> closedSandbox(const ProductInfo &product, const ListedDevice &device,
+                                          const usbview::Places &places)
 {
-    const auto shown = usbview::recognisedDevices();
+    const auto shown = usbview::recognisedDevices(places);
     if (!shown) {
         return std::nullopt;
     }
+    const QString portPath = device.portPath();
     const auto found =
         std::find_if(shown->begin(), shown->end(), [&](const usbview::SystemDevice &other) {
-            return other.portPath == device.portPath() &&
+            return other.portPath == portPath &&
                    other.deviceAddress != device.description.deviceAddress &&
                    product.sandboxIds.count(other.id) != 0 &&
                    other.obstacle() != usbview::Obstacle::None;

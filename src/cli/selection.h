@@ -61,7 +61,8 @@ ExitStatus report(Output &output, const Selection &selection);
 ExitStatus statusOf(const ListedDevice &unusable);
 // The status of a request that failed: what the system shows of the device now tells whether the
 // device refused it, or this program was kept from the device.
-ExitStatus statusNow(const ListedDevice &device);
+ExitStatus statusNow(const ListedDevice &device, const usbview::Places &places);
 // The sandbox as which a device in repair has come back to its port, and that this program is kept
 // from. No value if there is none.
-std::optional<ListedDevice> closedSandbox(const ProductInfo &product, const ListedDevice &device);
+std::optional<ListedDevice> closedSandbox(const ProductInfo &product, const ListedDevice &device,
+                                          const usbview::Places &places);

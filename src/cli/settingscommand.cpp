@@ -91,7 +91,7 @@ ExitStatus settings(Session &session, const TargetArguments &arguments)
     return withTarget(session, arguments, [&](Configuration &configuration, const auto &device) {
         const Answer read = configuration.readWhole<quint8>(device.description, GET_DEVICE_FLAGS);
         if (!read.succeeded()) {
-            return requestFailed(output, device, read.error);
+            return requestFailed(session, device, read.error);
         }
         auto flags = read.as<quint8>();
         if (!arguments.assignments().empty()) {
@@ -100,7 +100,7 @@ ExitStatus settings(Session &session, const TargetArguments &arguments)
             const Answer written = configuration.write(device.description, SET_DEVICE_FLAGS,
                                                        QByteArray(1, char(flags)));
             if (!written.succeeded()) {
-                return requestFailed(output, device, written.error);
+                return requestFailed(session, device, written.error);
             }
         }
         show(output, device, flags);

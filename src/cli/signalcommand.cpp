@@ -55,15 +55,15 @@ QJsonObject toJson(const ListedDevice &device, const Status &status)
     return object;
 }
 
-ExitStatus failed(Output &output, const ListedDevice &device, const Status &status)
+ExitStatus failed(Session &session, const ListedDevice &device, const Status &status)
 {
-    return requestFailed(output, device,
+    return requestFailed(session, device,
                          QStringLiteral("%1 (%2)").arg(status.text(), status.error));
 }
 
-bool hasGone(const ListedDevice &device)
+bool hasGone(const ListedDevice &device, const usbview::Places &places)
 {
-    const auto shown = usbview::recognisedDevices();
+    const auto shown = usbview::recognisedDevices(places);
     return shown &&
            !usbview::find(*shown, device.description.busNumber, device.description.deviceAddress);
 }
@@ -83,8 +83,8 @@ ExitStatus watch(Session &session, Configuration &configuration, const ListedDev
     std::optional<QJsonObject> shown;
     for (;;) {
         const Status status = readStatus(configuration, device);
-        if (!status.error.isEmpty() && hasGone(device)) {
-            return failed(session.output, device, status);
+        if (!status.error.isEmpty() && hasGone(device, session.places)) {
+            return failed(session, device, status);
         }
         const QJsonObject now = toJson(device, status);
         if (now != shown) {
@@ -107,7 +107,7 @@ ExitStatus signal(Session &session, const TargetArguments &arguments, bool watch
         }
         const Status status = readStatus(configuration, device);
         if (!status.error.isEmpty()) {
-            return failed(session.output, device, status);
+            return failed(session, device, status);
         }
         session.output.result(status.text(), toJson(device, status));
         return ExitStatus::Done;

@@ -53,7 +53,7 @@ CommandRun declareTarget(CLI::App &app, const char *valueName, const char *value
 
 ExitStatus withTarget(Session &session, const TargetArguments &arguments, const TargetWork &work)
 {
-    const Devices devices = findDevices();
+    const Devices devices = findDevices(session.places);
     const Selection selection = arguments.select(devices);
     if (selection.status != ExitStatus::Done) {
         return report(session.output, selection);
@@ -62,9 +62,9 @@ ExitStatus withTarget(Session &session, const TargetArguments &arguments, const 
     return work(configuration, *selection.devices.front());
 }
 
-ExitStatus requestFailed(Output &output, const ListedDevice &device, const QString &text,
+ExitStatus requestFailed(Session &session, const ListedDevice &device, const QString &text,
                          const QJsonObject &details)
 {
-    return output.failure(statusNow(device), QStringLiteral("%1: %2").arg(nameOf(device), text),
-                          details);
+    return session.output.failure(statusNow(device, session.places),
+                                  QStringLiteral("%1: %2").arg(nameOf(device), text), details);
 }

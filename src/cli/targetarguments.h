@@ -53,5 +53,5 @@ ExitStatus withTarget(Session &session, const TargetArguments &arguments, const 
 
 // Says that a request to the device failed. Returns the status that this comes to, which depends on
 // whether the system shows why.
-ExitStatus requestFailed(Output &output, const ListedDevice &device, const QString &text,
+ExitStatus requestFailed(Session &session, const ListedDevice &device, const QString &text,
                          const QJsonObject &details = {});

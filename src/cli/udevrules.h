@@ -14,6 +14,8 @@ struct UdevRules
     bool differs = false;
 
     bool work() const { return !file.isEmpty() && !masked; }
+    // The file that udev obeys; empty when it obeys none.
+    QString inForce() const { return masked ? QString() : file; }
 };
 
 UdevRules installedUdevRules(const QString &root = QString());

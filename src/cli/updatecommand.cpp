@@ -112,7 +112,7 @@ private:
             return Cli::tr("the package holds an EDID only and repairs no device");
         }
         // As the bus is now: the repair before this one has left a sandbox behind.
-        const auto shown = usbview::recognisedDevices();
+        const auto shown = usbview::recognisedDevices(session.places);
         const usbview::SystemDevice *other =
             shown ? mistakableSandbox(*package.product, device, *shown) : nullptr;
         return other ? Cli::tr("it might be taken for the device at %1, which runs its repair "
@@ -146,7 +146,7 @@ private:
         if (device.description.mode == DeviceMode::Normal) {
             return {};
         }
-        const auto sandbox = closedSandbox(*package.product, device);
+        const auto sandbox = closedSandbox(*package.product, device, session.places);
         if (!sandbox) {
             return {};
         }
@@ -242,7 +242,7 @@ ExitStatus update(Session &session, const Arguments &arguments)
     if (!package.refusal.isEmpty()) {
         return session.output.failure(ExitStatus::Failed, package.refusal);
     }
-    const Devices devices = findDevices();
+    const Devices devices = findDevices(session.places);
     const Selection selection = select(devices, arguments, package);
     if (selection.status != ExitStatus::Done) {
         return report(session.output, selection);

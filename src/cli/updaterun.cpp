@@ -112,7 +112,8 @@ UpdateResult updateDevice(Session &session, const ListedDevice &device, const QS
         result.error = Cli::tr("the update did not take place");
     }
     if (!result.error.isEmpty()) {
-        result.status = percent <= s_checked ? statusNow(device) : ExitStatus::Failed;
+        result.status =
+            percent <= s_checked ? statusNow(device, session.places) : ExitStatus::Failed;
     }
     return result;
 }
