@@ -12,9 +12,9 @@ const std::array<const Command *, 7> s_commands{
 
 void Session::beginWriting()
 {
+    output.hurry();
     wroteDevice = true;
     Interrupts::keep();
-    output.hurry();
 }
 
 ExitStatus runSafely(const CommandRun &run, Session &session)

@@ -23,7 +23,8 @@ struct Session
     bool wroteDevice = false;
     usbview::Places places = {}; // where the system shows its USB devices
 
-    // To be called before. Neither a signal nor a reader who takes nothing stops it from now on.
+    // To be called before. Neither a signal nor a reader who takes nothing stops it from now on;
+    // throws where the system gives no thread to keep that.
     void beginWriting();
 };
 

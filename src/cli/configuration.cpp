@@ -3,10 +3,16 @@
 #include "cli.h"
 #include "devicedescription.h"
 #include "interrupts.h"
+#include "thread.h"
 
 #include <QEventLoop>
 
 #include <cstring>
+
+Configuration::Configuration()
+{
+    requireThread(task.hasThread());
+}
 
 Answer Configuration::read(const DeviceDescription &device, uint8_t request, int size,
                            uint16_t index)

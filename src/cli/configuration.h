@@ -28,10 +28,13 @@ struct Answer
     }
 };
 
-// Configuration requests one after another, each of which is waited for.
+// Configuration requests one after another, each of which is waited for. Throws where the system
+// gives no thread for them.
 class Configuration
 {
 public:
+    Configuration();
+
     // Where the device sends less than the record, or nothing, the rest is 0, as the dialog has it.
     template<typename Record>
     Answer read(const DeviceDescription &device, uint8_t request, uint16_t index = 0)

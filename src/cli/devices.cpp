@@ -4,6 +4,7 @@
 #include "devicescanner.h"
 #include "displaytexts.h"
 #include "interrupts.h"
+#include "thread.h"
 
 #include <QEventLoop>
 
@@ -35,6 +36,7 @@ Devices scan()
     Devices result;
     const Interrupts::Busy busy;
     DeviceScanner scanner;
+    requireThread(scanner.hasThread());
     QEventLoop loop;
     QObject::connect(&scanner, &DeviceScanner::newDevice, &loop,
                      [&](const DeviceDescription &description) { add(result.all, description); });

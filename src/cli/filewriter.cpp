@@ -40,10 +40,25 @@ struct FileWriter::Shared
                 lock.lock();
                 error = failure;
             }
-            waiting.pop_front();
-            waitingBytes -= bytes.size();
-            changed.notify_all();
+            removeFirst();
         }
+    }
+    // In its place, where there is none. The caller holds the mutex, so that what others add waits
+    // for its turn.
+    void writeNow()
+    {
+        while (!waiting.empty()) {
+            if (error == 0) {
+                error = writeAll(file, waiting.front());
+            }
+            removeFirst();
+        }
+    }
+    void removeFirst()
+    {
+        waitingBytes -= waiting.front().size();
+        waiting.pop_front();
+        changed.notify_all();
     }
 
     const int file;
@@ -68,13 +83,27 @@ FileWriter::~FileWriter()
     shared->changed.notify_all();
 }
 
+bool FileWriter::start()
+{
+    const std::lock_guard<std::mutex> lock(shared->mutex);
+    return startLocked();
+}
+
+// The caller holds the mutex.
+bool FileWriter::startLocked()
+{
+    if (!shared->running) {
+        shared->running = startUninterrupted([kept = shared] { kept->writeUntilEnd(); });
+    }
+    return shared->running;
+}
+
 void FileWriter::add(const QByteArray &bytes)
 {
     const std::lock_guard<std::mutex> lock(shared->mutex);
     shared->add(bytes);
-    if (!shared->running) {
-        shared->running = true;
-        startUninterrupted([kept = shared] { kept->writeUntilEnd(); });
+    if (!startLocked()) {
+        shared->writeNow();
     }
 }
 

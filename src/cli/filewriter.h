@@ -7,7 +7,8 @@
 
 // Writes to a file on a thread of its own, so that a reader who takes nothing (a pager, a terminal
 // that was stopped with Ctrl+S) stops nobody else. What is added is written in the order in which
-// it was added. The thread begins with the first addition.
+// it was added. The thread begins with the first addition, or with start(); where the system gives
+// none, whoever adds writes.
 class FileWriter
 {
 public:
@@ -20,7 +21,11 @@ public:
     // How much may wait before addIfRoom() drops, in bytes.
     static constexpr qint64 Room = qint64{1024} * 1024;
 
-    // Any thread, at once. Once a write has failed, nothing more is written.
+    // Whether there is a thread now.
+    bool start();
+
+    // Any thread; at once where there is a thread. Once a write has failed, nothing more is
+    // written.
     void add(const QByteArray &bytes);
     // The same for what may be missing: as long as too much waits already, it is dropped. The next
     // addition is then preceded by a line that says how many were.
@@ -39,6 +44,8 @@ public:
 
 private:
     struct Shared; // with the thread, which may outlive this object
+
+    bool startLocked();
 
     const std::shared_ptr<Shared> shared;
     bool live = true;

@@ -2,6 +2,7 @@
 
 #include "interrupts.h"
 #include "standardstreams.h"
+#include "thread.h"
 
 #include <QByteArray>
 #include <QJsonDocument>
@@ -175,6 +176,7 @@ void Output::diagnostic(const QString &text)
 
 void Output::hurry()
 {
+    requireThread(results.start() && errors.start());
     hurried = true;
 }
 

@@ -55,7 +55,9 @@ public:
     // reads, some are left out in the end, and their number is said.
     void diagnostic(const QString &text);
 
-    // From now on nobody is waited for for long: a device is written to.
+    // From now on nobody is waited for for long: a device is written to. Throws where the system
+    // gives no thread to write on, since without one a reader who takes nothing would be waited
+    // for.
     void hurry();
     // Waits until everything has been taken, or a signal comes that asks for the end.
     void finish();

@@ -24,5 +24,6 @@ bool isCapableTerminal(int file);
 // Of the terminal that standard error is, in characters.
 int terminalWidth();
 
-// Runs the work on a thread that no signal interrupts.
-void startUninterrupted(const std::function<void()> &work);
+// Runs the work on a thread that no signal interrupts. False, and nothing is run, where the system
+// gives no thread.
+bool startUninterrupted(const std::function<void()> &work);

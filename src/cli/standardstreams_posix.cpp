@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <system_error>
 #include <thread>
 
 #include <poll.h>
@@ -17,6 +18,24 @@ void waitForRoom(int file)
     pollfd room{file, POLLOUT, 0};
     poll(&room, 1, -1);
 }
+
+// While one lives, no signal is delivered to the thread.
+class NoSignals
+{
+public:
+    NoSignals()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~NoSignals() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    NoSignals(const NoSignals &) = delete;
+    NoSignals &operator=(const NoSignals &) = delete;
+
+private:
+    sigset_t before;
+};
 
 } // namespace
 
@@ -65,12 +84,13 @@ int terminalWidth()
                                                                            : usualWidth;
 }
 
-void startUninterrupted(const std::function<void()> &work)
+bool startUninterrupted(const std::function<void()> &work)
 {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread(work).detach();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    const NoSignals masked; // the thread has the mask of whoever starts it
+    try {
+        std::thread(work).detach();
+    } catch (const std::system_error &) {
+        return false;
+    }
+    return true;
 }

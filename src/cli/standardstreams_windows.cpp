@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <algorithm>
+#include <system_error>
 #include <thread>
 
 #include <windows.h>
@@ -91,7 +92,12 @@ int terminalWidth()
     return std::max(facts.srWindow.Right - facts.srWindow.Left + 1, 2);
 }
 
-void startUninterrupted(const std::function<void()> &work)
+bool startUninterrupted(const std::function<void()> &work)
 {
-    std::thread(work).detach();
+    try {
+        std::thread(work).detach();
+    } catch (const std::system_error &) {
+        return false;
+    }
+    return true;
 }

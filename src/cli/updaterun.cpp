@@ -8,6 +8,7 @@
 #include "output.h"
 #include "selection.h"
 #include "sessionhold.h"
+#include "thread.h"
 #include "updatetask.h"
 
 #include <QElapsedTimer>
@@ -86,6 +87,7 @@ UpdateResult updateDevice(Session &session, const ListedDevice &device, const QS
     UpdateResult result;
     int percent = 0;
     UpdateTask task;
+    requireThread(task.hasThread());
     QEventLoop loop;
     QObject::connect(&task, &UpdateTask::progress, &loop, [&](int value) {
         percent = value;

@@ -83,6 +83,9 @@ public:
     explicit ConfigDeviceTask(QObject *parent = nullptr);
     ~ConfigDeviceTask() override;
 
+    // Whether the system gave it a thread: without one nothing that is asked for ever happens.
+    bool hasThread() const { return workerThread.isRunning(); }
+
 private:
     friend class ConfigDeviceAction;
     class Worker;

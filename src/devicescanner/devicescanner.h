@@ -21,6 +21,9 @@ public:
     explicit DeviceScanner(QObject *parent = nullptr, const Filters &filters = s_filters);
     ~DeviceScanner() override;
 
+    // Whether the system gave it a thread: without one nothing that is asked for ever happens.
+    bool hasThread() const { return workerThread.isRunning(); }
+
 signals:
     void newDevice(const DeviceDescription &description);
     void error(const QString &text);

@@ -23,6 +23,9 @@ public:
     explicit UpdateTask(QObject *parent = nullptr, const ProductCatalogue &catalogue = s_products);
     ~UpdateTask() override;
 
+    // Whether the system gave it a thread: without one nothing that is asked for ever happens.
+    bool hasThread() const { return workerThread.isRunning(); }
+
 signals:
     void progress(int value);
     void complete();

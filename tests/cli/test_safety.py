@@ -10,6 +10,7 @@ import shutil
 import signal
 import subprocess
 import time
+import unittest
 import zipfile
 
 from support import CONTINUED, PATIENCE, CliTest, anywhere, table, transcript, with_tables
@@ -17,6 +18,7 @@ from support import CONTINUED, PATIENCE, CliTest, anywhere, table, transcript, w
 VELK3 = object()  # stands for the package's path
 
 TWO = "device a\n product velk3\n latency 5\ndevice b\n product velk3"
+FAST = "device g\n product velk3\n busy-polls 0"
 
 
 @with_tables
@@ -152,6 +154,49 @@ class ClosedFiles(CliTest):
         self.assertEqual(result.err, "capso-cli: cannot write standard output: Bad file descriptor\n")
 
 
+@unittest.skipIf(os.geteuid() != 0, "only root can become a user who has no other processes")
+@unittest.skipIf("TSAN_OPTIONS" in os.environ, "ThreadSanitizer needs a thread itself")
+@with_tables
+class NoThreadsLeft(CliTest):
+    """Wherever the system has no thread left for it, the program comes to an end, and says so."""
+
+    def as_user(self):
+        self.folder.chmod(0o777)
+        number = 60000 + os.getpid() % 4000
+        return ["setpriv", f"--reuid={number}", f"--regid={number}", "--clear-groups"]
+
+    def test_without_any(self):
+        words = [*self.as_user(), "prlimit", "--nproc=1", self.cli, "package", "/nowhere/x.fw"]
+        ran = subprocess.run(words, capture_output=True, text=True, timeout=60, env=self.environment())
+        self.assertEqual(ran.returncode, 1)
+        self.assertEqual(ran.stderr, "capso-cli: /nowhere/x.fw: Cannot open firmware package: No such file\n")
+
+    def environment(self):
+        # To look for leaks needs a thread, too.
+        return {**os.environ, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"}
+
+    @table(
+        ("update", ["update", VELK3]),
+        ("settings", ["settings", "performance=on"]),
+        ("list", ["list"]),
+    )
+    def test_from_too_few_to_enough(self, words):
+        words = [self.package("velk3") if word is VELK3 else word for word in words]
+        errors = []
+        for limit in range(1, 40):
+            program = ["prlimit", f"--nproc={limit}", self.cli, *words]
+            result = self.run_cli(FAST, program=program, user=self.as_user(), environment=self.environment())
+            if result.code == 0:
+                break
+            errors.append(result.err)
+            self.assert_code(result, 1)
+            self.assertEqual(self.written_devices(result), set())
+        self.assertIn("capso-cli: the system gives this program no thread\n", errors)
+        self.assert_code(result, 0)
+        if words[0] == "update":
+            self.assert_updated(result, "g", "velk3")
+
+
 class FileSizeLimit(CliTest):
     def test_it_is_said_and_nothing_is_written(self):
         """A limit that the copy of the package reaches would end the program, in the middle of a later update too."""
@@ -180,7 +225,6 @@ class StalledPipe:
         return text[len(self.filling):].decode()
 
 
-FAST = "device g\n product velk3\n busy-polls 0"
 WRITTEN = ("EDID_COMPLETE", "SET_DEVICE_FLAGS", "USER_MODE")
 
 
