@@ -19,7 +19,8 @@ public:
     ~Interrupts() override;
 
     // While one lives, something is under way with a device, and the signals are kept. One that
-    // came ends the program when the last has gone.
+    // came ends the program when the last has gone. Ctrl+Z stops the program when this one has
+    // gone, and no other lives or is made within: the device would stay claimed meanwhile.
     class Busy
     {
     public:

@@ -18,6 +18,7 @@ constexpr std::array<int, 4> s_signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 std::array<int, 2> s_pipe{-1, -1};
 volatile std::sig_atomic_t s_last = 0; // the signal that came last, 0: none
 volatile std::sig_atomic_t s_count = 0;
+volatile std::sig_atomic_t s_stopWanted = 0; // Ctrl+Z came, and is to have its way later
 
 // How many reasons there are to keep the signals. Main thread.
 int s_reasons = 0;
@@ -38,9 +39,17 @@ extern "C" void noteSignal(int number)
     wake();
 }
 
+// Of an update.
 extern "C" void noteStop(int /*number*/)
 {
+    s_count = s_count + 1;
     wake();
+}
+
+// Of anything shorter.
+extern "C" void delayStop(int /*number*/)
+{
+    s_stopWanted = 1;
 }
 
 void handle(int number, void (*handler)(int))
@@ -67,6 +76,19 @@ void handleAll(void (*handler)(int))
         if (!isIgnored(number)) {
             handle(number, handler);
         }
+    }
+}
+
+// The program goes on here once somebody continues it.
+void stopIfWanted()
+{
+    if (isIgnored(SIGTSTP)) {
+        return;
+    }
+    handle(SIGTSTP, SIG_DFL);
+    if (s_stopWanted != 0) {
+        s_stopWanted = 0;
+        raise(SIGTSTP);
     }
 }
 
@@ -118,10 +140,14 @@ void Interrupts::keep()
 Interrupts::Busy::Busy()
 {
     keep();
+    if (!isIgnored(SIGTSTP)) {
+        handle(SIGTSTP, delayStop);
+    }
 }
 
 Interrupts::Busy::~Busy()
 {
+    stopIfWanted();
     if (--s_reasons > 0) {
         return;
     }

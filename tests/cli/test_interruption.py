@@ -3,6 +3,7 @@
 import fcntl
 import json
 import os
+import pathlib
 import pty
 import select
 import signal
@@ -103,15 +104,44 @@ class Signals(CliTest):
         running.signal(signal.SIGTERM)
         self.assert_code(running.finish(), 1)
 
-    def test_the_next_device_is_not_begun(self):
+    @table(*[(number.name, number) for number in SIGNALS])
+    def test_the_next_device_is_not_begun(self, number):
         running = self.start(scene("normal", 3), "update", self.package("velk3"), "--all")
         running.wait_for_request("FPGA_WRITE")
-        running.signal(signal.SIGINT)
+        running.signal(number)
         result = running.finish()
         self.assert_code(result, 5)
         (written,) = self.written_devices(result)
         self.assert_updated(result, written, "velk3")
         self.assertEqual(result.err.count("interrupted before its update began"), 2)
+        self.assertEqual(result.err.count(CONTINUED), 1)
+
+    @table(
+        ("scan", ["list"], "FX3_STATUS", 1),
+        ("settings", ["settings", "performance=on"], "GET_DEVICE_FLAGS", 2),
+        ("written_settings", ["settings", "performance=on"], "SET_DEVICE_FLAGS", 3),
+        ("modes", ["modes"], "USER_MODE", 2),
+    )
+    def test_is_stopped_with_no_device_in_its_hands(self, words, request, claim):
+        """The request that is made after so many claims is under way, the first of which is the scan's."""
+        quiet = f"device g\n product velk3\nfault g {request} nth 1 delay 700"
+        # A group of its own, which has a parent outside: the system stops no other.
+        running = self.start(quiet, *words, preexec_fn=os.setpgrp)
+        def claims():
+            return sum(entry.get("event") == "claim" for entry in transcript(running.folder))
+
+        running.wait_for("the request", lambda: claims() == claim)
+        running.signal(signal.SIGTSTP)
+        state = pathlib.Path(f"/proc/{running.pid_file.read_text().strip()}/stat")
+        running.wait_for("its stop", lambda: state.read_text().rsplit(")", 1)[1].split()[0] == "T")
+        events = [entry["event"] for entry in transcript(running.folder) if "event" in entry]
+        self.assertEqual(events.count("claim"), events.count("release"), events)
+        self.assertEqual(events.count("open"), events.count("close"), events)
+        running.signal(signal.SIGCONT)
+        result = running.finish()
+        self.assert_code(result, 0)
+        self.assertNotEqual(result.out, "")
+        self.assertEqual(result.err, "")
 
     def test_interrupted_scan_dies_of_the_signal_and_gives_the_device_back(self):
         quiet = "device g\n product velk3\n kernel-driver uvcvideo\nfault g FX3_STATUS every delay 800"
