@@ -50,9 +50,9 @@ bool repairs(const Inspection &inspection)
 {
     for (const InspectedEntry &entry : inspection.entries) {
         if (entry.role == Role::Sandbox) {
-            // Of several entries with one name the first counts.
-            return inspection.package.refusal.isEmpty() && !holdsEdidOnly(inspection.package) &&
-                   entry.failure.isEmpty();
+            // Of several entries with one name the first counts. What holds one beside an EDID and
+            // no other image is refused.
+            return inspection.package.refusal.isEmpty() && entry.failure.isEmpty();
         }
     }
     return false;

@@ -457,6 +457,7 @@ void TestCliCommands::halfACharacterIsNotShown_data()
                                                 << "?b";
     QTest::newRow("second half") << low + "b"
                                  << "?b";
+    QTest::newRow("second half after a letter") << "b" + low << "b?";
     QTest::newRow("wrong way round") << low + high << "??";
 }
 
