@@ -15,14 +15,14 @@ FAILING = {"rack04", "rack09"}
 
 
 class Ansible(CliTest):
-    def make_inventory(self):
+    def make_inventory(self, hosts=HOSTS, mode="normal"):
         lines = {}
-        for host in HOSTS:
+        for host in hosts:
             folder = self.folder / host
             (folder / "kept").mkdir(parents=True)
             scene = folder / "rack.scene"
             fault = "fault grabber FPGA_WRITE nth 2 stall\n" if host in FAILING else ""
-            scene.write_text(f'device grabber\n product velk3\n serial "{host.upper()}"\n{fault}')
+            scene.write_text(f'device grabber\n product velk3\n serial "{host.upper()}"\n mode {mode}\n{fault}')
             lines[host] = {
                 "ansible_connection": "local",
                 "ansible_python_interpreter": sys.executable,
@@ -68,6 +68,48 @@ class Ansible(CliTest):
             self.assertEqual((answer["stats"][host]["failures"], answer["stats"][host]["changed"]), (0, 0))
         self.assertEqual(memories(), before)
         return self.messages(answer, "Say what would be done")
+
+    def test_check_tells_what_all_leaves_out(self):
+        inventory = self.make_inventory(["rack01"], "hard")
+        told = self.assert_told_and_not_done(inventory, ["rack01"])
+        self.assertEqual(
+            told["rack01"],
+            "1 listed; RACK01 at 1-1 is in hard repair and would be left out: update it there, by its name")
+
+    def test_check_tells_of_a_repair(self):
+        told = self.assert_told_and_not_done(self.make_inventory(["rack01"], "soft"), ["rack01"])
+        self.assertEqual(
+            told["rack01"], "1 listed; RACK01 at 1-1 would be repaired, if it shows a repair id of what velk3.fw is for")
+
+    def test_version_as_a_number(self):
+        inventory = self.make_inventory(["rack01"])
+        scene = self.folder / "rack01" / "rack.scene"
+        scene.write_text(scene.read_text() + ' version "2.0"\n')
+        number = ["-e", '{"version": 2.0}']
+        _, answer = self.play(inventory, "--check", *number)
+        told = self.messages(answer, "Say what would be done")
+        self.assertEqual(told["rack01"], "1 listed; RACK01 at 1-1 would be left out, it has version 2.0")
+        ran, answer = self.play(inventory, *number)
+        self.assertEqual((ran.returncode, answer["stats"]["rack01"]["changed"]), (0, 0), ran.stdout)
+
+    def test_check_finds_a_package_that_is_not_there(self):
+        ran, answer = self.play(self.make_inventory(["rack01"]), "--check", "-e", "package=typo.fw")
+        self.assertEqual(ran.returncode, 2)
+        self.assertRegex(self.messages(answer, "Look for the package")["rack01"], "^there is no package /.*/typo.fw$")
+
+    def test_nothing_is_left_behind_by_a_failure(self):
+        """What the update says is cut off, as where the program is killed."""
+        inventory = self.make_inventory(["rack01"])
+        told = json.loads(inventory.read_text())
+        host = told["all"]["hosts"]["rack01"]
+        cut = 'test "$1" = update && { echo \'{"event":\'; exit 137; }; exec "$0" "$@"'
+        *sim, cli = host["capso_cli"]
+        host["capso_cli"] = [*sim, "sh", "-c", cut, cli]
+        inventory.write_text(json.dumps(told))
+        ran, answer = self.play(inventory)
+        self.assertEqual(ran.returncode, 2, ran.stdout)
+        self.assertEqual(answer["stats"]["rack01"]["failures"], 1)
+        self.assertEqual(list((self.folder / "rack01").glob("*.capso")), [])
 
     def test_twelve_machines_of_which_two_fail(self):
         inventory = self.make_inventory()
