@@ -21,6 +21,7 @@ constexpr const char *s_exitStatuses =
     "  3  no such device, or not exactly one\n"
     "  4  no right to open the device, or another program holds it\n"
     "  5  some of several failed\n"
+    "Where all of several failed, it is 1 unless all have the same one.\n"
     "\n"
     "'capso-cli COMMAND --help' tells more of a command, capso-cli(1) of all.";
 

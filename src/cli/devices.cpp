@@ -1,9 +1,11 @@
 #include "devices.h"
 
 #include "cli.h"
+#include "command.h"
 #include "devicescanner.h"
 #include "displaytexts.h"
 #include "interrupts.h"
+#include "output.h"
 #include "thread.h"
 
 #include <QEventLoop>
@@ -31,7 +33,7 @@ void add(std::vector<ListedDevice> &devices, const DeviceDescription &descriptio
     }
 }
 
-Devices scan()
+Devices scan(Session &session)
 {
     Devices result;
     const Interrupts::Busy busy;
@@ -43,6 +45,10 @@ Devices scan()
     QObject::connect(&scanner, &DeviceScanner::error, &loop,
                      [&](const QString &text) { result.scanErrors.push_back(text); });
     QObject::connect(&scanner, &DeviceScanner::complete, &loop, &QEventLoop::quit);
+    QObject::connect(&session.interrupts, &Interrupts::interrupted, &loop, [&session] {
+        // It waits for no reader: no signal would end that.
+        session.output.diagnostic(Cli::tr("interrupted, ends once every device has been asked"));
+    });
     emit scanner.scan();
     loop.exec();
     return result;
@@ -84,10 +90,10 @@ void markTellingSerials(std::vector<ListedDevice> &devices)
 
 } // namespace
 
-Devices findDevices(const usbview::Places &places)
+Devices findDevices(Session &session)
 {
-    Devices devices = scan();
-    addWhatTheSystemShows(devices, places);
+    Devices devices = scan(session);
+    addWhatTheSystemShows(devices, session.places);
     markTellingSerials(devices.all);
     return devices;
 }

@@ -31,9 +31,11 @@ struct Devices
     std::vector<QString> scanErrors; // what the scan itself said, where the system shows nothing
 };
 
+struct Session;
+
 // Scans the buses, and asks the system for the devices that the scan left out. Takes as long as the
-// devices take to answer.
-Devices findDevices(const usbview::Places &places);
+// devices take to answer; who wants the program to end meanwhile is told so.
+Devices findDevices(Session &session);
 
 // A device that the scan has not described.
 ListedDevice asTheSystemShows(const usbview::SystemDevice &system);

@@ -98,6 +98,7 @@ public:
             showCommand(finding.command);
         }
         output.object({{"devices", devices},
+                       {"rulesState", QLatin1String(machine.rules.state())},
                        {"rules", machine.rules.inForce()},
                        {"problems", toJson(findings)},
                        {"status", int(status)}});

@@ -60,12 +60,20 @@ void listAsText(Output &output, const Devices &devices)
 ExitStatus list(Session &session)
 {
     Output &output = session.output;
-    const Devices devices = findDevices(session.places);
+    const Devices devices = findDevices(session);
     QJsonArray array;
     for (const ListedDevice &device : devices.all) {
         array.append(toJson(device));
     }
-    output.object({{"devices", array}});
+    QJsonObject object{{"devices", array}};
+    if (!devices.scanErrors.empty()) {
+        QJsonArray errors;
+        for (const QString &text : devices.scanErrors) {
+            errors.append(text);
+        }
+        object.insert("errors", errors);
+    }
+    output.object(object);
     listAsText(output, devices);
     for (const QString &text : devices.scanErrors) {
         output.error(text);

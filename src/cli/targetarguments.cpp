@@ -53,7 +53,7 @@ CommandRun declareTarget(CLI::App &app, const char *valueName, const char *value
 
 ExitStatus withTarget(Session &session, const TargetArguments &arguments, const TargetWork &work)
 {
-    const Devices devices = findDevices(session.places);
+    const Devices devices = findDevices(session);
     const Selection selection = arguments.select(devices);
     if (selection.status != ExitStatus::Done) {
         return report(session.output, selection);

@@ -15,6 +15,17 @@ bool differsFromOurs(const QString &path)
 
 } // namespace
 
+const char *UdevRules::state() const
+{
+    if (file.isEmpty()) {
+        return "missing";
+    }
+    if (masked) {
+        return "masked";
+    }
+    return differs ? "different" : "installed";
+}
+
 UdevRules installedUdevRules(const QString &root)
 {
     // udev(7), in order of precedence.

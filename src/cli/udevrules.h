@@ -14,6 +14,8 @@ struct UdevRules
     bool differs = false;
 
     bool work() const { return !file.isEmpty() && !masked; }
+    // For scripts: "installed", "different", "masked" or "missing".
+    const char *state() const;
     // The file that udev obeys; empty when it obeys none.
     QString inForce() const { return masked ? QString() : file; }
 };

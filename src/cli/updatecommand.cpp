@@ -242,7 +242,7 @@ ExitStatus update(Session &session, const Arguments &arguments)
     if (!package.refusal.isEmpty()) {
         return session.output.failure(ExitStatus::Failed, package.refusal);
     }
-    const Devices devices = findDevices(session.places);
+    const Devices devices = findDevices(session);
     const Selection selection = select(devices, arguments, package);
     if (selection.status != ExitStatus::Done) {
         return report(session.output, selection);

@@ -157,6 +157,11 @@ class Doctor(HoldingTest):
         (problem,) = device["problems"]
         self.assertEqual(problem["command"], "sudo fuser -v /dev/bus/usb/001/002")
 
+    def test_rules_for_a_script(self):
+        (told,) = self.run_cli("velk3", "doctor", "--json").objects
+        self.assertEqual(told["rules"], INSTALLED)
+        self.assertIn(told["rulesState"], ("installed", "different") if INSTALLED else ("missing",))
+
     def test_slow_link(self):
         result = self.run_cli("device g\n product velk3\n speed 480", "doctor")
         self.assert_code(result, 0)

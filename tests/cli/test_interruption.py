@@ -150,6 +150,7 @@ class Signals(CliTest):
         running.signal(signal.SIGINT)
         result = running.finish()
         self.assert_code(result, 128 + signal.SIGINT)
+        self.assertEqual(result.err, "interrupted, ends once every device has been asked\n")
         self.assert_nothing_written(result)
         attached = [e for e in transcript(result.folder) if e.get("event") == "driver-attach"]
         self.assertTrue(attached)

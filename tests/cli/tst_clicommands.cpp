@@ -259,8 +259,9 @@ void TestCliCommands::whereTheSystemShowsNothingTheScanIsBelieved()
     QCOMPARE(text.output, QString("ONE  ONE  1.2.3  normal  e5c1:3601  2-3\n"));
     QCOMPARE(text.errors, QStringLiteral("capso-cli: %1\n").arg(s_denied));
 
-    const QJsonArray devices =
-        run({"list", "--json"}).objects().value(0).value("devices").toArray();
+    const QJsonObject told = run({"list", "--json"}).objects().value(0);
+    QCOMPARE(told.value("errors").toArray(), QJsonArray{QString(s_denied)});
+    const QJsonArray devices = told.value("devices").toArray();
     QCOMPARE(devices.size(), 1);
     QCOMPARE(devices[0].toObject().value("port").toString(), QString("2-3"));
     QVERIFY(!devices[0].toObject().contains("speed"));

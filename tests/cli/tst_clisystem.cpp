@@ -431,6 +431,7 @@ void TestCliSystem::aMaskedFileIsNoRules()
         QVERIFY(QDir().mkpath(root.path() + QLatin1String(folder) + "/udev/rules.d"));
     }
     QCOMPARE(installedUdevRules(root.path()).file, QString());
+    QCOMPARE(installedUdevRules(root.path()).state(), "missing");
     const QString etc = root.path() + "/etc" + name;
     if (content == "-" || content == "!") {
         QVERIFY(QFile::link(content == "-" ? "/dev/null" : root.filePath("nowhere"), etc));
@@ -446,6 +447,7 @@ void TestCliSystem::aMaskedFileIsNoRules()
     QCOMPARE(installedUdevRules(root.path()).file, etc);
     QCOMPARE(installedUdevRules(root.path()).masked, masked);
     QCOMPARE(installedUdevRules(root.path()).work(), !masked);
+    QCOMPARE(installedUdevRules(root.path()).state(), masked ? "masked" : "different");
 }
 
 // An update of the program may bring rules for more devices, which an older file in /etc hides.
@@ -474,6 +476,7 @@ void TestCliSystem::rulesOfAnotherVersion()
     QCOMPARE(rules.file, file.fileName());
     QVERIFY(rules.work());
     QCOMPARE(rules.differs, differs);
+    QCOMPARE(rules.state(), differs ? "different" : "installed");
 }
 
 void TestCliSystem::whatIsSaidOfTheRules()
