@@ -140,7 +140,7 @@ QString reasonOf(const ListedDevice &device)
         return device.system->driver == QLatin1String("usbfs")
                    ? Cli::tr("another program holds it")
                    : Cli::tr("the driver %1 holds it").arg(device.system->driver);
-    case Obstacle::None:
+    default:
         break;
     }
     return Cli::tr("it does not answer");

@@ -116,7 +116,7 @@ std::vector<Finding> findingsOf(const usbview::SystemDevice &device, const Node 
     case usbview::Obstacle::Held:
         findings.push_back(held(device));
         break;
-    case usbview::Obstacle::None:
+    default:
         break;
     }
     if (device.speed != 0 && device.speed < usb3) {

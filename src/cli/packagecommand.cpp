@@ -29,7 +29,7 @@ QString roleName(Role role)
         return QStringLiteral("EDID");
     case Role::ProductKey:
         return QStringLiteral("product key");
-    case Role::Other:
+    default:
         break;
     }
     return QStringLiteral("not read");
