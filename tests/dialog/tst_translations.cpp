@@ -224,6 +224,8 @@ const Expected s_expected[] = {
     {s_cli, "its repair firmware runs, but cannot be used: %1; 'capso-cli doctor' tells what mends "
             "it"},
     {s_cli, "interrupted before its update began"},
+    {s_cli, "interrupted, ends once every device has been asked"},
+    {s_cli, "the system gives this program no thread"},
     {s_cli, "the package holds an EDID only and repairs no device"},
     {s_cli, "%1 of %2 devices failed: %3"},
     {s_cli, "%1:%2 left"},
