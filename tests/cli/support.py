@@ -183,8 +183,8 @@ class CliTest(unittest.TestCase):
         path.write_text(text + "\n")
         return str(path)
 
-    def start(self, scene, *command, environment=None, program=None, user=(), **popen):
-        """capso-cli with these arguments, or another program, on the scene. `user` is what runs all of it as another user."""
+    def start(self, scene, *command, environment=None, program=None, **popen):
+        """capso-cli with these arguments, or another program, on the scene."""
         self.runs += 1
         folder = self.folder / f"run{self.runs}"
         pid_file = self.folder / f"pid{self.runs}"
@@ -201,7 +201,7 @@ class CliTest(unittest.TestCase):
         }
         pipes = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **popen}
         process = subprocess.Popen(
-            [*user, str(self.build / "capso-sim"), self.scene(scene), "--", *shell], env=variables, text=True, **pipes
+            [str(self.build / "capso-sim"), self.scene(scene), "--", *shell], env=variables, text=True, **pipes
         )
         self.addCleanup(stop, process)
         return Running(process, folder, pid_file)

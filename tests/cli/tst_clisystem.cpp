@@ -25,6 +25,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -156,7 +157,14 @@ int __wrap_open(const char *path, int flags, ...)
         errno = EMFILE;
         return -1;
     }
-    return __real_open(path, flags);
+    if ((flags & O_CREAT) == 0) {
+        return __real_open(path, flags);
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return __real_open(path, flags, mode);
 }
 }
 

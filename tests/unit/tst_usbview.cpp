@@ -11,6 +11,7 @@
 #include <functional>
 
 #include <cerrno>
+#include <cstdarg>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -65,7 +66,14 @@ dirent *__wrap_readdir(DIR *folder);
 int __wrap_open(const char *path, int flags, ...)
 {
     aboutToLook();
-    return __real_open(path, flags);
+    if ((flags & O_CREAT) == 0) {
+        return __real_open(path, flags);
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return __real_open(path, flags, mode);
 }
 
 int __wrap_access(const char *path, int mode)
