@@ -165,6 +165,15 @@ class Signals(CliTest):
         self.assert_code(result, 0)
         self.assertNotIn(CONTINUED, result.err)
 
+    def test_a_stop_that_is_ignored_from_the_start_stays_so(self):
+        words = ["env", "--ignore-signal=TSTP", self.cli, "update", self.package("velk3")]
+        running = self.start(scene("normal"), program=words)
+        running.wait_for_request("FX3_WRITE")
+        running.signal(signal.SIGTSTP)
+        result = running.finish()
+        self.assert_code(result, 0)
+        self.assertNotIn(CONTINUED, result.err)
+
 
 class Terminal:
     """A terminal whose other end the test holds."""

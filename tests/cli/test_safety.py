@@ -173,6 +173,13 @@ class NoThreadsLeft(CliTest):
         self.assertEqual(ran.returncode, 1)
         self.assertEqual(ran.stderr, "capso-cli: /nowhere/x.fw: Cannot open firmware package: No such file\n")
 
+    def test_without_any_and_with_a_full_disk(self):
+        words = ["package", self.package("velk3"), self.package("sorn3")]
+        with open("/dev/full", "w") as full:
+            ran = subprocess.run(self.limited(1, words), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)
+        self.assertEqual(ran.returncode, 1)
+        self.assertEqual(ran.stderr, "capso-cli: cannot write standard output: No space left on device\n")
+
     @table(
         ("update", ["update", VELK3]),
         ("settings", ["settings", "performance=on"]),
